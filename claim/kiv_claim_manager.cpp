@@ -1,0 +1,127 @@
+// The claim manager: selection of the strongest claim, and forwarding to the module that made it.
+#include "claim/kiv_claim_manager.h"
+
+#include "claim/kiv_builtin_modules.h"
+
+using ztfi_pdk_4_4::CFiContextSingletonAllocator;
+using ztfi_pdk_4_4::CFiSmartPtr;
+using ztfi_pdk_4_4::CFiTraceLog;
+using ztfi_pdk_4_4::CFiTraceLogFunction;
+using ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL;
+using ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_NONE;
+
+namespace {
+
+// Written out instead of __FILE__, so that records show the same name wherever and however the source is compiled.
+constexpr char sourceFile[] = "claim/kiv_claim_manager.cpp";
+
+// The lines that scope records show. Fixed: whoever reads traces knows the operations by them.
+constexpr int lineOfConstructor = 25;
+constexpr int lineOfGetClaimModule = 48;
+constexpr int lineOfRegisterTraceLog = 69;
+constexpr int lineOfRegisterClaimModule = 81;
+constexpr int lineOfGetDeviceClaimStrings = 92;
+constexpr int lineOfClaim = 109;
+constexpr int lineOfIsPartition = 117;
+constexpr int lineOfAppendPartitionSuffix = 132;
+constexpr int lineOfRemovePartitionSuffix = 144;
+
+}  // namespace
+
+CKivClaimManager::CKivClaimManager()
+{
+    const CFiTraceLogFunction scope(traceLog, "CKivClaimManager", lineOfConstructor, sourceFile);
+    // Deliberate: modules created before a failure are not deleted. Pinned by
+    // ClaimManager.AFailedConstructionLeavesTheEarlierModulesBehind.
+    appendBuiltInClaimModules(modules);
+}
+
+CKivClaimManager::~CKivClaimManager()
+{
+    for (CKivDeviceClaimBase* const module : modules) {
+        delete module;
+    }
+}
+
+void CKivClaimManager::registerClaimModule(CKivDeviceClaimBase* module)
+{
+    const CFiTraceLogFunction scope(traceLog, "registerClaimModule", lineOfRegisterClaimModule, sourceFile);
+    if (module == nullptr) {
+        return;
+    }
+    module->registerTraceLog(traceLog);
+    modules.push_back(module);
+}
+
+void CKivClaimManager::registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log)
+{
+    // The scope holds the log that was registered before, so both of its records go there.
+    const CFiTraceLogFunction scope(traceLog, "registerTraceLog", lineOfRegisterTraceLog, sourceFile);
+    traceLog = log;
+    for (CKivDeviceClaimBase* const module : modules) {
+        module->registerTraceLog(log);
+    }
+}
+
+// Deliberate: later modules come first. Pinned by ClaimManager.ClaimStringsOfLaterModulesComeFirst.
+std::vector<std::string> CKivClaimManager::getDeviceClaimStrings()
+{
+    const CFiTraceLogFunction scope(traceLog, "getDeviceClaimStrings", lineOfGetDeviceClaimStrings, sourceFile);
+    std::vector<std::string> merged;
+    for (CKivDeviceClaimBase* const module : modules) {
+        const std::vector<std::string> block = module->getDeviceClaimStrings();
+        merged.insert(merged.begin(), block.begin(), block.end());
+    }
+    return merged;
+}
+
+ZTFI_DEVICE_CLAIM_LEVEL CKivClaimManager::claim(const std::string& path)
+{
+    const CFiTraceLogFunction scope(traceLog, "claim", lineOfClaim, sourceFile);
+    CKivDeviceClaimBase* module = nullptr;
+    return getClaimModule(module, path);
+}
+
+int CKivClaimManager::isPartition(const std::string& path)
+{
+    const CFiTraceLogFunction scope(traceLog, "isPartition", lineOfIsPartition, sourceFile);
+    CKivDeviceClaimBase* module = nullptr;
+    getClaimModule(module, path);
+    return module != nullptr ? module->isPartition(path) : 0;
+}
+
+// Deliberate: an unclaimed path gives an empty string, not the path. Pinned by
+// ClaimManager.AnUnclaimedPathGetsTheNeutralAnswers.
+std::string CKivClaimManager::appendPartitionSuffix(const std::string& device, unsigned int partition)
+{
+    const CFiTraceLogFunction scope(traceLog, "appendPartitionSuffix", lineOfAppendPartitionSuffix, sourceFile);
+    CKivDeviceClaimBase* module = nullptr;
+    getClaimModule(module, device);
+    return module != nullptr ? module->appendPartitionSuffix(device, partition) : std::string();
+}
+
+std::string CKivClaimManager::removePartitionSuffix(const std::string& device, unsigned int& partition)
+{
+    const CFiTraceLogFunction scope(traceLog, "removePartitionSuffix", lineOfRemovePartitionSuffix, sourceFile);
+    CKivDeviceClaimBase* module = nullptr;
+    getClaimModule(module, device);
+    return module != nullptr ? module->removePartitionSuffix(device, partition) : std::string();
+}
+
+// Deliberate: nothing is forwarded to the modules. Pinned by ClaimManager.ClearingTheListOnTheManagerReachesNoModule.
+void CKivClaimManager::clearLvmDeviceNameList() {}
+
+ZTFI_DEVICE_CLAIM_LEVEL CKivClaimManager::getClaimModule(CKivDeviceClaimBase*& module, const std::string& path)
+{
+    const CFiTraceLogFunction scope(traceLog, "getClaimModule", lineOfGetClaimModule, sourceFile);
+    ZTFI_DEVICE_CLAIM_LEVEL best = ZTFI_DEVICE_CLAIM_LEVEL_NONE;
+    // No early exit: every module is asked, and the first with the highest level wins.
+    for (CKivDeviceClaimBase* const candidate : modules) {
+        const ZTFI_DEVICE_CLAIM_LEVEL level = candidate->claim(path);
+        if (level > best) {
+            module = candidate;
+            best = level;
+        }
+    }
+    return best;
+}

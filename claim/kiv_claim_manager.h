@@ -1,0 +1,74 @@
+// The entry point of the plug-in: what a host constructs and asks.
+#ifndef KIVCLAIM_CLAIM_KIV_CLAIM_MANAGER_H
+#define KIVCLAIM_CLAIM_KIV_CLAIM_MANAGER_H
+
+#include "claim/kiv_device_claim_base.h"
+#include "framework/cfitracelog.h"
+#include "framework/ztfi_export.h"
+
+#include <string>
+#include <vector>
+
+// Owns an ordered list of claim modules and answers each request from the one that claims the path most strongly.
+//
+// What for: construct it, register a trace log (at any time, any number of times), register modules of your own,
+// ask, delete it. Nothing is cached: every request asks every module again.
+// Threads: takes no lock; driven by one thread at a time. A request may run external commands on the caller's thread.
+// Ownership: the manager deletes every module in its list; the trace log is shared by its reference count.
+// Failure: an unclaimed path gives the neutral answer of each operation. The manager catches nothing: what a module
+// throws passes through to the host, and the manager stays usable.
+//
+// The slots below are the binary contract. New operations may be added behind slot 9 only.
+class ZTFI_API CKivClaimManager : public virtual ztfi_pdk_4_4::CFiTraceable {
+public:
+    // Creates the built-in modules. None of them has a trace log until one is registered.
+    CKivClaimManager();
+    CKivClaimManager(const CKivClaimManager&) = delete;
+    CKivClaimManager& operator=(const CKivClaimManager&) = delete;
+
+    // Slot 1 (complete and deleting destructor): deletes all modules, in list order.
+    ~CKivClaimManager() override;
+
+    // Slot 2: hands the current trace log to `module`, appends it to the list and owns it from then on. Null is
+    // ignored. A module must not be registered twice. When appending fails, the caller keeps the module.
+    virtual void registerClaimModule(CKivDeviceClaimBase* module);
+
+    // Slot 3: replaces the trace log of the manager, then of every module in list order.
+    void registerTraceLog(
+        const ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog,
+                                        ztfi_pdk_4_4::CFiContextSingletonAllocator<ztfi_pdk_4_4::CFiTraceLog>>& log)
+        override;
+
+    // Slot 4: the patterns of all modules. The block of a module stands before those of the modules asked earlier.
+    virtual std::vector<std::string> getDeviceClaimStrings();
+
+    // Slot 5: the strongest claim on the path, ZTFI_DEVICE_CLAIM_LEVEL_NONE when nobody claims it.
+    virtual ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL claim(const std::string& path);
+
+    // Slot 6: 1 when the winning module calls the path a partition, otherwise 0; 0 for an unclaimed path.
+    virtual int isPartition(const std::string& path);
+
+    // Slot 7: the path of partition `partition` of the whole device `device`; empty for an unclaimed path.
+    virtual std::string appendPartitionSuffix(const std::string& device, unsigned int partition);
+
+    // Slot 8: the whole device of `device`, and its number in `partition`; empty for an unclaimed path, `partition`
+    // untouched. Set `partition` before the call: some answers of a module leave it untouched as well.
+    virtual std::string removePartitionSuffix(const std::string& device, unsigned int& partition);
+
+    // Slot 9: does nothing, on purpose. A list of logical volumes is forgotten only by the module that holds it.
+    virtual void clearLvmDeviceNameList();
+
+    // Asks every module, in list order, for its claim on `path`. Returns the strongest level and sets `module` to the
+    // first module that gave it; nobody claims the path: 0, and `module` stays as it was, so set it to null before.
+    // The manager keeps owning the module.
+    ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL getClaimModule(CKivDeviceClaimBase*& module, const std::string& path);
+
+    // The modules in the order in which they are asked. The manager keeps owning them; registering one more
+    // invalidates the reference's iterators.
+    const std::vector<CKivDeviceClaimBase*>& claimModules() const { return modules; }
+
+private:
+    std::vector<CKivDeviceClaimBase*> modules;
+};
+
+#endif

@@ -1,0 +1,24 @@
+# The options of every target: warnings are errors with both compilers, sanitizers and coverage on request.
+add_compile_options(-Wall -Wextra -Wpedantic -Wformat=2 -Wshadow=local -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # clang spells the same check of shadowed locals differently.
+    add_compile_options(-Wno-unknown-warning-option -Wshadow)
+endif()
+
+if(KIVCLAIM_SANITIZERS)
+    add_compile_options(-fsanitize=${KIVCLAIM_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${KIVCLAIM_SANITIZERS})
+endif()
+if(KIVCLAIM_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()
+
+# Exports only what `script` lists, and finds a missing symbol when linking or loading, never at the first call.
+function(kivclaim_export_policy target script)
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
+    target_link_options(${target} PRIVATE -Wl,--version-script=${script} -Wl,-z,now -Wl,-z,relro)
+    if(NOT KIVCLAIM_SANITIZERS)
+        target_link_options(${target} PRIVATE -Wl,--no-undefined)
+    endif()
+endfunction()

@@ -1,0 +1,292 @@
+// Tracing and shared ownership, as host and plug-in compile them alike.
+//
+// Everything in this header but `CFiTraceLog::trace` is header code: host and plug-in each carry it, so its
+// layout, its slot order and its locking are a contract between binaries. It may grow only at the end: new
+// virtual operations behind the last slot of a class, new fields behind the last field.
+#ifndef KIVCLAIM_FRAMEWORK_CFITRACELOG_H
+#define KIVCLAIM_FRAMEWORK_CFITRACELOG_H
+
+#include "framework/ztfi_export.h"
+
+#include <ace/OS_NS_Thread.h>
+#include <ace/SString.h>
+#include <ace/Thread_Mutex.h>
+
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <map>
+
+namespace ztfi_pdk_4_4 {
+
+// The levels of trace records. Levels 0, 4 and 5 are never used by the plug-in.
+enum ZTFI_TRACE_LEVEL : int {
+    ZTFI_TRACE_LEVEL_ERROR = 1,        // an exception, or a failure that ends the operation
+    ZTFI_TRACE_LEVEL_WARNING = 2,      // a failed command, an unexpected status, a swallowed exception
+    ZTFI_TRACE_LEVEL_INFORMATION = 3,  // decisions and results worth keeping in a normal log
+    ZTFI_TRACE_LEVEL_DETAIL = 6        // entry and exit of functions, step-by-step values
+};
+
+template <class T>
+class CFiContextSingletonAllocator {};
+template <class T>
+class CFiNullAllocator {};
+template <class T, class Allocator = CFiContextSingletonAllocator<T>>
+class CFiSmartPtr;
+
+// The reference count that every shared framework object carries; always inherited virtually.
+//
+// Threads: none of the operations locks. Whoever changes the count holds `lock` meanwhile, as CFiSmartPtr does.
+// Ownership: an object with a count of n is kept alive by n holders; the last to let go deletes it.
+// Failure: none.
+class ZTFI_API CFiRefCount {
+public:
+    CFiRefCount() = default;
+    CFiRefCount(const CFiRefCount&) = delete;
+    CFiRefCount& operator=(const CFiRefCount&) = delete;
+
+    // Slots 1 and 2 (complete and deleting destructor).
+    virtual ~CFiRefCount() = default;
+    // Slot 3: adds one holder; returns the new count.
+    virtual unsigned int increment() { return ++count; }
+    // Slot 4: takes one holder away; returns the new count. The count must be above 0.
+    virtual unsigned int decrement() { return --count; }
+    // Slot 5: returns the count.
+    virtual unsigned int getCount() { return count; }
+
+protected:
+    template <class T, class Allocator>
+    friend class CFiSmartPtr;
+
+    std::uint32_t count = 0;
+    ACE_Thread_Mutex lock;
+};
+
+// A counting pointer to a T that has CFiRefCount as a virtual base. Count and mutex live in the referent.
+//
+// Threads: several threads may copy and release different pointers to one referent; one pointer belongs to one
+// thread at a time. The referent's mutex is held only while the count changes, never while it is deleted.
+// Ownership: a held pointer counts for one. `Allocator` is part of the name only: the last holder always deletes
+// the referent through its virtual destructor.
+// Failure: a mutex that cannot be locked gives -1 where there is a result, and nothing is counted.
+template <class T, class Allocator>
+class CFiSmartPtr {
+public:
+    CFiSmartPtr() = default;
+
+    // Deliberate: the pointer is stored before the mutex is asked for, so a failed lock leaves a copy that holds
+    // the referent without having counted it. Pinned by SmartPointer.CopyKeepsThePointerUncountedWhenTheLockFails.
+    CFiSmartPtr(const CFiSmartPtr& other) : referent(other.referent)
+    {
+        if (referent != nullptr && lockOf(referent)) {
+            referent->increment();
+            unlock(referent);
+        }
+    }
+
+    // Lets go of what is held, then holds what `other` holds. When the mutex of the new referent cannot be locked,
+    // the pointer stays as letting go left it: normally empty.
+    CFiSmartPtr& operator=(const CFiSmartPtr& other)
+    {
+        if (this == &other) {
+            return *this;
+        }
+        release();
+        if (other.referent == nullptr) {
+            referent = nullptr;
+        } else if (lockOf(other.referent)) {
+            referent = other.referent;
+            referent->increment();
+            unlock(referent);
+        }
+        return *this;
+    }
+
+    ~CFiSmartPtr() { release(); }
+
+    // Lets go of what is held, then holds `object` (null: nothing). Returns the new count; for null what letting go
+    // returned, or -1 when nothing was held; -1 when the mutex could not be locked. Taking what is already held is
+    // allowed only while somebody else holds it too, since it is let go first.
+    int acquire(T* object)
+    {
+        int result = -1;
+        if (referent != nullptr) {
+            result = release();
+        }
+        if (object == nullptr) {
+            referent = nullptr;
+            return result;
+        }
+        if (!lockOf(object)) {
+            return -1;
+        }
+        referent = object;
+        result = static_cast<int>(object->increment());
+        unlock(object);
+        return result;
+    }
+
+    // Lets go of the referent, and deletes it when this was the last holder. Returns the new count, 0 when the
+    // referent was deleted, -1 when the pointer is empty or the mutex could not be locked (it stays held then).
+    int release()
+    {
+        if (referent == nullptr || !lockOf(referent)) {
+            return -1;
+        }
+        const unsigned int newCount = referent->decrement();
+        if (newCount != 0) {
+            T* const shared = referent;
+            referent = nullptr;
+            unlock(shared);
+            return static_cast<int>(newCount);
+        }
+        // Deliberate: the count is put back to one, so that a destructor which passes its own object on does not
+        // delete it a second time. Pinned by SmartPointer.TheLastReleaseDeletesWithTheCountPutBackToOne.
+        referent->increment();
+        unlock(referent);
+        delete referent;
+        referent = nullptr;
+        return 0;
+    }
+
+    // The referent, or null. The pointer stays the holder.
+    T* get() const { return referent; }
+    T* operator->() const { return referent; }
+
+private:
+    static bool lockOf(T* object) { return ACE_OS::mutex_lock(&mutexOf(object)) != -1; }
+    static void unlock(T* object) { ACE_OS::mutex_unlock(&mutexOf(object)); }
+    static ACE_thread_mutex_t& mutexOf(T* object) { return static_cast<CFiRefCount*>(object)->lock.lock(); }
+
+    T* referent = nullptr;
+};
+
+// A message of the host's error manager. The plug-in never creates or reads one.
+class ZTFI_API CFiMessage : public virtual CFiRefCount {
+public:
+    ~CFiMessage() override = default;
+};
+
+// The host's table of messages by code. The plug-in never calls it; it only carries its destruction.
+//
+// Ownership: holds its messages and owns `buffer` (from new[]).
+class ZTFI_API CFiErrorManager : public virtual CFiRefCount {
+public:
+    ~CFiErrorManager() override { delete[] buffer; }
+
+protected:
+    std::map<std::uint32_t, CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>>> messages;
+    char* buffer = nullptr;
+};
+
+// The host's trace log: made and kept by the host, shared by reference count, written to by everybody.
+//
+// Threads: a host's `trace` must be callable by several threads at once.
+// Ownership: whoever lets go last deletes it, which may be a module of the plug-in.
+// Failure: what `trace` throws passes through the traced operation to its caller.
+class ZTFI_API CFiTraceLog : public virtual CFiRefCount {
+public:
+    // Lets go of the error manager first, then destroys the texts from the last to the first.
+    ~CFiTraceLog() override = default;
+
+    // Writes one record. Supplied by the host: the plug-in only calls it. `level` is one of ZTFI_TRACE_LEVEL;
+    // `format` and its arguments are printf's.
+    void trace(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+protected:
+    ACE_String_Base<char> texts[5];  // their meaning is the host's
+    CFiSmartPtr<CFiErrorManager> errorManager;
+};
+
+// What every working object of the plug-in and of the host derives from: the holder of a trace log.
+//
+// Threads: registerTraceLog must not run while another thread uses the object.
+// Ownership: the registered log is counted until another one is registered or the object ends.
+// Failure: no result depends on whether a log is registered.
+class ZTFI_API CFiTraceable {
+public:
+    // Slots 1 and 2 (complete and deleting destructor): lets go of the log.
+    virtual ~CFiTraceable() = default;
+    // Slot 3: replaces the held log; an empty pointer ends tracing. The object's own `traceLog` changes nothing.
+    virtual void registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log)
+    {
+        traceLog = log;
+    }
+
+protected:
+    CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> traceLog;
+};
+
+// Writes "Entering Function" when it is made and "Exiting Function" when it ends; lives on the stack of the traced
+// function and holds the log meanwhile.
+//
+// Threads: belongs to one.
+// Ownership: `function` and `file` are not copied and must outlive it.
+// Failure: what `trace` throws propagates, from the destructor as well; only while another exception is already on
+// its way through the traced function is the second one dropped, because it would end the process. The log is let
+// go in every case.
+class ZTFI_API CFiTraceLogFunction {
+public:
+    CFiTraceLogFunction(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log,
+                        const char* function, int line, const char* file)
+        : log(log), function(function), line(line), file(baseName(file))
+    {
+        if (!traces()) {
+            return;
+        }
+        exceptionsAtEntry = std::uncaught_exceptions();
+        this->log->trace(ZTFI_TRACE_LEVEL_DETAIL, "Entering Function %s [%d, %s]", this->function, this->line,
+                         this->file);
+    }
+    CFiTraceLogFunction(const CFiTraceLogFunction&) = delete;
+    CFiTraceLogFunction& operator=(const CFiTraceLogFunction&) = delete;
+
+    // Slots 1 and 2 (complete and deleting destructor).
+    virtual ~CFiTraceLogFunction() noexcept(false)
+    {
+        if (!traces()) {
+            return;
+        }
+        try {
+            traceExit();
+        } catch (...) {
+            if (std::uncaught_exceptions() <= exceptionsAtEntry) {
+                throw;
+            }
+        }
+    }
+
+private:
+    bool traces() const { return log.get() != nullptr && function != nullptr && file != nullptr; }
+
+    // Deliberate: only the exit record has a short form. Pinned by ScopeTracer.LineZeroShortensOnlyTheExitRecord.
+    void traceExit()
+    {
+        if (line != 0) {
+            log->trace(ZTFI_TRACE_LEVEL_DETAIL, "Exiting Function %s [%d, %s]", function, line, file);
+        } else {
+            log->trace(ZTFI_TRACE_LEVEL_DETAIL, "Exiting Function %s", function);
+        }
+    }
+
+    // Deliberate: a name without '/' is replaced by this header's own path. Pinned by
+    // ScopeTracer.ABareFileNameIsReplacedByTheHeadersPath.
+    static const char* baseName(const char* path)
+    {
+        if (path == nullptr) {
+            return nullptr;
+        }
+        const char* const lastSlash = std::strrchr(path, '/');
+        return lastSlash != nullptr ? lastSlash + 1 : "framework/cfitracelog.h";
+    }
+
+    CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> log;
+    const char* function;
+    int line;
+    int exceptionsAtEntry = 0;  // stands in the padding behind `line`: the fields around it keep their places
+    const char* file;
+};
+
+}  // namespace ztfi_pdk_4_4
+
+#endif

@@ -1,0 +1,7 @@
+// Marks what belongs to the binary contract: everything else in our libraries is hidden.
+#ifndef KIVCLAIM_FRAMEWORK_ZTFI_EXPORT_H
+#define KIVCLAIM_FRAMEWORK_ZTFI_EXPORT_H
+
+#define ZTFI_API __attribute__((visibility("default")))
+
+#endif
