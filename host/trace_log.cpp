@@ -90,7 +90,7 @@ TraceDestination makeDestination(int threshold, const std::string& name, MakeSin
     return {threshold, std::move(logger), {}};
 }
 
-std::string formatted(const char* format, va_list arguments)
+__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments)
 {
     char shortText[512];
     va_list secondPass;
