@@ -1,1 +1,14 @@
 # The plug-in against the recording host.
+add_library(recording_host OBJECT recording_host.cpp recording_host_calls.cpp)
+target_link_libraries(recording_host PUBLIC kivclaim_framework GTest::gtest)
+
+set(claim_test_sources
+    claim_manager_test.cpp
+    claim_module_defaults_test.cpp
+    powerpath_test.cpp
+    slot_order_test.cpp
+    trace_contract_test.cpp)
+
+kivclaim_test(claim_test
+    SOURCES ${claim_test_sources} recording_string_tool.cpp
+    LIBRARIES kivclaim::kivclaim recording_host)

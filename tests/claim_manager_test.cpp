@@ -1,0 +1,466 @@
+// The claim manager: selection, forwarding, ownership and the way of the trace log.
+#include "claim/kiv_claim_manager.h"
+#include "tests/recording_host.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <new>
+#include <stdexcept>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#include <sanitizer/lsan_interface.h>
+#define KIVCLAIM_HAS_LEAK_SANITIZER 1
+#endif
+#endif
+
+using recording::FailingAllocations;
+using recording::Host;
+using recording::lines;
+using recording::LogPointer;
+using ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL;
+
+namespace {
+
+// A module of the host's own: answers as told and writes down what it is asked.
+class HostModule : public CKivDeviceClaimBase {
+public:
+    HostModule(Host& host, std::string name, std::map<std::string, unsigned int> levels)
+        : host(host), name(std::move(name)), levels(std::move(levels))
+    {
+    }
+    ~HostModule() override { say("deleted"); }
+
+    void registerTraceLog(const LogPointer& log) override
+    {
+        say(log.get() == nullptr ? "gets no log" : "gets a log");
+        fail("registerTraceLog");
+        CKivDeviceClaimBase::registerTraceLog(log);
+    }
+    std::vector<std::string> getDeviceClaimStrings() override
+    {
+        say("getDeviceClaimStrings");
+        fail("getDeviceClaimStrings");
+        return {name + "/1", name + "/2"};
+    }
+    ZTFI_DEVICE_CLAIM_LEVEL claim(const std::string& path) override
+    {
+        say("claim " + path);
+        fail("claim");
+        const auto level = levels.find(path);
+        return static_cast<ZTFI_DEVICE_CLAIM_LEVEL>(level != levels.end() ? level->second : 0);
+    }
+    int isPartition(const std::string& path) override
+    {
+        say("isPartition " + path);
+        fail("isPartition");
+        return 1;
+    }
+    std::string appendPartitionSuffix(const std::string& device, unsigned int partition) override
+    {
+        say("append " + device + " " + std::to_string(partition));
+        fail("appendPartitionSuffix");
+        return device + "#" + std::to_string(partition);
+    }
+    std::string removePartitionSuffix(const std::string& device, unsigned int& partition) override
+    {
+        say("remove " + device + " " + std::to_string(partition));
+        fail("removePartitionSuffix");
+        partition = 42;
+        return "whole of " + device;
+    }
+    void clearLvmDeviceNameList() override { say("clear"); }
+
+    LogPointer held() const { return traceLog; }
+    std::string failing;  // the operation that throws
+
+private:
+    void say(const std::string& what) const { host.write(name + ": " + what); }
+    void fail(const char* operation) const
+    {
+        if (failing == operation) {
+            throw std::runtime_error(operation);
+        }
+    }
+
+    Host& host;
+    std::string name;
+    std::map<std::string, unsigned int> levels;
+};
+
+class ClaimManager : public testing::Test {
+protected:
+    HostModule* add(const std::string& name, std::map<std::string, unsigned int> levels)
+    {
+        auto* const module = new HostModule(host, name, std::move(levels));
+        manager->registerClaimModule(module);
+        host.forget();
+        return module;
+    }
+
+    Host host;
+    std::unique_ptr<CKivClaimManager> manager = std::make_unique<CKivClaimManager>();
+};
+
+constexpr unsigned int untouched = 77;
+
+}  // namespace
+
+TEST_F(ClaimManager, StartsWithTheBuiltInModulesAndWithoutALog)
+{
+    EXPECT_EQ(manager->claim("/dev/emcpowera"), 16U);
+    EXPECT_EQ(host.calls(), lines({}));
+    EXPECT_EQ(host.effects(), lines({}));
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST_F(ClaimManager, AsksEveryModuleInListOrderWithoutEarlyExit)
+{
+    add("first", {{"x", 5}});
+    add("second", {{"x", 4294967295U}});
+    add("third", {{"x", 5}});
+    EXPECT_EQ(manager->claim("x"), 4294967295U);
+    EXPECT_EQ(host.effects(), lines({"first: claim x", "second: claim x", "third: claim x"}));
+}
+
+TEST_F(ClaimManager, TheFirstModuleWinsATie)
+{
+    add("first", {{"x", 5}});
+    auto* const second = add("second", {{"x", 9}});
+    add("third", {{"x", 9}});
+    CKivDeviceClaimBase* module = nullptr;
+    EXPECT_EQ(manager->getClaimModule(module, "x"), 9U);
+    EXPECT_EQ(module, second);
+}
+
+TEST_F(ClaimManager, AModuleOfTheHostNeedsAStrongerClaimThanTheBuiltInOnes)
+{
+    auto* const stronger = add("stronger", {{"/dev/emcpowera", 17}});
+    add("equal", {{"/dev/emcpowerb", 16}});
+    CKivDeviceClaimBase* module = nullptr;
+    EXPECT_EQ(manager->getClaimModule(module, "/dev/emcpowera"), 17U);
+    EXPECT_EQ(module, stronger);
+    EXPECT_EQ(manager->appendPartitionSuffix("/dev/emcpowerb", 2), "/dev/emcpowerb2");
+}
+
+TEST_F(ClaimManager, LevelsAreComparedAsUnsignedNumbers)
+{
+    add("first", {{"x", 1}});
+    auto* const second = add("second", {{"x", 0x80000000U}});
+    CKivDeviceClaimBase* module = nullptr;
+    EXPECT_EQ(manager->getClaimModule(module, "x"), 0x80000000U);
+    EXPECT_EQ(module, second);
+}
+
+TEST_F(ClaimManager, TheCallersModuleStaysWhenNobodyClaims)
+{
+    auto* const mine = add("mine", {});
+    CKivDeviceClaimBase* module = mine;
+    EXPECT_EQ(manager->getClaimModule(module, "x"), 0U);
+    EXPECT_EQ(module, mine);
+}
+
+TEST_F(ClaimManager, AnUnclaimedPathGetsTheNeutralAnswers)
+{
+    add("first", {});
+    unsigned int partition = untouched;
+    EXPECT_EQ(manager->claim("x"), 0U);
+    EXPECT_EQ(manager->isPartition("x"), 0);
+    EXPECT_EQ(manager->appendPartitionSuffix("x", 1), "");
+    EXPECT_EQ(manager->removePartitionSuffix("x", partition), "");
+    EXPECT_EQ(partition, untouched);
+    EXPECT_EQ(host.effects(), lines({"first: claim x", "first: claim x", "first: claim x", "first: claim x"}));
+}
+
+TEST_F(ClaimManager, ForwardsToTheWinnerAlone)
+{
+    add("first", {{"x", 5}});
+    add("second", {{"x", 6}});
+    unsigned int partition = untouched;
+    EXPECT_EQ(manager->isPartition("x"), 1);
+    EXPECT_EQ(manager->appendPartitionSuffix("x", 3), "x#3");
+    EXPECT_EQ(manager->removePartitionSuffix("x", partition), "whole of x");
+    EXPECT_EQ(partition, 42U);
+    EXPECT_EQ(host.effects(),
+              lines({"first: claim x", "second: claim x", "second: isPartition x", "first: claim x", "second: claim x",
+                     "second: append x 3", "first: claim x", "second: claim x", "second: remove x 77"}));
+}
+
+TEST_F(ClaimManager, ClaimStringsOfLaterModulesComeFirst)
+{
+    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"/dev/emcpower"}));
+    add("first", {});
+    add("second", {});
+    EXPECT_EQ(manager->getDeviceClaimStrings(),
+              lines({"second/1", "second/2", "first/1", "first/2", "/dev/emcpower"}));
+    EXPECT_EQ(host.effects(), lines({"first: getDeviceClaimStrings", "second: getDeviceClaimStrings"}));
+}
+
+TEST_F(ClaimManager, ClaimStringsThatOccurTwiceStayTwice)
+{
+    add("same", {});
+    add("same", {});
+    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"same/1", "same/2", "same/1", "same/2", "/dev/emcpower"}));
+}
+
+TEST_F(ClaimManager, ANullModuleIsIgnored)
+{
+    manager->registerTraceLog(host.log());
+    const std::size_t modulesBefore = manager->claimModules().size();
+    manager->registerClaimModule(nullptr);
+    EXPECT_EQ(manager->claimModules().size(), modulesBefore);
+    EXPECT_EQ(host.effects(), lines({"6 Entering Function registerClaimModule [81, kiv_claim_manager.cpp]",
+                                     "6 Exiting Function registerClaimModule [81, kiv_claim_manager.cpp]"}));
+}
+
+TEST_F(ClaimManager, AModuleGetsTheCurrentLogBeforeItIsAppended)
+{
+    manager->registerTraceLog(host.log());
+    auto* const module = new HostModule(host, "mine", {});
+    manager->registerClaimModule(module);
+    EXPECT_EQ(host.effectsInside(), lines({"mine: gets a log"}));
+    EXPECT_EQ(module->held().get(), host.log().get());
+    EXPECT_EQ(manager->claimModules().back(), module);
+}
+
+TEST_F(ClaimManager, AModuleRegisteredBeforeAnyLogStartsTracingAtTheNextRegistration)
+{
+    auto* const module = new HostModule(host, "mine", {});
+    manager->registerClaimModule(module);
+    EXPECT_EQ(host.effects(), lines({"mine: gets no log"}));
+    EXPECT_EQ(module->held().get(), nullptr);
+    manager->registerTraceLog(host.log());
+    EXPECT_EQ(host.effects(), lines({"mine: gets no log", "mine: gets a log"}));
+    EXPECT_EQ(module->held().get(), host.log().get());
+}
+
+TEST_F(ClaimManager, TheFirstRegistrationOfALogWritesNoRecordsTheSecondWritesIntoTheFirst)
+{
+    manager->registerTraceLog(host.log());
+    EXPECT_EQ(host.effects(), lines({}));
+    const LogPointer other = host.anotherLog("other");
+    manager->registerTraceLog(other);
+    EXPECT_EQ(host.effects(), lines({"6 Entering Function registerTraceLog [69, kiv_claim_manager.cpp]",
+                                     "6 Exiting Function registerTraceLog [69, kiv_claim_manager.cpp]"}));
+    EXPECT_EQ(host.logCount(), 1U);
+    host.forget();
+    manager->claim("x");
+    EXPECT_EQ(host.effects().front(), "other: 6 Entering Function claim [109, kiv_claim_manager.cpp]");
+}
+
+TEST_F(ClaimManager, RegisteringThroughTheTraceableBaseReachesTheManagersOwn)
+{
+    add("mine", {});
+    ztfi_pdk_4_4::CFiTraceable& base = *manager;
+    base.registerTraceLog(host.log());
+    EXPECT_EQ(host.effects(), lines({"mine: gets a log"}));
+}
+
+TEST_F(ClaimManager, EveryModuleHoldsTheLogAndLetsGoOfItAtTheEnd)
+{
+    const auto builtIn = static_cast<unsigned int>(manager->claimModules().size());
+    add("mine", {});
+    manager->registerTraceLog(host.log());
+    EXPECT_EQ(host.logCount(), 1U + 1U + builtIn + 1U) << "host, manager, built-in modules, module of the host";
+    unsigned int during = 0;
+    host.onTrace = [&] { during = std::max(during, host.logCount()); };
+    manager->getDeviceClaimStrings();
+    EXPECT_EQ(during, 3U + builtIn + 2U) << "two scopes more: the manager's and a module's";
+    EXPECT_EQ(host.logCount(), 3U + builtIn);
+    manager->registerTraceLog(host.log());
+    EXPECT_EQ(host.logCount(), 3U + builtIn);
+    manager.reset();
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST_F(ClaimManager, CountsAreTheSameBeforeAndAfterEveryOperation)
+{
+    add("mine", {{"x", 3}});
+    manager->registerTraceLog(host.log());
+    const unsigned int before = host.logCount();
+    unsigned int partition = 0;
+    manager->claim("x");
+    EXPECT_EQ(host.logCount(), before);
+    manager->isPartition("x");
+    EXPECT_EQ(host.logCount(), before);
+    manager->appendPartitionSuffix("x", 1);
+    EXPECT_EQ(host.logCount(), before);
+    manager->removePartitionSuffix("x", partition);
+    EXPECT_EQ(host.logCount(), before);
+    manager->getDeviceClaimStrings();
+    EXPECT_EQ(host.logCount(), before);
+    manager->clearLvmDeviceNameList();
+    EXPECT_EQ(host.logCount(), before);
+    manager->registerClaimModule(nullptr);
+    EXPECT_EQ(host.logCount(), before);
+}
+
+TEST_F(ClaimManager, RecordsEachOperationUnderItsFixedLine)
+{
+    manager->registerTraceLog(host.log());
+    const auto outerRecords = [&] {
+        const recording::Lines all = host.trace(6);
+        host.forget();
+        return recording::Lines{all.front(), all.back()};
+    };
+    unsigned int partition = 0;
+    manager->getDeviceClaimStrings();
+    EXPECT_EQ(outerRecords(), lines({"Entering Function getDeviceClaimStrings [92, kiv_claim_manager.cpp]",
+                                     "Exiting Function getDeviceClaimStrings [92, kiv_claim_manager.cpp]"}));
+    manager->claim("x");
+    EXPECT_EQ(outerRecords(), lines({"Entering Function claim [109, kiv_claim_manager.cpp]",
+                                     "Exiting Function claim [109, kiv_claim_manager.cpp]"}));
+    manager->isPartition("x");
+    EXPECT_EQ(outerRecords(), lines({"Entering Function isPartition [117, kiv_claim_manager.cpp]",
+                                     "Exiting Function isPartition [117, kiv_claim_manager.cpp]"}));
+    manager->appendPartitionSuffix("x", 1);
+    EXPECT_EQ(outerRecords(), lines({"Entering Function appendPartitionSuffix [132, kiv_claim_manager.cpp]",
+                                     "Exiting Function appendPartitionSuffix [132, kiv_claim_manager.cpp]"}));
+    manager->removePartitionSuffix("x", partition);
+    EXPECT_EQ(outerRecords(), lines({"Entering Function removePartitionSuffix [144, kiv_claim_manager.cpp]",
+                                     "Exiting Function removePartitionSuffix [144, kiv_claim_manager.cpp]"}));
+    CKivDeviceClaimBase* module = nullptr;
+    manager->getClaimModule(module, "x");
+    EXPECT_EQ(outerRecords(), lines({"Entering Function getClaimModule [48, kiv_claim_manager.cpp]",
+                                     "Exiting Function getClaimModule [48, kiv_claim_manager.cpp]"}));
+    manager->clearLvmDeviceNameList();
+    EXPECT_EQ(host.effects(), lines({}));
+}
+
+TEST_F(ClaimManager, TheSelectionIsRecordedInsideTheRequest)
+{
+    manager->registerTraceLog(host.log());
+    manager->isPartition("nobody's");
+    const recording::Lines all = host.trace(6);
+    ASSERT_GT(all.size(), 3U);
+    EXPECT_EQ(all[1], "Entering Function getClaimModule [48, kiv_claim_manager.cpp]");
+    EXPECT_EQ(all[all.size() - 2], "Exiting Function getClaimModule [48, kiv_claim_manager.cpp]");
+}
+
+TEST_F(ClaimManager, ClearingTheListOnTheManagerReachesNoModule)
+{
+    add("mine", {});
+    manager->clearLvmDeviceNameList();
+    EXPECT_EQ(host.effects(), lines({}));
+}
+
+TEST_F(ClaimManager, DeletesEveryModuleInListOrder)
+{
+    add("first", {});
+    add("second", {});
+    manager.reset();
+    EXPECT_EQ(host.effects(), lines({"first: deleted", "second: deleted"}));
+}
+
+TEST_F(ClaimManager, LetsAModulesExceptionThroughAndStaysUsable)
+{
+    manager->registerTraceLog(host.log());
+    auto* const module = add("mine", {{"x", 9}});
+    const unsigned int countBefore = host.logCount();
+    unsigned int partition = untouched;
+    const auto expectThrow = [&](const char* operation, const std::function<void()>& request) {
+        module->failing = operation;
+        host.forget();
+        EXPECT_THROW(request(), std::runtime_error) << operation;
+        EXPECT_EQ(host.logCount(), countBefore) << operation;
+        EXPECT_EQ(host.effects().back().find("6 Exiting Function "), 0U) << operation;
+    };
+    expectThrow("claim", [&] { manager->claim("x"); });
+    expectThrow("claim", [&] { manager->isPartition("x"); });
+    expectThrow("claim", [&] { manager->appendPartitionSuffix("x", 1); });
+    expectThrow("claim", [&] { manager->removePartitionSuffix("x", partition); });
+    expectThrow("isPartition", [&] { manager->isPartition("x"); });
+    expectThrow("appendPartitionSuffix", [&] { manager->appendPartitionSuffix("x", 1); });
+    expectThrow("removePartitionSuffix", [&] { manager->removePartitionSuffix("x", partition); });
+    expectThrow("getDeviceClaimStrings", [&] { manager->getDeviceClaimStrings(); });
+    EXPECT_EQ(partition, untouched);
+    module->failing.clear();
+    EXPECT_EQ(manager->claim("x"), 9U);
+}
+
+TEST_F(ClaimManager, AModuleThatRefusesTheLogLeavesTheLaterOnesWithTheOld)
+{
+    auto* const first = add("first", {});
+    auto* const second = add("second", {});
+    auto* const third = add("third", {});
+    second->failing = "registerTraceLog";
+    EXPECT_THROW(manager->registerTraceLog(host.log()), std::runtime_error);
+    EXPECT_EQ(first->held().get(), host.log().get());
+    EXPECT_EQ(second->held().get(), nullptr);
+    EXPECT_EQ(third->held().get(), nullptr);
+    host.forget();
+    manager->claim("x");
+    EXPECT_EQ(host.effects().front(), "6 Entering Function claim [109, kiv_claim_manager.cpp]");
+}
+
+TEST_F(ClaimManager, AModuleThatRefusesTheLogIsNotRegistered)
+{
+    HostModule module(host, "mine", {});
+    module.failing = "registerTraceLog";
+    const std::size_t modulesBefore = manager->claimModules().size();
+    EXPECT_THROW(manager->registerClaimModule(&module), std::runtime_error);
+    EXPECT_EQ(manager->claimModules().size(), modulesBefore);
+}
+
+TEST_F(ClaimManager, AModuleThatCannotBeAppendedHasTheLogAndStaysTheCallers)
+{
+    manager->registerTraceLog(host.log());
+    while (manager->claimModules().size() != manager->claimModules().capacity()) {
+        add("filling up", {});
+    }
+    host.forget();
+    HostModule module(host, "mine", {});
+    manager->registerTraceLog(LogPointer());  // so that no record needs memory
+    host.forget();
+    const std::size_t modulesBefore = manager->claimModules().size();
+    bool failed = false;
+    {
+        // "mine: gets no log" takes one allocation to build and one to write down.
+        for (int successes = 0; successes < 50 && !failed; ++successes) {
+            const FailingAllocations failing(successes);
+            try {
+                manager->registerClaimModule(&module);
+                break;
+            } catch (const std::bad_alloc&) {
+                failed = !host.effects().empty() && host.effects().back() == "mine: gets no log";
+            }
+        }
+    }
+    EXPECT_TRUE(failed);
+    EXPECT_EQ(manager->claimModules().size(), modulesBefore);
+}
+
+TEST(ClaimManagerConstruction, AFailedConstructionLeavesTheEarlierModulesBehind)
+{
+#ifdef KIVCLAIM_HAS_LEAK_SANITIZER
+    const __lsan::ScopedDisabler theLeakIsTheContract;
+#endif
+    int failures = 0;
+    for (int successes = 0;; ++successes) {
+        try {
+            const FailingAllocations failing(successes);
+            const CKivClaimManager manager;
+            break;
+        } catch (const std::bad_alloc&) {
+            ++failures;
+        }
+    }
+    EXPECT_GE(failures, 2) << "at least one module and the list need memory";
+}
+
+TEST(ClaimManagerTracing, AThrowingExitRecordPassesThroughEveryOperation)
+{
+    Host host;
+    CKivClaimManager manager;
+    manager.registerTraceLog(host.log());
+    const unsigned int before = host.logCount();
+    host.failsTracing("Exiting Function getDeviceClaimStrings [92,");
+    EXPECT_THROW(manager.getDeviceClaimStrings(), std::runtime_error);
+    host.failsTracing("Exiting Function claim [109,");
+    EXPECT_THROW(manager.claim("x"), std::runtime_error);
+    host.failsTracing("Exiting Function appendPartitionSuffix [132,");
+    EXPECT_THROW(manager.appendPartitionSuffix("/dev/emcpowerabcdefghijklmnopqrstuvwxyz", 1), std::runtime_error);
+    EXPECT_EQ(host.logCount(), before);
+}

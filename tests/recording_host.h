@@ -1,0 +1,152 @@
+// One host for all scenarios: it plays the host framework (trace log, command runner, string tools) and the C
+// library's calls that the plug-in makes, and writes down each effect as one line of text, in order:
+//
+//     6 Entering Function claim [60, kiv_linux_device_mapper_claim.cpp]     a record, behind its level
+//     run [/sbin/lvdisplay]                                                 a command
+//     uname                                                                 the C library's calls
+//     open /dev/sdb: yes
+//     close /dev/sdb
+//     access /usr/sbin/ztkivadm: no
+//     sleep 5
+//
+// The operations are defined in the test program, and the plug-in takes them from there when it is loaded. A command
+// that no script covers, and a script that nobody used, fail the test.
+#ifndef KIVCLAIM_TESTS_RECORDING_HOST_H
+#define KIVCLAIM_TESTS_RECORDING_HOST_H
+
+#include "framework/cfiexecpipe.h"
+#include "framework/cfitracelog.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace recording {
+
+using Lines = std::vector<std::string>;
+using LogPointer = ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog>;
+
+// A literal list of lines.
+inline Lines lines(std::initializer_list<const char*> texts)
+{
+    return Lines(texts.begin(), texts.end());
+}
+
+// What one scripted command does.
+struct Script {
+    std::string command;
+    Lines output;
+    int result = 0;
+    std::int64_t waitStatus = 0;
+    std::function<void()> thrower;  // called behind the output, when set
+    int timesLeft = 1;
+
+    Script& times(int count)
+    {
+        timesLeft = count;
+        return *this;
+    }
+};
+
+class RecordingLog;
+
+class Host {
+public:
+    // The host that plays while it lives; one at a time.
+    Host();
+    ~Host();
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+    static Host* current();
+
+    // The host's trace log. The host holds one reference; `logCount` is the number of all holders.
+    const LogPointer& log() const { return heldLog; }
+    unsigned int logCount() const;
+    // A further log, whose records are written down as "NAME: level text".
+    LogPointer anotherLog(const std::string& name);
+
+    // What happened so far.
+    const Lines& effects() const { return written; }
+    // The texts of the records of one level.
+    Lines trace(int level) const;
+    // All effects but the entry and exit records.
+    Lines effectsInside() const;
+    // All effects but records.
+    Lines calls() const;
+    void forget() { written.clear(); }
+
+    // Scripts. A command line is taken to the letter; scripts of one command line are used up in order.
+    Script& prints(const std::string& command, const Lines& output);
+    Script& fails(const std::string& command, int result, std::int64_t waitStatus, const Lines& output);
+    Script& throws(const std::string& command, std::function<void()> thrower, const Lines& output = {});
+
+    // The machine.
+    void kernelRelease(const std::string& release) { release_ = release; }
+    void device(const std::string& path) { devices.insert(path); }
+    void executable(const std::string& path) { executables.insert(path); }
+    void noDevice(const std::string& path) { devices.erase(path); }
+
+    // Accidents. The record whose text begins with `text` throws std::runtime_error("trace failed").
+    void failsTracing(const std::string& text) { failingRecord = text; }
+    // What a search without a hit leaves in the line index; the contract is to leave it alone.
+    std::optional<unsigned long> indexAfterMiss;
+    // Called before each record is written down.
+    std::function<void()> onTrace;
+
+    // What the played operations call.
+    void write(const std::string& line) { written.push_back(line); }
+    void traced(const RecordingLog& log, int level, const std::string& text);
+    int run(const std::string& command, Lines& output, ztfi_pdk_4_4::EFiExecPipe& lastFailure);
+    const std::string& release() const { return release_; }
+    bool hasDevice(const std::string& path) const { return devices.count(path) != 0; }
+    bool hasExecutable(const std::string& path) const { return executables.count(path) != 0; }
+    int openDescriptor(const std::string& path);
+    bool closeDescriptor(int descriptor);
+
+private:
+    Script& script(Script script);
+
+    LogPointer heldLog;
+    RecordingLog* rawLog;
+    Lines written;
+    std::vector<std::unique_ptr<Script>> scripts;
+    std::string release_ = "6.1.0";
+    std::set<std::string> devices;
+    std::set<std::string> executables;
+    std::vector<std::string> openPaths;
+    std::string failingRecord;
+};
+
+// The trace log of this host.
+class RecordingLog : public ztfi_pdk_4_4::CFiTraceLog {
+public:
+    explicit RecordingLog(std::string name) : name(std::move(name)) {}
+    ~RecordingLog() override { ++destroyed; }
+
+    std::string name;
+    static int destroyed;  // how many logs have been deleted so far
+};
+
+// While it lives, locking a framework mutex fails on this thread: the next `successes` calls still work.
+class FailingLocks {
+public:
+    explicit FailingLocks(int successes = 0);
+    ~FailingLocks();
+};
+
+// How many framework mutexes this thread holds now.
+int locksHeld();
+
+// While it lives, allocating memory on this thread fails: the next `successes` calls still work.
+class FailingAllocations {
+public:
+    explicit FailingAllocations(int successes);
+    ~FailingAllocations();
+};
+
+}  // namespace recording
+
+#endif

@@ -1,0 +1,64 @@
+// The recording host's own string tools, written for plainness. A test program without this file runs the same
+// scenarios on the bundled ones.
+#include "framework/cfistringtool.h"
+#include "tests/recording_host.h"
+
+#include <strings.h>
+
+#include <algorithm>
+
+using ztfi_pdk_4_4::CFiStringTool;
+
+std::vector<std::string> CFiStringTool::tokenize(const std::string& text, const std::string& separators)
+{
+    std::vector<std::string> pieces;
+    std::string piece;
+    for (const char character : text + separators.substr(0, 1)) {
+        if (separators.find(character) == std::string::npos) {
+            piece += character;
+        } else if (!piece.empty()) {
+            pieces.push_back(piece);
+            piece.clear();
+        }
+    }
+    return pieces;
+}
+
+std::string CFiStringTool::trim(const std::string& text, const std::string& characters)
+{
+    std::string rest = text;
+    while (!rest.empty() && characters.find(rest.back()) != std::string::npos) {
+        rest.pop_back();
+    }
+    while (!rest.empty() && characters.find(rest.front()) != std::string::npos) {
+        rest.erase(0, 1);
+    }
+    return rest;
+}
+
+std::size_t CFiStringTool::find(const std::vector<std::string>& lines, const std::string& text, unsigned long& index,
+                                bool /*ignoreCase*/)
+{
+    for (unsigned long line = index; line < lines.size(); ++line) {
+        const std::size_t position = lines[line].find(text);
+        if (position != std::string::npos) {
+            index = line;
+            return position;
+        }
+    }
+    const recording::Host* const host = recording::Host::current();
+    if (host != nullptr && host->indexAfterMiss) {
+        index = *host->indexAfterMiss;
+    }
+    return std::string::npos;
+}
+
+ACE_String_Base<char> CFiStringTool::str2tstr(const std::string& text)
+{
+    return ACE_String_Base<char>(text.data(), text.size());
+}
+
+std::string CFiStringTool::tstr2str(const ACE_String_Base<char>& text)
+{
+    return std::string(text.c_str(), text.length());
+}

@@ -1,0 +1,220 @@
+// The binary contract: slot order, sizes and alignments. A host that was compiled long ago calls through these slots.
+#include "claim/kiv_claim_manager.h"
+#include "claim/kiv_device_claim_base.h"
+#include "claim/kiv_release.h"
+#include "framework/cfiexecpipe.h"
+#include "framework/cfitracelog.h"
+#include "modules/kiv_powerpath_claim.h"
+#include "tests/recording_host.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+using recording::Host;
+using recording::lines;
+using recording::LogPointer;
+using namespace ztfi_pdk_4_4;
+
+namespace {
+
+// The 0-based place of a virtual operation in its table. The C++ ABI of this platform keeps it in the pointer to
+// member: one more than the offset in bytes.
+template <class Class, class Result, class... Arguments>
+std::size_t slotOf(Result (Class::*operation)(Arguments...))
+{
+    std::ptrdiff_t encoded = 0;
+    static_assert(sizeof operation == 2 * sizeof encoded, "a pointer to member is a pair of words");
+    std::memcpy(&encoded, &operation, sizeof encoded);
+    EXPECT_EQ(encoded & 1, 1) << "not a virtual operation";
+    return static_cast<std::size_t>(encoded - 1) / sizeof(void*);
+}
+
+// Calls the operation in one slot of an object's primary table, as a host does that knows nothing but the contract.
+template <class Result, class... Arguments>
+#if defined(__clang__)
+__attribute__((no_sanitize("function")))
+#endif
+Result
+callSlot(void* object, std::size_t slot, Arguments... arguments)
+{
+    void* const* table = nullptr;
+    std::memcpy(&table, object, sizeof table);
+    Result (*operation)(void*, Arguments...) = nullptr;
+    std::memcpy(&operation, &table[slot], sizeof operation);
+    return operation(object, arguments...);
+}
+
+template <class T>
+constexpr std::size_t words = sizeof(T) / sizeof(void*);
+
+}  // namespace
+
+// Destructors take two slots, a complete and a deleting one; what follows starts at place 2.
+
+TEST(SlotOrder, OfTheReferenceCount)
+{
+    EXPECT_EQ(slotOf(&CFiRefCount::increment), 2U);
+    EXPECT_EQ(slotOf(&CFiRefCount::decrement), 3U);
+    EXPECT_EQ(slotOf(&CFiRefCount::getCount), 4U);
+}
+
+TEST(SlotOrder, OfTheTraceableBaseAndTheRunner)
+{
+    EXPECT_EQ(slotOf(&CFiTraceable::registerTraceLog), 2U);
+    EXPECT_EQ(slotOf(&CFiExecPipeBase::registerTraceLog), 2U);
+    EXPECT_EQ(slotOf(&CFiExecPipePosix::registerTraceLog), 2U);
+}
+
+TEST(SlotOrder, OfAClaimModule)
+{
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::registerTraceLog), 2U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::getDeviceClaimStrings), 3U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::claim), 4U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::isPartition), 5U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::appendPartitionSuffix), 6U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::removePartitionSuffix), 7U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::clearLvmDeviceNameList), 8U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::getActivePath), 9U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::isRawDevice), 10U);
+    EXPECT_EQ(slotOf(&CKivDeviceClaimBase::removeDevPrefix), 11U);
+}
+
+TEST(SlotOrder, OfTheClaimManager)
+{
+    EXPECT_EQ(slotOf(&CKivClaimManager::registerClaimModule), 2U);
+    EXPECT_EQ(slotOf(&CKivClaimManager::registerTraceLog), 3U);
+    EXPECT_EQ(slotOf(&CKivClaimManager::getDeviceClaimStrings), 4U);
+    EXPECT_EQ(slotOf(&CKivClaimManager::claim), 5U);
+    EXPECT_EQ(slotOf(&CKivClaimManager::isPartition), 6U);
+    EXPECT_EQ(slotOf(&CKivClaimManager::appendPartitionSuffix), 7U);
+    EXPECT_EQ(slotOf(&CKivClaimManager::removePartitionSuffix), 8U);
+    EXPECT_EQ(slotOf(&CKivClaimManager::clearLvmDeviceNameList), 9U);
+}
+
+TEST(RawSlots, OfTheReferenceCountAnswer)
+{
+    CFiRefCount count;
+    EXPECT_EQ(callSlot<unsigned int>(&count, 2), 1U);
+    EXPECT_EQ(callSlot<unsigned int>(&count, 2), 2U);
+    EXPECT_EQ(callSlot<unsigned int>(&count, 3), 1U);
+    EXPECT_EQ(callSlot<unsigned int>(&count, 4), 1U);
+}
+
+TEST(RawSlots, OfAClaimModuleAnswer)
+{
+    Host host;
+    CKivDeviceClaimBase* const module = new CKivPowerPathClaim;
+    const std::string path = "/dev/emcpowera5";
+    const LogPointer& log = host.log();
+    unsigned int partition = 0;
+    callSlot<void, const LogPointer&>(module, 2, log);
+    EXPECT_EQ(host.logCount(), 2U);
+    EXPECT_EQ(callSlot<std::vector<std::string>>(module, 3), lines({"/dev/emcpower"}));
+    EXPECT_EQ((callSlot<std::uint32_t, const std::string&>(module, 4, path)), 16U);
+    EXPECT_EQ((callSlot<int, const std::string&>(module, 5, path)), 1);
+    EXPECT_EQ((callSlot<std::string, const std::string&, unsigned int>(module, 6, path, 3)), "/dev/emcpowera53");
+    EXPECT_EQ((callSlot<std::string, const std::string&, unsigned int&>(module, 7, path, partition)), "/dev/emcpowera");
+    EXPECT_EQ(partition, 5U);
+    callSlot<void>(module, 8);
+    EXPECT_EQ((callSlot<std::string, std::string, bool>(module, 9, path, true)), path);
+    EXPECT_TRUE((callSlot<bool, std::string>(module, 10, path)));
+    EXPECT_EQ((callSlot<std::string, std::string>(module, 11, path)), "emcpowera5");
+    callSlot<void>(module, 1);
+    EXPECT_EQ(host.logCount(), 1U) << "the deleting destructor lets go of the log";
+}
+
+TEST(RawSlots, OfTheClaimManagerAnswer)
+{
+    Host host;
+    auto* const manager = new CKivClaimManager;
+    const std::string path = "/dev/emcpowera5";
+    const LogPointer& log = host.log();
+    unsigned int partition = 0;
+    const std::size_t modulesBefore = manager->claimModules().size();
+    callSlot<void, CKivDeviceClaimBase*>(manager, 2, new CKivPowerPathClaim);
+    EXPECT_EQ(manager->claimModules().size(), modulesBefore + 1);
+    callSlot<void, const LogPointer&>(manager, 3, log);
+    EXPECT_EQ(host.logCount(), 3U + modulesBefore);
+    EXPECT_EQ(callSlot<std::vector<std::string>>(manager, 4).front(), "/dev/emcpower");
+    EXPECT_EQ((callSlot<std::uint32_t, const std::string&>(manager, 5, path)), 16U);
+    EXPECT_EQ((callSlot<int, const std::string&>(manager, 6, path)), 1);
+    EXPECT_EQ((callSlot<std::string, const std::string&, unsigned int>(manager, 7, path, 3)), "/dev/emcpowera53");
+    EXPECT_EQ((callSlot<std::string, const std::string&, unsigned int&>(manager, 8, path, partition)),
+              "/dev/emcpowera");
+    EXPECT_EQ(partition, 5U);
+    callSlot<void>(manager, 9);
+    callSlot<void>(manager, 1);
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(Layout, OfTheContractTypes)
+{
+    EXPECT_EQ(words<CFiSmartPtr<CFiTraceLog>>, 1U);
+    EXPECT_EQ(words<CFiTraceable>, 2U) << "table, log";
+    EXPECT_EQ(words<CKivDeviceClaimBase>, words<CFiTraceable>) << "no members of its own";
+    EXPECT_EQ(words<CKivPowerPathClaim>, words<CFiTraceable>);
+    EXPECT_EQ(words<CKivClaimManager>, 1U + 3U + words<CFiTraceable>) << "table, list, virtual base";
+    EXPECT_EQ(words<CFiTraceLogFunction>, 5U) << "table, log, function, line, file";
+    EXPECT_EQ(sizeof(CFiRefCount), 8U + 8U + sizeof(ACE_Thread_Mutex)) << "table, count, lock";
+    EXPECT_EQ(sizeof(CFiTraceLog), 8U + 5U * sizeof(ACE_String_Base<char>) + 8U + sizeof(CFiRefCount));
+    EXPECT_EQ(sizeof(CFiErrorManager), 8U + 48U + 8U + sizeof(CFiRefCount)) << "table, map, buffer, virtual base";
+    EXPECT_EQ(sizeof(CFiMessage), 8U + sizeof(CFiRefCount));
+    EXPECT_EQ(sizeof(EFiExecPipe), 32U + 32U + 8U + 8U);
+    EXPECT_EQ(sizeof(CFiExecPipeBase), sizeof(CFiTraceable) + sizeof(EFiExecPipe));
+    EXPECT_EQ(sizeof(CFiExecPipePosix), sizeof(CFiExecPipeBase));
+    EXPECT_EQ(sizeof(ZTFI_DEVICE_CLAIM_LEVEL), 4U);
+}
+
+TEST(Layout, AlignmentIsThatOfAPointer)
+{
+    EXPECT_EQ(alignof(CFiRefCount), alignof(void*));
+    EXPECT_EQ(alignof(CFiTraceLog), alignof(void*));
+    EXPECT_EQ(alignof(CFiErrorManager), alignof(void*));
+    EXPECT_EQ(alignof(CFiTraceable), alignof(void*));
+    EXPECT_EQ(alignof(CFiTraceLogFunction), alignof(void*));
+    EXPECT_EQ(alignof(EFiExecPipe), alignof(void*));
+    EXPECT_EQ(alignof(CFiExecPipePosix), alignof(void*));
+    EXPECT_EQ(alignof(CKivClaimManager), alignof(void*));
+    EXPECT_EQ(alignof(CKivDeviceClaimBase), alignof(void*));
+}
+
+TEST(Layout, FieldsOfTheExecutionFailureStandInOrder)
+{
+    EXPECT_EQ(offsetof(EFiExecPipe, message), 0U);
+    EXPECT_EQ(offsetof(EFiExecPipe, wideMessage), 32U);
+    EXPECT_EQ(offsetof(EFiExecPipe, errorNumber), 64U);
+    EXPECT_EQ(offsetof(EFiExecPipe, waitStatus), 72U);
+    EXPECT_FALSE(std::is_polymorphic_v<EFiExecPipe>);
+}
+
+TEST(Layout, ClaimLevelsAreUnsignedNumbers)
+{
+    static_assert(std::is_same_v<std::underlying_type_t<ZTFI_DEVICE_CLAIM_LEVEL>, std::uint32_t>);
+    EXPECT_EQ(ZTFI_DEVICE_CLAIM_LEVEL_NONE, 0U);
+    EXPECT_EQ(ZTFI_DEVICE_CLAIM_LEVEL_NATIVE, 2U);
+    EXPECT_EQ(ZTFI_DEVICE_CLAIM_LEVEL_KIV_SECONDARY, 16U);
+}
+
+TEST(Contract, OnlyTheManagerDerivesVirtuallyFromTheTraceableBase)
+{
+    // A pointer to a virtual base cannot be cast down statically; to a plain one it can.
+    EXPECT_TRUE((std::is_base_of_v<CFiTraceable, CKivClaimManager>));
+    CKivClaimManager manager;
+    EXPECT_EQ(static_cast<void*>(static_cast<CFiTraceable*>(&manager)),
+              static_cast<void*>(reinterpret_cast<char*>(&manager) + 32));
+    CKivPowerPathClaim module;
+    EXPECT_EQ(static_cast<void*>(static_cast<CFiTraceable*>(&module)), static_cast<void*>(&module));
+}
+
+TEST(Contract, TheReleaseIdentificationNamesLibraryVersionAndRevision)
+{
+    const std::string text = kivclaim_release_identification;
+    EXPECT_EQ(text.find("kivclaim 1.0.0 (revision "), 0U) << text;
+    EXPECT_EQ(text.back(), ')');
+}

@@ -1,0 +1,500 @@
+// Reference count, counting pointer, traceable base and scope tracer.
+#include "framework/cfitracelog.h"
+#include "tests/recording_host.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <thread>
+#include <type_traits>
+
+using recording::FailingLocks;
+using recording::Host;
+using recording::lines;
+using recording::LogPointer;
+using ztfi_pdk_4_4::CFiErrorManager;
+using ztfi_pdk_4_4::CFiMessage;
+using ztfi_pdk_4_4::CFiNullAllocator;
+using ztfi_pdk_4_4::CFiRefCount;
+using ztfi_pdk_4_4::CFiSmartPtr;
+using ztfi_pdk_4_4::CFiTraceable;
+using ztfi_pdk_4_4::CFiTraceLog;
+using ztfi_pdk_4_4::CFiTraceLogFunction;
+
+namespace {
+
+// A counted object that writes down its end.
+class Shared : public virtual CFiRefCount {
+public:
+    explicit Shared(recording::Lines& diary) : diary(diary) {}
+    ~Shared() override
+    {
+        diary.push_back("deleted with count " + std::to_string(getCount()) + ", " +
+                        std::to_string(recording::locksHeld()) + " locks held");
+    }
+
+private:
+    recording::Lines& diary;
+};
+
+using SharedPointer = CFiSmartPtr<Shared>;
+
+class SmartPointer : public testing::Test {
+protected:
+    recording::Lines diary;
+};
+
+// Shows the log that a traceable object holds.
+class Traceable : public CFiTraceable {
+public:
+    const LogPointer& held() const { return traceLog; }
+    void registerItsOwn() { registerTraceLog(traceLog); }
+};
+
+void traced(const LogPointer& log, const char* function, int line, const char* file)
+{
+    const CFiTraceLogFunction scope(log, function, line, file);
+}
+
+}  // namespace
+
+TEST_F(SmartPointer, ACountStartsAtZeroAndAcquireTakesTheFirstReference)
+{
+    auto* const shared = new Shared(diary);
+    EXPECT_EQ(shared->getCount(), 0U);
+    SharedPointer pointer;
+    EXPECT_EQ(pointer.acquire(shared), 1);
+    EXPECT_EQ(pointer.get(), shared);
+    EXPECT_EQ(pointer->getCount(), 1U);
+}
+
+TEST_F(SmartPointer, IncrementAndDecrementReturnTheNewCountAndLockNothing)
+{
+    Shared shared(diary);
+    const FailingLocks failing;
+    EXPECT_EQ(shared.increment(), 1U);
+    EXPECT_EQ(shared.increment(), 2U);
+    EXPECT_EQ(shared.decrement(), 1U);
+    EXPECT_EQ(shared.getCount(), 1U);
+    EXPECT_EQ(shared.decrement(), 0U);
+}
+
+TEST_F(SmartPointer, ReleaseOfAnEmptyPointerReturnsMinusOneAndChangesNothing)
+{
+    SharedPointer pointer;
+    EXPECT_EQ(pointer.release(), -1);
+    EXPECT_EQ(pointer.get(), nullptr);
+}
+
+TEST_F(SmartPointer, ReleaseReturnsTheNewCountAndEmptiesThePointer)
+{
+    SharedPointer first;
+    first.acquire(new Shared(diary));
+    SharedPointer second(first);
+    SharedPointer third(first);
+    EXPECT_EQ(first->getCount(), 3U);
+    EXPECT_EQ(third.release(), 2);
+    EXPECT_EQ(third.get(), nullptr);
+    EXPECT_EQ(second.release(), 1);
+    EXPECT_EQ(diary, lines({}));
+}
+
+TEST_F(SmartPointer, TheLastReleaseDeletesWithTheCountPutBackToOne)
+{
+    SharedPointer pointer;
+    pointer.acquire(new Shared(diary));
+    EXPECT_EQ(pointer.release(), 0);
+    EXPECT_EQ(diary, lines({"deleted with count 1, 0 locks held"}));
+    EXPECT_EQ(pointer.get(), nullptr);
+    EXPECT_EQ(pointer.release(), -1);
+    EXPECT_EQ(diary.size(), 1U);
+}
+
+TEST_F(SmartPointer, AReleaseThatCannotLockKeepsThePointerAndTheCount)
+{
+    SharedPointer pointer;
+    pointer.acquire(new Shared(diary));
+    Shared* const shared = pointer.get();
+    {
+        const FailingLocks failing;
+        EXPECT_EQ(pointer.release(), -1);
+    }
+    EXPECT_EQ(pointer.get(), shared);
+    EXPECT_EQ(shared->getCount(), 1U);
+    EXPECT_EQ(pointer.release(), 0);
+}
+
+TEST_F(SmartPointer, AcquireLetsGoOfWhatIsHeldFirst)
+{
+    SharedPointer pointer;
+    pointer.acquire(new Shared(diary));
+    auto* const other = new Shared(diary);
+    EXPECT_EQ(pointer.acquire(other), 1);
+    EXPECT_EQ(diary.size(), 1U);
+    EXPECT_EQ(pointer.get(), other);
+}
+
+TEST_F(SmartPointer, AcquireOfNullReturnsWhatLettingGoReturned)
+{
+    SharedPointer pointer;
+    EXPECT_EQ(pointer.acquire(nullptr), -1);
+    pointer.acquire(new Shared(diary));
+    SharedPointer other(pointer);
+    EXPECT_EQ(pointer.acquire(nullptr), 1);
+    EXPECT_EQ(pointer.get(), nullptr);
+    EXPECT_EQ(other.acquire(nullptr), 0);
+    EXPECT_EQ(diary.size(), 1U);
+}
+
+TEST_F(SmartPointer, AnAcquireThatCannotLockLeavesThePointerEmpty)
+{
+    Shared shared(diary);
+    SharedPointer pointer;
+    {
+        const FailingLocks failing;
+        EXPECT_EQ(pointer.acquire(&shared), -1);
+    }
+    EXPECT_EQ(pointer.get(), nullptr);
+    EXPECT_EQ(shared.getCount(), 0U);
+}
+
+TEST_F(SmartPointer, AnAcquireThatCannotLockHasLetGoAlready)
+{
+    Shared shared(diary);
+    SharedPointer pointer;
+    pointer.acquire(new Shared(diary));
+    {
+        const FailingLocks failing(1);
+        EXPECT_EQ(pointer.acquire(&shared), -1);
+    }
+    EXPECT_EQ(diary, lines({"deleted with count 1, 0 locks held"}));
+    EXPECT_EQ(pointer.get(), nullptr);
+}
+
+TEST_F(SmartPointer, CopyKeepsThePointerUncountedWhenTheLockFails)
+{
+    SharedPointer pointer;
+    pointer.acquire(new Shared(diary));
+    {
+        const FailingLocks failing;
+        const SharedPointer copy(pointer);
+        EXPECT_EQ(copy.get(), pointer.get());
+        EXPECT_EQ(pointer->getCount(), 1U);
+    }
+    EXPECT_EQ(pointer->getCount(), 1U);
+    EXPECT_EQ(diary, lines({}));
+}
+
+TEST_F(SmartPointer, ACopyOfAnEmptyPointerIsEmpty)
+{
+    const SharedPointer empty;
+    const SharedPointer copy(empty);
+    EXPECT_EQ(copy.get(), nullptr);
+}
+
+TEST_F(SmartPointer, AssignmentLetsGoOfTheOldAndCountsTheNew)
+{
+    SharedPointer first;
+    first.acquire(new Shared(diary));
+    SharedPointer second;
+    second.acquire(new Shared(diary));
+    first = second;
+    EXPECT_EQ(diary.size(), 1U);
+    EXPECT_EQ(first.get(), second.get());
+    EXPECT_EQ(second->getCount(), 2U);
+    first = SharedPointer();
+    EXPECT_EQ(first.get(), nullptr);
+    EXPECT_EQ(second->getCount(), 1U);
+}
+
+TEST_F(SmartPointer, AnAssignmentThatCannotLockTheNewReferentLeavesThePointerEmpty)
+{
+    SharedPointer first;
+    first.acquire(new Shared(diary));
+    SharedPointer second;
+    second.acquire(new Shared(diary));
+    {
+        const FailingLocks failing(1);
+        first = second;
+    }
+    EXPECT_EQ(first.get(), nullptr);
+    EXPECT_EQ(second->getCount(), 1U);
+    EXPECT_EQ(diary.size(), 1U);
+}
+
+TEST_F(SmartPointer, SelfAssignmentTouchesNothing)
+{
+    SharedPointer pointer;
+    pointer.acquire(new Shared(diary));
+    const SharedPointer& same = pointer;
+    const FailingLocks failing(0);
+    pointer = same;
+    EXPECT_EQ(pointer->getCount(), 1U);
+    // The destructor must be able to lock again.
+    const FailingLocks working(-1);
+}
+
+TEST_F(SmartPointer, SeveralThreadsMayCopyAndReleaseOneReferent)
+{
+    SharedPointer pointer;
+    pointer.acquire(new Shared(diary));
+    const auto copyAndRelease = [](SharedPointer own) {
+        for (int i = 0; i < 1000; ++i) {
+            SharedPointer copy(own);
+            SharedPointer assigned;
+            assigned = copy;
+            EXPECT_GT(assigned.release(), 0);
+        }
+    };
+    std::thread first(copyAndRelease, pointer);
+    std::thread second(copyAndRelease, pointer);
+    first.join();
+    second.join();
+    EXPECT_EQ(pointer->getCount(), 1U);
+    EXPECT_EQ(pointer.release(), 0);
+    EXPECT_EQ(diary.size(), 1U);
+}
+
+TEST(TraceLog, LetsGoOfItsErrorManagerWhenItEnds)
+{
+    class Manager : public CFiErrorManager {
+    public:
+        explicit Manager(recording::Lines& diary) : diary(diary)
+        {
+            buffer = new char[16];
+            messages[0x80000001U].acquire(new CFiMessage);
+        }
+        ~Manager() override { diary.push_back("error manager deleted"); }
+
+    private:
+        recording::Lines& diary;
+    };
+    class Log : public CFiTraceLog {
+    public:
+        explicit Log(CFiErrorManager* manager) { errorManager.acquire(manager); }
+    };
+    recording::Lines diary;
+    LogPointer log;
+    log.acquire(new Log(new Manager(diary)));
+    EXPECT_EQ(log.release(), 0);
+    EXPECT_EQ(diary, lines({"error manager deleted"}));
+}
+
+TEST(ErrorManager, LetsGoOfItsMessagesWhenItEnds)
+{
+    class Message : public CFiMessage {
+    public:
+        explicit Message(bool& deleted) : deleted(deleted) {}
+        ~Message() override { deleted = true; }
+
+    private:
+        bool& deleted;
+    };
+    class Manager : public CFiErrorManager {
+    public:
+        void hold(const CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>>& message) { messages[7] = message; }
+    };
+    bool deleted = false;
+    CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>> message;
+    message.acquire(new Message(deleted));
+    {
+        Manager manager;
+        manager.hold(message);
+        EXPECT_EQ(message->getCount(), 2U);
+    }
+    EXPECT_EQ(message->getCount(), 1U);
+    EXPECT_FALSE(deleted);
+    message.release();
+    EXPECT_TRUE(deleted);
+}
+
+TEST(TraceableBase, HoldsALogFromRegistrationToItsEnd)
+{
+    Host host;
+    EXPECT_EQ(host.logCount(), 1U);
+    {
+        Traceable object;
+        EXPECT_EQ(object.held().get(), nullptr);
+        object.registerTraceLog(host.log());
+        EXPECT_EQ(host.logCount(), 2U);
+    }
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(TraceableBase, RegisteringItsOwnMemberTouchesNothing)
+{
+    Host host;
+    Traceable object;
+    object.registerTraceLog(host.log());
+    {
+        const FailingLocks failing;
+        object.registerItsOwn();
+    }
+    EXPECT_EQ(object.held().get(), host.log().get());
+    EXPECT_EQ(host.logCount(), 2U);
+}
+
+TEST(TraceableBase, RegisteringTheSameLogAgainKeepsItsCount)
+{
+    Host host;
+    Traceable object;
+    object.registerTraceLog(host.log());
+    const LogPointer another(host.log());
+    object.registerTraceLog(another);
+    EXPECT_EQ(object.held().get(), host.log().get());
+    EXPECT_EQ(host.logCount(), 3U);
+}
+
+TEST(TraceableBase, RegisteringAnEmptyPointerEndsTracing)
+{
+    Host host;
+    Traceable object;
+    object.registerTraceLog(host.log());
+    object.registerTraceLog(LogPointer());
+    EXPECT_EQ(object.held().get(), nullptr);
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(TraceableBase, ARegistrationThatCannotLockLeavesNoLog)
+{
+    Host host;
+    Traceable object;
+    object.registerTraceLog(host.anotherLog("old"));
+    const int destroyedBefore = recording::RecordingLog::destroyed;
+    {
+        const FailingLocks failing(1);
+        object.registerTraceLog(host.log());
+    }
+    EXPECT_EQ(object.held().get(), nullptr);
+    EXPECT_EQ(recording::RecordingLog::destroyed, destroyedBefore + 1);
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(TraceableBase, TheLastHolderDeletesTheLog)
+{
+    Host host;
+    const int destroyedBefore = recording::RecordingLog::destroyed;
+    {
+        Traceable object;
+        LogPointer log = host.anotherLog("other");
+        object.registerTraceLog(log);
+        EXPECT_EQ(log.release(), 1);
+        EXPECT_EQ(recording::RecordingLog::destroyed, destroyedBefore);
+    }
+    EXPECT_EQ(recording::RecordingLog::destroyed, destroyedBefore + 1);
+}
+
+TEST(ScopeTracer, WritesEntryAndExitWithTheBaseNameOfTheFile)
+{
+    Host host;
+    traced(host.log(), "claim", 42, "/some/where/modules/x.cpp");
+    EXPECT_EQ(host.effects(), lines({"6 Entering Function claim [42, x.cpp]", "6 Exiting Function claim [42, x.cpp]"}));
+}
+
+TEST(ScopeTracer, LineZeroShortensOnlyTheExitRecord)
+{
+    Host host;
+    traced(host.log(), "claim", 0, "modules/x.cpp");
+    EXPECT_EQ(host.effects(), lines({"6 Entering Function claim [0, x.cpp]", "6 Exiting Function claim"}));
+}
+
+TEST(ScopeTracer, ABareFileNameIsReplacedByTheHeadersPath)
+{
+    Host host;
+    traced(host.log(), "claim", 7, "x.cpp");
+    EXPECT_EQ(host.effects(), lines({"6 Entering Function claim [7, framework/cfitracelog.h]",
+                                     "6 Exiting Function claim [7, framework/cfitracelog.h]"}));
+}
+
+TEST(ScopeTracer, HoldsTheLogWhileItLives)
+{
+    Host host;
+    {
+        const CFiTraceLogFunction scope(host.log(), "claim", 1, "a/b");
+        EXPECT_EQ(host.logCount(), 2U);
+    }
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(ScopeTracer, WritesNothingWithoutLogFunctionOrFile)
+{
+    Host host;
+    traced(LogPointer(), "claim", 1, "a/b");
+    traced(host.log(), nullptr, 1, "a/b");
+    traced(host.log(), "claim", 1, nullptr);
+    EXPECT_EQ(host.effects(), lines({}));
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(ScopeTracer, TracesThroughAnUncountedCopyWhenTheLockFails)
+{
+    Host host;
+    const FailingLocks failing(0);
+    traced(host.log(), "claim", 1, "a/b");
+    EXPECT_EQ(host.effects().size(), 2U);
+    EXPECT_EQ(host.logCount(), 1U);
+    const FailingLocks working(-1);
+}
+
+TEST(ScopeTracer, HoldsNoLockWhileItTraces)
+{
+    Host host;
+    int highest = 0;
+    host.onTrace = [&] { highest = std::max(highest, recording::locksHeld()); };
+    traced(host.log(), "claim", 1, "a/b");
+    EXPECT_EQ(host.effects().size(), 2U);
+    EXPECT_EQ(highest, 0);
+}
+
+TEST(ScopeTracer, AnEntryRecordThatThrowsPropagatesAndReleasesTheLog)
+{
+    Host host;
+    host.failsTracing("Entering Function");
+    EXPECT_THROW(traced(host.log(), "claim", 1, "a/b"), std::runtime_error);
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(ScopeTracer, AnExitRecordThatThrowsAtANormalReturnPropagatesAndReleasesTheLog)
+{
+    Host host;
+    host.failsTracing("Exiting Function");
+    EXPECT_THROW(traced(host.log(), "claim", 1, "a/b"), std::runtime_error);
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(ScopeTracer, AnExitRecordThatThrowsDuringAnotherExceptionIsDropped)
+{
+    Host host;
+    host.failsTracing("Exiting Function");
+    const auto throwing = [&] {
+        const CFiTraceLogFunction scope(host.log(), "claim", 1, "a/b");
+        throw std::out_of_range("the first");
+    };
+    EXPECT_THROW(throwing(), std::out_of_range);
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(ScopeTracer, ANormalReturnInsideAnUnwindingDestructorStillPropagates)
+{
+    Host host;
+    host.failsTracing("Exiting Function");
+    bool caught = false;
+    struct Cleanup {
+        Host& host;
+        bool& caught;
+        ~Cleanup()
+        {
+            try {
+                traced(host.log(), "claim", 1, "a/b");
+            } catch (const std::runtime_error&) {
+                caught = true;
+            }
+        }
+    };
+    const auto throwing = [&] {
+        const Cleanup cleanup{host, caught};
+        throw std::out_of_range("the first");
+    };
+    EXPECT_THROW(throwing(), std::out_of_range);
+    EXPECT_TRUE(caught);
+}
