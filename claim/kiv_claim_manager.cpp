@@ -66,8 +66,8 @@ void CKivClaimManager::registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContex
 // Deliberate: later modules come first. Pinned by ClaimManager.ClaimStringsOfLaterModulesComeFirst.
 std::vector<std::string> CKivClaimManager::getDeviceClaimStrings()
 {
-    const CFiTraceLogFunction scope(traceLog, "getDeviceClaimStrings", lineOfGetDeviceClaimStrings, sourceFile);
     std::vector<std::string> merged;
+    const CFiTraceLogFunction scope(traceLog, "getDeviceClaimStrings", lineOfGetDeviceClaimStrings, sourceFile);
     for (CKivDeviceClaimBase* const module : modules) {
         const std::vector<std::string> block = module->getDeviceClaimStrings();
         merged.insert(merged.begin(), block.begin(), block.end());
@@ -94,18 +94,26 @@ int CKivClaimManager::isPartition(const std::string& path)
 // ClaimManager.AnUnclaimedPathGetsTheNeutralAnswers.
 std::string CKivClaimManager::appendPartitionSuffix(const std::string& device, unsigned int partition)
 {
+    std::string result;
     const CFiTraceLogFunction scope(traceLog, "appendPartitionSuffix", lineOfAppendPartitionSuffix, sourceFile);
     CKivDeviceClaimBase* module = nullptr;
     getClaimModule(module, device);
-    return module != nullptr ? module->appendPartitionSuffix(device, partition) : std::string();
+    if (module != nullptr) {
+        result = module->appendPartitionSuffix(device, partition);
+    }
+    return result;
 }
 
 std::string CKivClaimManager::removePartitionSuffix(const std::string& device, unsigned int& partition)
 {
+    std::string result;
     const CFiTraceLogFunction scope(traceLog, "removePartitionSuffix", lineOfRemovePartitionSuffix, sourceFile);
     CKivDeviceClaimBase* module = nullptr;
     getClaimModule(module, device);
-    return module != nullptr ? module->removePartitionSuffix(device, partition) : std::string();
+    if (module != nullptr) {
+        result = module->removePartitionSuffix(device, partition);
+    }
+    return result;
 }
 
 // Deliberate: nothing is forwarded to the modules. Pinned by ClaimManager.ClearingTheListOnTheManagerReachesNoModule.

@@ -39,8 +39,10 @@ CKivPowerPathClaim::~CKivPowerPathClaim() = default;
 
 std::vector<std::string> CKivPowerPathClaim::getDeviceClaimStrings()
 {
+    std::vector<std::string> strings;
     const CFiTraceLogFunction scope(traceLog, "getDeviceClaimStrings", __LINE__, sourceFile);
-    return {std::string(claimString)};
+    strings.emplace_back(claimString);
+    return strings;
 }
 
 // Deliberate: the record names the level CLAIM_SECONDARY, and a path that only contains the string is claimed too.
@@ -67,11 +69,12 @@ int CKivPowerPathClaim::isPartition(const std::string& path)
 // PowerPath.AppendsANumberAboveTheSignedRangeAsNegative.
 std::string CKivPowerPathClaim::appendPartitionSuffix(const std::string& device, unsigned int partition)
 {
+    std::string result = device;
     const CFiTraceLogFunction scope(traceLog, "appendPartitionSuffix", __LINE__, sourceFile);
     const int number = static_cast<int>(partition);
     char digits[numberCapacity];
     std::snprintf(digits, sizeof digits, "%d", number);
-    const std::string result = device + digits;
+    result += digits;
     KIV_TRACE(INFORMATION, "INFO: CKivPowerPathClaim::appendPartitionSuffix device [%s] partition[%s] partnum[%d]", device.c_str(), result.c_str(), number);
     return result;
 }
@@ -80,8 +83,8 @@ std::string CKivPowerPathClaim::appendPartitionSuffix(const std::string& device,
 // PowerPath.TakesABareNameApartThoughItIsNotClaimed.
 std::string CKivPowerPathClaim::removePartitionSuffix(const std::string& device, unsigned int& partition)
 {
-    const CFiTraceLogFunction scope(traceLog, "removePartitionSuffix", __LINE__, sourceFile);
     std::string result = device;
+    const CFiTraceLogFunction scope(traceLog, "removePartitionSuffix", __LINE__, sourceFile);
     if (contains(device, nameMarker)) {
         const std::size_t digits = countTrailingDigits(device);
         const std::string number = device.substr(device.size() - digits);

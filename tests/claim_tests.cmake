@@ -12,3 +12,8 @@ set(claim_test_sources
 kivclaim_test(claim_test
     SOURCES ${claim_test_sources} recording_string_tool.cpp
     LIBRARIES kivclaim::kivclaim recording_host)
+
+if(NOT KIVCLAIM_SANITIZERS)
+    kivclaim_test(allocation_failure_test
+        SOURCES allocation_failure_test.cpp LIBRARIES kivclaim::kivclaim recording_host)
+endif()

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 using recording::Host;
 using recording::lines;
 
@@ -177,6 +179,17 @@ TEST_F(PowerPath, EveryOperationRecordsItsEntryAndExit)
     EXPECT_EQ(scopesOf("appendPartitionSuffix"), 2U);
     module.removePartitionSuffix("/dev/emcpowera1", partition);
     EXPECT_EQ(scopesOf("removePartitionSuffix"), 2U);
+    EXPECT_EQ(host.logCount(), 2U);
+}
+
+TEST_F(PowerPath, AThrowingExitRecordLosesNoResult)
+{
+    const std::string device = "/dev/emcpowerabcdefghijklmnopqrstuvwxyz1";
+    unsigned int partition = 0;
+    host.failsTracing("Exiting Function");
+    EXPECT_THROW(module.getDeviceClaimStrings(), std::runtime_error);
+    EXPECT_THROW(module.appendPartitionSuffix(device, 1), std::runtime_error);
+    EXPECT_THROW(module.removePartitionSuffix(device, partition), std::runtime_error);
     EXPECT_EQ(host.logCount(), 2U);
 }
 

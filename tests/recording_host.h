@@ -140,13 +140,6 @@ public:
 // How many framework mutexes this thread holds now.
 int locksHeld();
 
-// While it lives, allocating memory on this thread fails: the next `successes` calls still work.
-class FailingAllocations {
-public:
-    explicit FailingAllocations(int successes);
-    ~FailingAllocations();
-};
-
 }  // namespace recording
 
 #endif

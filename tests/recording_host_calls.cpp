@@ -1,5 +1,5 @@
-// The C library's calls that the plug-in makes, ACE's mutex and operator new, defined in the test program so that
-// every call passes here. While no host plays they do what they always do.
+// The C library's calls that the plug-in makes, and ACE's mutex, defined in the test program so that every
+// call passes here. While no host plays they do what they always do.
 #include "tests/recording_host.h"
 
 #include <ace/OS_NS_Thread.h>
@@ -12,7 +12,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <new>
 
 #include <fcntl.h>
 
@@ -24,7 +23,6 @@ constexpr int unlimited = -1;
 
 thread_local int lockSuccessesLeft = unlimited;
 thread_local int heldLocks = 0;
-thread_local int allocationSuccessesLeft = unlimited;
 
 bool mayGoOn(int& successesLeft)
 {
@@ -57,16 +55,6 @@ int locksHeld()
     return heldLocks;
 }
 
-FailingAllocations::FailingAllocations(int successes)
-{
-    allocationSuccessesLeft = successes;
-}
-
-FailingAllocations::~FailingAllocations()
-{
-    allocationSuccessesLeft = unlimited;
-}
-
 }  // namespace recording
 
 namespace ACE_OS {
@@ -88,25 +76,6 @@ int mutex_unlock(ACE_mutex_t* mutex)
 }
 
 }  // namespace ACE_OS
-
-void* operator new(std::size_t size)
-{
-    void* const memory = mayGoOn(allocationSuccessesLeft) ? std::malloc(size) : nullptr;
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
-}
 
 extern "C" {
 
