@@ -1,0 +1,94 @@
+// The commands that hand one question on to the claim manager and print its answer.
+#include "host/printable_text.h"
+#include "tools/commands.h"
+#include "tools/output.h"
+#include "tools/path_input.h"
+#include "tools/stack_name.h"
+
+#include <charconv>
+
+using kivclaim::host::printableText;
+
+namespace kivclaim::tools {
+
+namespace {
+
+ExitStatus unclaimed(const std::string& path)
+{
+    complain("no stack claims " + path);
+    return answeredNo;
+}
+
+unsigned int partitionNumber(const std::string& text)
+{
+    unsigned int number = 0;
+    const char* const end = text.data() + text.size();
+    const std::from_chars_result result = std::from_chars(text.data(), end, number);
+    if (result.ec != std::errc() || result.ptr != end) {
+        throw CommandError("'" + text + "' is no partition number; give a whole number from 0 to 4294967295");
+    }
+    return number;
+}
+
+}  // namespace
+
+ExitStatus claim(const TraceOptions& trace, const std::vector<std::string>& paths)
+{
+    Session session(trace.destinations());
+    return forEachPath(paths, [&](const std::string& path) {
+        CKivDeviceClaimBase* module = nullptr;
+        const unsigned int level = session.manager.getClaimModule(module, path);
+        printLine(std::to_string(level) + " " + stackName(module) + " " + printableText(path));
+        return module != nullptr ? answeredYes : answeredNo;
+    });
+}
+
+ExitStatus isPartition(const TraceOptions& trace, const std::vector<std::string>& paths)
+{
+    Session session(trace.destinations());
+    return forEachPath(paths, [&](const std::string& path) {
+        const bool yes = session.manager.isPartition(path) != 0;
+        printLine((yes ? "yes " : "no ") + printableText(path));
+        return yes ? answeredYes : answeredNo;
+    });
+}
+
+ExitStatus partition(const TraceOptions& trace, const std::string& path, const std::string& number)
+{
+    const unsigned int wanted = partitionNumber(number);
+    Session session(trace.destinations());
+    return forEachPath({path}, [&](const std::string& device) {
+        // Only an unclaimed path gives an empty answer.
+        const std::string answer = session.manager.appendPartitionSuffix(device, wanted);
+        if (answer.empty()) {
+            return unclaimed(device);
+        }
+        printLine(printableText(answer));
+        return answeredYes;
+    });
+}
+
+ExitStatus whole(const TraceOptions& trace, const std::vector<std::string>& paths)
+{
+    Session session(trace.destinations());
+    return forEachPath(paths, [&](const std::string& path) {
+        unsigned int number = 0;
+        const std::string answer = session.manager.removePartitionSuffix(path, number);
+        if (answer.empty()) {
+            return unclaimed(path);
+        }
+        printLine(printableText(answer) + " " + std::to_string(number));
+        return answeredYes;
+    });
+}
+
+ExitStatus prefixes(const TraceOptions& trace)
+{
+    Session session(trace.destinations());
+    for (const std::string& prefix : session.manager.getDeviceClaimStrings()) {
+        printLine(printableText(prefix));
+    }
+    return answeredYes;
+}
+
+}  // namespace kivclaim::tools

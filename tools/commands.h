@@ -1,0 +1,32 @@
+// The commands of kivclaim, each with its options. What they print and when is the manual's business: see --help.
+#ifndef KIVCLAIM_TOOLS_COMMANDS_H
+#define KIVCLAIM_TOOLS_COMMANDS_H
+
+#include "tools/exit_status.h"
+#include "tools/session.h"
+
+#include <string>
+#include <vector>
+
+namespace kivclaim::tools {
+
+struct ListOptions {
+    bool all = false;
+    bool json = false;
+    bool raw = false;
+    bool noHeadings = false;
+    bool tree = false;
+    std::string columns;  // names separated by commas; empty: all
+};
+
+ExitStatus list(const TraceOptions& trace, const ListOptions& options);
+ExitStatus claim(const TraceOptions& trace, const std::vector<std::string>& paths);
+ExitStatus isPartition(const TraceOptions& trace, const std::vector<std::string>& paths);
+ExitStatus partition(const TraceOptions& trace, const std::string& path, const std::string& number);
+ExitStatus whole(const TraceOptions& trace, const std::vector<std::string>& paths);
+ExitStatus prefixes(const TraceOptions& trace);
+ExitStatus explain(const TraceOptions& trace, const std::string& path);
+
+}  // namespace kivclaim::tools
+
+#endif

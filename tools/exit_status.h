@@ -1,0 +1,29 @@
+// The exit statuses of the command, and the error that ends it.
+#ifndef KIVCLAIM_TOOLS_EXIT_STATUS_H
+#define KIVCLAIM_TOOLS_EXIT_STATUS_H
+
+#include <stdexcept>
+
+namespace kivclaim::tools {
+
+enum ExitStatus : int {
+    answeredYes = 0,  // every path was claimed, a partition, …; or there was nothing to decide
+    answeredNo = 1,   // some path was not
+    failed = 2        // wrong usage, unreadable input, unwritable output
+};
+
+// The worse of two outcomes.
+inline ExitStatus worse(ExitStatus one, ExitStatus other)
+{
+    return one > other ? one : other;
+}
+
+// What was wrong and what is right, in one line without the name of the command.
+class CommandError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace kivclaim::tools
+
+#endif

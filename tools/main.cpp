@@ -1,0 +1,179 @@
+// kivclaim: asks the claim library from a shell.
+#include "claim/kiv_release.h"
+#include "tools/commands.h"
+#include "tools/output.h"
+
+#include <CLI/CLI.hpp>
+
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <functional>
+
+namespace kivclaim::tools {
+
+namespace {
+
+constexpr char statusHelp[] =
+    "Exit status: 0 yes or done, 1 some answer is no, 2 wrong usage, unreadable input or unwritable output.";
+
+// Writes each command's usage as this manual words it.
+class HelpFormatter : public CLI::Formatter {
+public:
+    explicit HelpFormatter(const std::map<std::string, std::string>& usages) : usages(usages) {}
+
+    std::string make_usage(const CLI::App* app, std::string /*name*/) const override
+    {
+        const auto usage = usages.find(app->get_name());
+        return "Usage: " + (usage != usages.end() ? usage->second : "kivclaim [OPTIONS] [COMMAND]") + "\n";
+    }
+
+private:
+    const std::map<std::string, std::string>& usages;
+};
+
+// The command line, and the command that it chooses.
+class CommandLine {
+public:
+    CommandLine() : app("Tells which multipathing stack claims a block-device path.", "kivclaim")
+    {
+        app.set_version_flag("--version", std::string(kivclaim_release_identification),
+                             "Print the release of the claim library and exit");
+        app.set_help_flag("-h,--help", "Print this help and exit");
+        app.add_option("--trace", trace.level, "Show the library's trace records up to LEVEL on standard error "
+                                               "(1 errors, 2 warnings, 3 information, 6 everything)")
+            ->type_name("LEVEL")
+            ->check(CLI::Range(0, 6));
+        app.add_option("--trace-file", trace.file, "Keep the trace records in FILE, all of them unless --trace says "
+                                                   "less")
+            ->type_name("FILE");
+        app.footer(std::string("PATH of '-' reads paths from standard input, one a line.\n") + statusHelp);
+        app.formatter(std::make_shared<HelpFormatter>(usages));
+        app.require_subcommand(0, 1);
+        app.fallthrough();
+        addList();
+        addQuestions();
+        addExplain();
+        chosen = [this] { return list(trace, listOptions); };
+    }
+
+    ExitStatus run(int argc, char** argv)
+    {
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::Success& request) {  // help or version
+            app.exit(request);
+            flushOutput();
+            return answeredYes;
+        } catch (const CLI::ParseError& error) {
+            throw CommandError(std::string(error.what()) + "; " + usage());
+        }
+        return chosen();
+    }
+
+private:
+    CLI::App& command(const std::string& name, const std::string& arguments, const std::string& description,
+                      const std::string& example, std::function<ExitStatus()> action)
+    {
+        CLI::App& sub = *app.add_subcommand(name, description);
+        sub.footer("Example: " + example + "\nThe options of 'kivclaim --help' work here too.\n" + statusHelp);
+        sub.callback([this, action] { chosen = action; });
+        usages[name] = "kivclaim " + name + " [OPTIONS]" + (arguments.empty() ? "" : " " + arguments);
+        return sub;
+    }
+
+    void addList()
+    {
+        CLI::App& sub = command("list", "", "List this machine's block devices with the stacks that claim them "
+                                            "(the default)",
+                                "kivclaim list --tree -o DEVICE,STACK", [this] { return list(trace, listOptions); });
+        sub.add_flag("-a,--all", listOptions.all, "Show unclaimed devices as well");
+        auto* const json = sub.add_flag("-J,--json", listOptions.json, "Print JSON");
+        sub.add_flag("-r,--raw", listOptions.raw, "Print unaligned columns, blanks as \\x20")->excludes(json);
+        sub.add_flag("-n,--noheadings", listOptions.noHeadings, "Print no heading line");
+        sub.add_flag("-T,--tree", listOptions.tree, "Show partitions under their whole device");
+        sub.add_option("-o,--output", listOptions.columns,
+                       "Print these columns only: DEVICE, STACK, LEVEL, PART, WHOLE, separated by commas")
+            ->type_name("COLUMNS");
+    }
+
+    void addPaths(CLI::App& sub)
+    {
+        sub.add_option("PATH", paths, "Device paths, '-' for standard input")->required()->type_name("");
+    }
+
+    void addQuestions()
+    {
+        addPaths(command("claim", "PATH...", "Print claim level, stack and path of each PATH",
+                         "kivclaim claim /dev/emcpowera1 /dev/mapper/mpatha",
+                         [this] { return claim(trace, paths); }));
+        addPaths(command("is-partition", "PATH...", "Print yes or no and the path, for each PATH",
+                         "kivclaim is-partition /dev/emcpowera1", [this] { return isPartition(trace, paths); }));
+        CLI::App& sub = command("partition", "PATH N", "Print the path of partition N, 0 to 4294967295, of the whole device PATH",
+                                "kivclaim partition /dev/emcpowera 1",
+                                [this] { return partition(trace, path, number); });
+        sub.add_option("PATH", path, "Path of the whole device")->required()->type_name("");
+        sub.add_option("N", number, "Partition number, 0 to 4294967295")->required()->type_name("");
+        addPaths(command("whole", "PATH...", "Print whole device and partition number of each PATH",
+                         "kivclaim whole /dev/emcpowerb15", [this] { return whole(trace, paths); }));
+        command("prefixes", "", "Print the path patterns that any stack claims", "kivclaim prefixes",
+                [this] { return prefixes(trace); });
+    }
+
+    void addExplain()
+    {
+        CLI::App& sub = command("explain", "PATH", "Print who was asked, who claims PATH and why, and the records of "
+                                                   "the request",
+                                "kivclaim explain /dev/emcpowera1",
+                                [this] { return explain(trace, path); });
+        sub.add_option("PATH", path, "Device path")->required()->type_name("");
+    }
+
+    // What is right, for whoever got it wrong.
+    std::string usage() const
+    {
+        for (const CLI::App* const sub : app.get_subcommands()) {
+            const std::string& name = sub->get_name();
+            return "usage: " + usages.at(name) + ", see 'kivclaim " + name + " --help'";
+        }
+        std::string names;
+        for (const auto& [name, text] : usages) {
+            names += (names.empty() ? "" : ", ") + name;
+        }
+        return "the commands are " + names + ", see 'kivclaim --help'";
+    }
+
+    CLI::App app;
+    std::map<std::string, std::string> usages;
+    TraceOptions trace;
+    ListOptions listOptions;
+    std::vector<std::string> paths;
+    std::string path;
+    std::string number;
+    std::function<ExitStatus()> chosen;
+};
+
+int runCommand(int argc, char** argv)
+{
+    // A reader that has gone ends the command quietly, whatever the parent process ignores.
+    std::signal(SIGPIPE, SIG_DFL);
+    std::setlocale(LC_CTYPE, "");
+    try {
+        CommandLine commandLine;
+        const ExitStatus status = commandLine.run(argc, argv);
+        flushOutput();
+        return status;
+    } catch (const std::exception& error) {
+        complain(error.what());
+        return failed;
+    }
+}
+
+}  // namespace
+
+}  // namespace kivclaim::tools
+
+int main(int argc, char** argv)
+{
+    return kivclaim::tools::runCommand(argc, argv);
+}

@@ -1,0 +1,34 @@
+#include "tools/stack_name.h"
+
+#include "modules/kiv_powerpath_claim.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <typeinfo>
+
+namespace kivclaim::tools {
+
+std::string className(const CKivDeviceClaimBase& module)
+{
+    const char* const mangled = typeid(module).name();
+    int status = 0;
+    char* const demangled = abi::__cxa_demangle(mangled, nullptr, nullptr, &status);
+    std::string name = status == 0 ? demangled : mangled;
+    std::free(demangled);
+    return name;
+}
+
+std::string stackName(const CKivDeviceClaimBase* module)
+{
+    if (module == nullptr) {
+        return "none";
+    }
+    const std::type_info& type = typeid(*module);
+    if (type == typeid(CKivPowerPathClaim)) {
+        return "powerpath";
+    }
+    return className(*module);
+}
+
+}  // namespace kivclaim::tools
