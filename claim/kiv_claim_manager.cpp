@@ -117,7 +117,9 @@ std::string CKivClaimManager::removePartitionSuffix(const std::string& device, u
 }
 
 // Deliberate: nothing is forwarded to the modules. Pinned by ClaimManager.ClearingTheListOnTheManagerReachesNoModule.
-void CKivClaimManager::clearLvmDeviceNameList() {}
+void CKivClaimManager::clearLvmDeviceNameList()
+{
+}
 
 ZTFI_DEVICE_CLAIM_LEVEL CKivClaimManager::getClaimModule(CKivDeviceClaimBase*& module, const std::string& path)
 {

@@ -9,7 +9,9 @@ constexpr std::string_view devPrefix = "/dev/";
 
 }  // namespace
 
-void CKivDeviceClaimBase::clearLvmDeviceNameList() {}
+void CKivDeviceClaimBase::clearLvmDeviceNameList()
+{
+}
 
 std::string CKivDeviceClaimBase::getActivePath(std::string device, bool /*waited*/)
 {

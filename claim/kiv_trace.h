@@ -6,11 +6,11 @@
 
 // Writes one record to the object's log: KIV_TRACE(level, format, arguments...). A macro, so that the compiler checks
 // the arguments against the format and nothing but the null test is evaluated while no log is registered.
-#define KIV_TRACE(...)                        \
-    do {                                      \
-        if (this->traceLog.get() != nullptr) { \
+#define KIV_TRACE(...)                          \
+    do {                                        \
+        if (this->traceLog.get() != nullptr) {  \
             this->traceLog->trace(__VA_ARGS__); \
-        }                                     \
+        }                                       \
     } while (false)
 
 namespace kivclaim {

@@ -28,9 +28,11 @@ enum ZTFI_TRACE_LEVEL : int {
 };
 
 template <class T>
-class CFiContextSingletonAllocator {};
+class CFiContextSingletonAllocator {
+};
 template <class T>
-class CFiNullAllocator {};
+class CFiNullAllocator {
+};
 template <class T, class Allocator = CFiContextSingletonAllocator<T>>
 class CFiSmartPtr;
 

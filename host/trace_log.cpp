@@ -42,8 +42,8 @@ public:
     void format(const spdlog::details::log_msg& message, const std::tm& /*time*/,
                 spdlog::memory_buf_t& destination) override
     {
-        static constexpr spdlog::string_view_t names[] = {"detail  ", "detail  ", "info    ", "warning ",
-                                                          "error   ", "critical"};
+        static constexpr spdlog::string_view_t names[] = {"detail  ", "detail  ", "info    ",
+                                                          "warning ", "error   ", "critical"};
         const spdlog::string_view_t name = names[std::min<int>(message.level, spdlog::level::critical)];
         destination.append(name.data(), name.data() + name.size());
     }

@@ -27,7 +27,7 @@ using TraceLogPointer = ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog>;
 // traces never notices.
 struct ZTFI_API TraceDestination {
     int threshold;
-    std::shared_ptr<spdlog::logger> logger;                          // takes finished texts; or, when empty:
+    std::shared_ptr<spdlog::logger> logger;                            // takes finished texts; or, when empty:
     std::function<void(int level, const std::string& text)> receiver;  // is handed the text itself
 };
 

@@ -75,7 +75,8 @@ std::string CKivPowerPathClaim::appendPartitionSuffix(const std::string& device,
     char digits[numberCapacity];
     std::snprintf(digits, sizeof digits, "%d", number);
     result += digits;
-    KIV_TRACE(INFORMATION, "INFO: CKivPowerPathClaim::appendPartitionSuffix device [%s] partition[%s] partnum[%d]", device.c_str(), result.c_str(), number);
+    KIV_TRACE(INFORMATION, "INFO: CKivPowerPathClaim::appendPartitionSuffix device [%s] partition[%s] partnum[%d]",
+              device.c_str(), result.c_str(), number);
     return result;
 }
 
@@ -91,6 +92,7 @@ std::string CKivPowerPathClaim::removePartitionSuffix(const std::string& device,
         partition = digits > 0 ? static_cast<unsigned int>(std::strtol(number.c_str(), nullptr, 10)) : 0;
         result.resize(device.size() - digits);
     }
-    KIV_TRACE(INFORMATION, "INFO: CKivPowerPathClaim::removePartitionSuffix device [%s] partition[%s] partnum[%d]", result.c_str(), device.c_str(), static_cast<int>(partition));
+    KIV_TRACE(INFORMATION, "INFO: CKivPowerPathClaim::removePartitionSuffix device [%s] partition[%s] partnum[%d]",
+              result.c_str(), device.c_str(), static_cast<int>(partition));
     return result;
 }

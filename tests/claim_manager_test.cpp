@@ -184,8 +184,7 @@ TEST_F(ClaimManager, ClaimStringsOfLaterModulesComeFirst)
     EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"/dev/emcpower"}));
     add("first", {});
     add("second", {});
-    EXPECT_EQ(manager->getDeviceClaimStrings(),
-              lines({"second/1", "second/2", "first/1", "first/2", "/dev/emcpower"}));
+    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"second/1", "second/2", "first/1", "first/2", "/dev/emcpower"}));
     EXPECT_EQ(host.effects(), lines({"first: getDeviceClaimStrings", "second: getDeviceClaimStrings"}));
 }
 

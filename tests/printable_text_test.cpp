@@ -31,7 +31,9 @@ TEST(PrintableText, LeavesCharactersOfOtherScriptsAsTheyAre)
 
 TEST(PrintableText, WritesControlCharactersAbove127InHexadecimal)
 {
-    EXPECT_EQ(printableText("a\xc2\x9b" "31m"), "a\\xc2\\x9b31m");
+    EXPECT_EQ(printableText("a\xc2\x9b"
+                            "31m"),
+              "a\\xc2\\x9b31m");
     EXPECT_EQ(printableText("\xc2\xa0"), "\xc2\xa0");
 }
 

@@ -38,8 +38,8 @@ std::string pathOf(udev& context, const char* sysfsPath)
 std::vector<std::string> blockDevicePaths()
 {
     const std::unique_ptr<udev, Unref> context(udev_new());
-    const std::unique_ptr<udev_enumerate, Unref> enumeration(
-        context != nullptr ? udev_enumerate_new(context.get()) : nullptr);
+    const std::unique_ptr<udev_enumerate, Unref> enumeration(context != nullptr ? udev_enumerate_new(context.get())
+                                                                                : nullptr);
     if (enumeration == nullptr || udev_enumerate_add_match_subsystem(enumeration.get(), "block") < 0 ||
         udev_enumerate_scan_devices(enumeration.get()) < 0) {
         throw CommandError("cannot read the list of block devices; is sysfs mounted on /sys?");

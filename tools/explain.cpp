@@ -55,9 +55,8 @@ void printAnswers(const std::vector<ModuleAnswer>& answers)
 
 void printOutcome(const std::vector<ModuleAnswer>& answers, unsigned int level)
 {
-    const auto winner = std::find_if(answers.begin(), answers.end(), [&](const ModuleAnswer& answer) {
-        return level != 0 && answer.level == level;
-    });
+    const auto winner = std::find_if(answers.begin(), answers.end(),
+                                     [&](const ModuleAnswer& answer) { return level != 0 && answer.level == level; });
     if (winner == answers.end()) {
         printLine("Claimed by none, level 0.");
     } else {
@@ -78,8 +77,8 @@ ExitStatus explainPath(const TraceOptions& trace, const std::string& path)
 {
     std::vector<std::string> records;
     std::vector<kivclaim::host::TraceDestination> destinations = trace.destinations();
-    destinations.push_back(kivclaim::host::traceToFunction(
-        ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL, [&](int level, const std::string& text) {
+    destinations.push_back(
+        kivclaim::host::traceToFunction(ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL, [&](int level, const std::string& text) {
             records.push_back(std::to_string(level) + " " + printableText(text));
         }));
     Session session(destinations);

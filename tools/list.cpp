@@ -121,8 +121,8 @@ public:
     void add(const Answer& answer)
     {
         const auto parent = lines.find(answer.wholeDevice);
-        libscols_line* const line = checked(
-            scols_table_new_line(table.get(), tree && parent != lines.end() ? parent->second : nullptr));
+        libscols_line* const line =
+            checked(scols_table_new_line(table.get(), tree && parent != lines.end() ? parent->second : nullptr));
         lines[answer.device] = line;
         for (std::size_t i = 0; i < columns.size(); ++i) {
             const std::string text = printableText(columns[i].text(answer));

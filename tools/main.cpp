@@ -40,12 +40,14 @@ public:
         app.set_version_flag("--version", std::string(kivclaim_release_identification),
                              "Print the release of the claim library and exit");
         app.set_help_flag("-h,--help", "Print this help and exit");
-        app.add_option("--trace", trace.level, "Show the library's trace records up to LEVEL on standard error "
-                                               "(1 errors, 2 warnings, 3 information, 6 everything)")
+        app.add_option("--trace", trace.level,
+                       "Show the library's trace records up to LEVEL on standard error "
+                       "(1 errors, 2 warnings, 3 information, 6 everything)")
             ->type_name("LEVEL")
             ->check(CLI::Range(0, 6));
-        app.add_option("--trace-file", trace.file, "Keep the trace records in FILE, all of them unless --trace says "
-                                                   "less")
+        app.add_option("--trace-file", trace.file,
+                       "Keep the trace records in FILE, all of them unless --trace says "
+                       "less")
             ->type_name("FILE");
         app.footer(std::string("PATH of '-' reads paths from standard input, one a line.\n") + statusHelp);
         app.formatter(std::make_shared<HelpFormatter>(usages));
@@ -84,8 +86,9 @@ private:
 
     void addList()
     {
-        CLI::App& sub = command("list", "", "List this machine's block devices with the stacks that claim them "
-                                            "(the default)",
+        CLI::App& sub = command("list", "",
+                                "List this machine's block devices with the stacks that claim them "
+                                "(the default)",
                                 "kivclaim list --tree -o DEVICE,STACK", [this] { return list(trace, listOptions); });
         sub.add_flag("-a,--all", listOptions.all, "Show unclaimed devices as well");
         auto* const json = sub.add_flag("-J,--json", listOptions.json, "Print JSON");
@@ -105,13 +108,12 @@ private:
     void addQuestions()
     {
         addPaths(command("claim", "PATH...", "Print claim level, stack and path of each PATH",
-                         "kivclaim claim /dev/emcpowera1 /dev/mapper/mpatha",
-                         [this] { return claim(trace, paths); }));
+                         "kivclaim claim /dev/emcpowera1 /dev/mapper/mpatha", [this] { return claim(trace, paths); }));
         addPaths(command("is-partition", "PATH...", "Print yes or no and the path, for each PATH",
                          "kivclaim is-partition /dev/emcpowera1", [this] { return isPartition(trace, paths); }));
-        CLI::App& sub = command("partition", "PATH N", "Print the path of partition N, 0 to 4294967295, of the whole device PATH",
-                                "kivclaim partition /dev/emcpowera 1",
-                                [this] { return partition(trace, path, number); });
+        CLI::App& sub =
+            command("partition", "PATH N", "Print the path of partition N, 0 to 4294967295, of the whole device PATH",
+                    "kivclaim partition /dev/emcpowera 1", [this] { return partition(trace, path, number); });
         sub.add_option("PATH", path, "Path of the whole device")->required()->type_name("");
         sub.add_option("N", number, "Partition number, 0 to 4294967295")->required()->type_name("");
         addPaths(command("whole", "PATH...", "Print whole device and partition number of each PATH",
@@ -122,10 +124,10 @@ private:
 
     void addExplain()
     {
-        CLI::App& sub = command("explain", "PATH", "Print who was asked, who claims PATH and why, and the records of "
-                                                   "the request",
-                                "kivclaim explain /dev/emcpowera1",
-                                [this] { return explain(trace, path); });
+        CLI::App& sub = command("explain", "PATH",
+                                "Print who was asked, who claims PATH and why, and the records of "
+                                "the request",
+                                "kivclaim explain /dev/emcpowera1", [this] { return explain(trace, path); });
         sub.add_option("PATH", path, "Device path")->required()->type_name("");
     }
 
