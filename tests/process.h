@@ -1,0 +1,79 @@
+// Runs a program as a process and looks at what it does.
+#ifndef KIVCLAIM_TESTS_PROCESS_H
+#define KIVCLAIM_TESTS_PROCESS_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tests {
+
+struct Ended {
+    std::string output;
+    std::string errors;
+    int status = -1;  // the exit status; -1 when a signal ended the process
+    int signal = 0;
+};
+
+class Process {
+public:
+    Process(std::string program, std::vector<std::string> arguments);
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    // What to run with; before start().
+    Process& reads(std::string text);
+    Process& readsFile(const std::string& path);
+    Process& writesFile(const std::string& path);
+    Process& environment(const std::string& name, const std::string& value);
+
+    // Runs it to its end.
+    Ended run();
+
+    // Step by step.
+    void start();
+    void write(const std::string& text);
+    void writeIgnoringClosedPipe(const std::string& text);
+    std::string readLine();
+    void closeOutput();
+    void signal(int number) const;
+    // The most memory that the running process has had so far.
+    long peakKilobytes() const;
+    Ended finish();
+    pid_t pid() const { return child; }
+
+private:
+    void drain(Ended& ended);
+
+    std::string program;
+    std::vector<std::string> arguments;
+    std::vector<std::pair<std::string, std::string>> variables;
+    std::string input;
+    std::string inputFile;
+    std::string outputFile;
+    pid_t child = -1;
+    int toInput = -1;
+    int fromOutput = -1;
+    int fromErrors = -1;
+    std::string pendingOutput;
+};
+
+// A folder of its own, gone with the object.
+class TemporaryFolder {
+public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    const std::string& path() const { return folder; }
+
+private:
+    std::string folder;
+};
+
+}  // namespace tests
+
+#endif
