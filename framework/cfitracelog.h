@@ -152,7 +152,7 @@ public:
     }
 
     // The referent, or null. The pointer stays the holder.
-    T* get() const { return referent; }
+    T* get() const { return referent; }  // NOLINT(clang-analyzer-cplusplus.NewDelete): it cannot follow the count
     T* operator->() const { return referent; }
 
 private:

@@ -71,9 +71,14 @@ void appendEscaped(std::string& result, std::string_view bytes)
     }
 }
 
-bool isPlain(char character)
+// How many printable ASCII characters `text` begins with.
+std::size_t plainLength(std::string_view text)
 {
-    return character >= 0x20 && character < 0x7F;
+    std::size_t length = 0;
+    while (length < text.size() && text[length] >= 0x20 && text[length] < 0x7F) {
+        ++length;
+    }
+    return length;
 }
 
 }  // namespace
@@ -83,10 +88,9 @@ std::string printableText(std::string_view text)
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        const auto plainEnd = std::find_if_not(text.begin(), text.end(), isPlain);
-        const auto plainLength = static_cast<std::size_t>(plainEnd - text.begin());
-        result.append(text.substr(0, plainLength));
-        text.remove_prefix(plainLength);
+        const std::size_t plain = plainLength(text);
+        result.append(text.substr(0, plain));
+        text.remove_prefix(plain);
         if (text.empty()) {
             break;
         }
