@@ -71,7 +71,7 @@ private:
 
 // Opens a destination through `makeSink`. One that cannot be opened is reported and left without a sink.
 template <class MakeSink>
-TraceDestination makeDestination(int threshold, const std::string& name, MakeSink makeSink)
+TraceDestination makeDestination(int threshold, const std::string& name, MakeSink makeSink, const char* lineEnd = "\n")
 {
     const FailureReport report(name);
     auto logger = std::make_shared<spdlog::logger>(name);
@@ -80,7 +80,7 @@ TraceDestination makeDestination(int threshold, const std::string& name, MakeSin
     } catch (const std::exception& failure) {
         report(failure.what());
     }
-    auto formatter = std::make_unique<spdlog::pattern_formatter>();
+    auto formatter = std::make_unique<spdlog::pattern_formatter>(spdlog::pattern_time_type::local, lineEnd);
     formatter->add_flag<LevelName>('*').set_pattern("%Y-%m-%d %H:%M:%S.%e %^%*%$ %P:%t %v");
     logger->set_formatter(std::move(formatter));
     logger->set_error_handler(report);
@@ -161,9 +161,11 @@ TraceDestination traceToFile(int threshold, const std::string& path, std::size_t
 TraceDestination traceToSystemLog(int threshold, const std::string& identity)
 {
     constexpr bool withRecordForm = true;
-    return makeDestination(threshold, "the system log", [&] {
-        return std::make_shared<spdlog::sinks::syslog_sink_mt>(identity, 0, LOG_USER, withRecordForm);
-    });
+    const char* const noLineEnd = "";
+    return makeDestination(
+        threshold, "the system log",
+        [&] { return std::make_shared<spdlog::sinks::syslog_sink_mt>(identity, 0, LOG_USER, withRecordForm); },
+        noLineEnd);
 }
 
 TraceDestination traceToFunction(int threshold, std::function<void(int level, const std::string& text)> receiver)
