@@ -5,13 +5,16 @@ target_link_libraries(recording_host PUBLIC kivclaim_framework GTest::gtest)
 set(claim_test_sources
     claim_manager_test.cpp
     claim_module_defaults_test.cpp
+    device_mapper_test.cpp
+    logical_volume_list_test.cpp
     powerpath_test.cpp
     slot_order_test.cpp
     trace_contract_test.cpp)
 
 kivclaim_test(claim_test
     SOURCES ${claim_test_sources} recording_string_tool.cpp
-    LIBRARIES kivclaim::kivclaim recording_host)
+    LIBRARIES kivclaim::kivclaim recording_host
+    DEFINITIONS KIVCLAIM_OWN_STRING_TOOLS)
 
 if(NOT KIVCLAIM_SANITIZERS)
     kivclaim_test(allocation_failure_test

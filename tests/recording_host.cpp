@@ -134,6 +134,9 @@ void Host::traced(const RecordingLog& log, int level, const std::string& text)
     }
     write((log.name.empty() ? "" : log.name + ": ") + std::to_string(level) + " " + text);
     if (!failingRecord.empty() && startsWith(text, failingRecord)) {
+        if (recordThrower) {
+            recordThrower();
+        }
         throw std::runtime_error("trace failed");
     }
 }

@@ -22,6 +22,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace recording {
@@ -89,8 +90,13 @@ public:
     void executable(const std::string& path) { executables.insert(path); }
     void noDevice(const std::string& path) { devices.erase(path); }
 
-    // Accidents. The record whose text begins with `text` throws std::runtime_error("trace failed").
-    void failsTracing(const std::string& text) { failingRecord = text; }
+    // Accidents. Each record whose text begins with `text` throws std::runtime_error("trace failed"), or whatever
+    // `thrower` throws.
+    void failsTracing(const std::string& text, std::function<void()> thrower = {})
+    {
+        failingRecord = text;
+        recordThrower = std::move(thrower);
+    }
     // What a search without a hit leaves in the line index; the contract is to leave it alone.
     std::optional<unsigned long> indexAfterMiss;
     // Called before each record is written down.
@@ -118,6 +124,7 @@ private:
     std::set<std::string> executables;
     std::vector<std::string> openPaths;
     std::string failingRecord;
+    std::function<void()> recordThrower;
 };
 
 // The trace log of this host.

@@ -1,5 +1,6 @@
 #include "tools/stack_name.h"
 
+#include "modules/kiv_linux_device_mapper_claim.h"
 #include "modules/kiv_powerpath_claim.h"
 
 #include <cxxabi.h>
@@ -27,6 +28,9 @@ std::string stackName(const CKivDeviceClaimBase* module)
     const std::type_info& type = typeid(*module);
     if (type == typeid(CKivPowerPathClaim)) {
         return "powerpath";
+    }
+    if (type == typeid(CKivDeviceMapperClaim)) {
+        return "device-mapper";
     }
     return className(*module);
 }
