@@ -156,8 +156,8 @@ void performWithoutArgument(const std::string& word)
         printSignals();
     } else if (word == "group") {
         printGroup();
-    } else if (word == "new-session") {
-        ::setsid();
+    } else if (word == "join-group-of-parent") {
+        ::setpgid(0, ::getpgid(::getppid()));
     } else if (word == "read-input") {
         char byte;
         print("read " + std::to_string(::read(STDIN_FILENO, &byte, 1)));
