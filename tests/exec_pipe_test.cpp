@@ -598,23 +598,32 @@ RunLimits limitedTo(std::chrono::milliseconds time)
     return limits;
 }
 
-using DescriptorOpener = int (*)(pid_t);
+// How the kernel tells of the end of a child.
+struct Kernel {
+    const char* name;
+    int (*openProcessDescriptor)(pid_t process);
+};
 
-std::string nameOfKernel(const testing::TestParamInfo<DescriptorOpener>& parameter)
+std::ostream& operator<<(std::ostream& stream, const Kernel& kernel)
 {
-    const char* const names[] = {"ThatAnnouncesTheEnd", "ThatAnnouncesNothing", "ThatAnnouncesWrongly"};
-    return names[parameter.index];
+    return stream << kernel.name;
+}
+
+std::string nameOfKernel(const testing::TestParamInfo<Kernel>& parameter)
+{
+    return parameter.param.name;
 }
 
 }  // namespace
 
-class ExecPipeLimits : public RunnerTest, public testing::WithParamInterface<DescriptorOpener> {
+class ExecPipeLimits : public RunnerTest, public testing::WithParamInterface<Kernel> {
 protected:
     CommandResult run(const std::string& words, const RunLimits& limits)
     {
         CommandResult result;
         const auto time = timeOf([&] {
-            result = runCommand(probe + " " + words, limits, lines, {GetParam(), realSystemCalls().sendSignal});
+            result = runCommand(probe + " " + words, limits, lines,
+                                {GetParam().openProcessDescriptor, realSystemCalls().sendSignal});
         });
         EXPECT_LT(time, muchTooLong);
         return result;
@@ -624,8 +633,9 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(WithAKernel, ExecPipeLimits,
-                         testing::Values(realSystemCalls().openProcessDescriptor, &refuseProcessDescriptor,
-                                         &openMisleadingDescriptor),
+                         testing::Values(Kernel{"ThatAnnouncesTheEnd", realSystemCalls().openProcessDescriptor},
+                                         Kernel{"ThatAnnouncesNothing", &refuseProcessDescriptor},
+                                         Kernel{"ThatAnnouncesWrongly", &openMisleadingDescriptor}),
                          nameOfKernel);
 
 TEST_P(ExecPipeLimits, GivesOutputAndResultOfAnOrdinaryCommand)
