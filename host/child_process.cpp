@@ -15,7 +15,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <new>
+#include <utility>
 
 namespace kivclaim::host_internal {
 
@@ -35,16 +35,25 @@ void requireSuccess(int errorNumber, const char* reason)
     }
 }
 
-// A process that runs with a standard descriptor closed gets its number for the pipe; the child's own standard
-// descriptors would overwrite it.
-void moveAboveStandardDescriptors(FileDescriptor& end)
+Pipe openPipe()
 {
-    if (end.get() >= firstOrdinaryDescriptor) {
-        return;
-    }
-    const int moved = ::fcntl(end.get(), F_DUPFD_CLOEXEC, firstOrdinaryDescriptor);
-    requireSuccess(moved < 0 ? errno : 0, "there is no descriptor left for its output");
-    end.reset(moved);
+    int ends[2];
+    requireSuccess(::pipe2(ends, O_CLOEXEC) != 0 ? errno : 0, "there is no descriptor left for its output");
+    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+bool isAboveStandardDescriptors(const Pipe& pipe)
+{
+    return std::min(pipe.readEnd.get(), pipe.writeEnd.get()) >= firstOrdinaryDescriptor;
+}
+
+// A process that runs with a standard descriptor closed gets that number for a pipe, where the child's own standard
+// descriptors would overwrite it, and where another thread that prints would write into it. While such a pipe is open,
+// the next one lies higher.
+Pipe openPipeAboveStandardDescriptors()
+{
+    Pipe pipe = openPipe();
+    return isAboveStandardDescriptors(pipe) ? std::move(pipe) : openPipeAboveStandardDescriptors();
 }
 
 // What becomes of the child's descriptors.
@@ -152,11 +161,7 @@ SystemCalls realSystemCalls()
 
 Pipe makePipe()
 {
-    int ends[2];
-    requireSuccess(::pipe2(ends, O_CLOEXEC) != 0 ? errno : 0, "there is no descriptor left for its output");
-    Pipe pipe{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
-    moveAboveStandardDescriptors(pipe.readEnd);
-    moveAboveStandardDescriptors(pipe.writeEnd);
+    Pipe pipe = openPipeAboveStandardDescriptors();
     requireSuccess(::fcntl(pipe.readEnd.get(), F_SETFL, O_RDONLY | O_NONBLOCK) != 0 ? errno : 0,
                    "its output cannot be read without blocking");
     return pipe;

@@ -20,6 +20,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <thread>
@@ -646,9 +647,28 @@ TEST_P(ExecPipeLimits, GivesOutputAndResultOfAnOrdinaryCommand)
     EXPECT_THAT(lines, ElementsAre("one", "two"));
 }
 
+namespace {
+
+std::chrono::nanoseconds processorTimeOfThread()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+}  // namespace
+
+TEST_P(ExecPipeLimits, SleepsWhileTheCommandDoes)
+{
+    const auto before = processorTimeOfThread();
+    EXPECT_EQ(run("sleep 400", quickLimits()).result, 0);
+    EXPECT_EQ(run("close 1 close 2 sleep 400", quickLimits()).result, 0);
+    EXPECT_LT(processorTimeOfThread() - before, 100ms);
+}
+
 TEST_P(ExecPipeLimits, AsksTheChildToEndAtTheTimeLimit)
 {
-    const CommandResult result = run("print early@n complain slow sleep 60000", limitedTo(200ms));
+    const CommandResult result = run("print early@n complain slow sleep 60000", limitedTo(300ms));
     EXPECT_TRUE(result.hasRun);
     EXPECT_EQ(result.result, 128 + SIGTERM);
     EXPECT_EQ(result.failure.waitStatus, SIGTERM);
@@ -659,7 +679,7 @@ TEST_P(ExecPipeLimits, AsksTheChildToEndAtTheTimeLimit)
 
 TEST_P(ExecPipeLimits, KillsAChildThatIgnoresBeingAsked)
 {
-    const CommandResult result = run("ignore 15 print early@n sleep 60000", limitedTo(200ms));
+    const CommandResult result = run("ignore 15 print early@n sleep 60000", limitedTo(300ms));
     EXPECT_EQ(result.result, 128 + SIGKILL);
     EXPECT_EQ(result.failure.waitStatus, SIGKILL);
     EXPECT_THAT(lines, ElementsAre("early"));
@@ -667,7 +687,7 @@ TEST_P(ExecPipeLimits, KillsAChildThatIgnoresBeingAsked)
 
 TEST_P(ExecPipeLimits, TakesNoTimedOutCommandForASuccess)
 {
-    const CommandResult result = run("exit-on-term print early@n sleep 60000", limitedTo(200ms));
+    const CommandResult result = run("exit-on-term print early@n sleep 60000", limitedTo(300ms));
     EXPECT_EQ(result.result, 128 + SIGTERM);
     EXPECT_EQ(result.failure.waitStatus, 0) << "the status as it is";
     EXPECT_EQ(result.failure.errorNumber, ETIMEDOUT);
@@ -675,7 +695,7 @@ TEST_P(ExecPipeLimits, TakesNoTimedOutCommandForASuccess)
 
 TEST_P(ExecPipeLimits, EndsTheWholeGroupAtTheTimeLimit)
 {
-    RunLimits limits = limitedTo(200ms);
+    RunLimits limits = limitedTo(300ms);
     limits.fromTermToKill = std::chrono::duration_cast<std::chrono::milliseconds>(muchTooLong);
     // The grandchild holds the pipes: before they are closed, the run would go on up to the kill.
     const CommandResult result = run("in-grandchild-while-waiting print grandchild@n sleep 60000", limits);
@@ -693,7 +713,7 @@ TEST_P(ExecPipeLimits, EndsAGroupWhoseLeaderIsGone)
 
 TEST_P(ExecPipeLimits, EndsAChildThatLeftItsGroup)
 {
-    const CommandResult result = run("join-group-of-parent print out@n sleep 60000", limitedTo(200ms));
+    const CommandResult result = run("join-group-of-parent print out@n sleep 60000", limitedTo(300ms));
     EXPECT_EQ(result.failure.waitStatus, SIGTERM);
 }
 
@@ -820,7 +840,7 @@ TEST_F(ExecPipe, LeavesAChildBehindThatNothingEndsAndCollectsItLater)
     EXPECT_TRUE(hasNoChildren()) << "the next run collected it";
 }
 
-TEST_F(ExecPipe, NeverCollectsAnotherChildInPlaceOfOneLeftBehind)
+TEST_F(ExecPipe, ForgetsAChildLeftBehindThatTheProcessCollectsItself)
 {
     Lines lines;
     runCommand(probe + " sleep 60000", hopelessLimits(), lines,
@@ -939,7 +959,7 @@ namespace {
 std::chrono::microseconds quickestRun()
 {
     auto quickest = std::chrono::microseconds::max();
-    for (int i = 0; i < 7; ++i) {
+    for (int i = 0; i < 20; ++i) {
         const auto start = std::chrono::steady_clock::now();
         exec(probe + " exit 0");
         const auto time = std::chrono::steady_clock::now() - start;
@@ -960,7 +980,7 @@ TEST_F(ExecPipe, StartsACommandAsFastFromALargeProcessAsFromASmallOne)
     ::madvise(memory, bytes, MADV_POPULATE_WRITE);
     const auto large = quickestRun();
     ::munmap(memory, bytes);
-    EXPECT_LT(large, 2 * small + 1ms);
+    EXPECT_LT(large, small + 5ms) << "copying the page tables alone takes longer";
 }
 
 TEST_F(ExecPipe, RunsCommandsOfSeveralThreadsAtOnce)
