@@ -1,59 +1,12 @@
 #include "host/printable_text.h"
 
+#include "host/utf8.h"
+
 #include <algorithm>
 
 namespace kivclaim::host {
 
 namespace {
-
-// What one character of UTF-8 is made of: its length in bytes (0: the bytes are none) and its code point.
-struct Character {
-    std::size_t length;
-    unsigned int codePoint;
-};
-
-bool isContinuation(unsigned char byte)
-{
-    return (byte & 0xC0U) == 0x80U;
-}
-
-// The length that the first byte announces; 0 for a byte that cannot begin a character.
-std::size_t announcedLength(unsigned char first)
-{
-    if (first < 0x80) {
-        return 1;
-    }
-    if (first >= 0xC2 && first < 0xE0) {
-        return 2;
-    }
-    if (first >= 0xE0 && first < 0xF0) {
-        return 3;
-    }
-    return first >= 0xF0 && first < 0xF5 ? 4 : 0;
-}
-
-Character decode(std::string_view text)
-{
-    static constexpr unsigned int firstByteMask[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
-    static constexpr unsigned int smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    const std::size_t length = announcedLength(static_cast<unsigned char>(text[0]));
-    if (length == 0 || length > text.size()) {
-        return {0, 0};
-    }
-    unsigned int codePoint = static_cast<unsigned char>(text[0]) & firstByteMask[length];
-    for (std::size_t i = 1; i < length; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (!isContinuation(byte)) {
-            return {0, 0};
-        }
-        codePoint = (codePoint << 6U) | (byte & 0x3FU);
-    }
-    const bool isSurrogate = codePoint >= 0xD800 && codePoint < 0xE000;
-    if (codePoint < smallest[length] || codePoint > 0x10FFFF || isSurrogate) {
-        return {0, 0};
-    }
-    return {length, codePoint};
-}
 
 bool isControl(unsigned int codePoint)
 {
@@ -94,7 +47,7 @@ std::string printableText(std::string_view text)
         if (text.empty()) {
             break;
         }
-        const Character character = decode(text);
+        const host_internal::Utf8Character character = host_internal::decodeUtf8(text);
         const std::string_view bytes = text.substr(0, std::max<std::size_t>(character.length, 1));
         if (character.length == 0 || isControl(character.codePoint)) {
             appendEscaped(result, bytes);

@@ -3,5 +3,35 @@ add_library(process OBJECT process.cpp)
 target_link_libraries(process PUBLIC GTest::gtest)
 target_include_directories(process PUBLIC ${PROJECT_SOURCE_DIR})
 
-kivclaim_test(printable_text_test SOURCES printable_text_test.cpp LIBRARIES kivclaim::ztfi_pdk)
 kivclaim_test(trace_log_test SOURCES trace_log_test.cpp LIBRARIES kivclaim::ztfi_pdk process)
+
+# kivclaim_test_program(name) builds a tool that the tests run. Uninstrumented: the tests judge the runner, and a
+# sanitizer's own descriptors and signal handlers would stand in the way.
+function(kivclaim_test_program name)
+    add_executable(${name} programs/${name}.cpp)
+    if(KIVCLAIM_SANITIZERS)
+        target_compile_options(${name} PRIVATE -fno-sanitize=all)
+        target_link_options(${name} PRIVATE -fno-sanitize=all)
+    endif()
+endfunction()
+
+# kivclaim_runner_test(name) builds a test of the command runner, with its inner parts and the tools it runs.
+function(kivclaim_runner_test name)
+    kivclaim_test(${name} SOURCES ${name}.cpp LIBRARIES ztfi_command_runner kivclaim::ztfi_pdk
+                  DEFINITIONS KIVCLAIM_COMMAND_PROBE="$<TARGET_FILE:command_probe>"
+                              KIVCLAIM_LINE_WRITER="$<TARGET_FILE:line_writer>")
+    add_dependencies(${name} command_probe line_writer)
+endfunction()
+
+kivclaim_test_program(command_probe)
+kivclaim_test_program(line_writer)
+
+kivclaim_test(printable_text_test SOURCES printable_text_test.cpp LIBRARIES kivclaim::ztfi_pdk)
+kivclaim_test(string_tool_test SOURCES string_tool_test.cpp LIBRARIES kivclaim::ztfi_pdk)
+kivclaim_runner_test(exec_pipe_test)
+kivclaim_runner_test(exec_pipe_trace_test)
+if(NOT KIVCLAIM_SANITIZERS MATCHES thread)
+    # Brings allocation operators of its own, as does the thread sanitizer; it has a single thread anyway.
+    kivclaim_runner_test(exec_pipe_memory_test)
+endif()
+kivclaim_runner_test(command_snapshot_test)

@@ -1,0 +1,325 @@
+// The course of a run: started, heard to its end, ended by force when it must be, and judged.
+#include "host/command_run.h"
+
+#include "host/abandoned_children.h"
+#include "host/command_words.h"
+#include "host/output_streams.h"
+#include "host/printable_text.h"
+#include "host/run_problem.h"
+#include "host/wide_text.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <iterator>
+#include <utility>
+
+using ztfi_pdk_4_4::EFiExecPipe;
+
+namespace kivclaim::host_internal {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr Clock::time_point never = Clock::time_point::max();
+constexpr milliseconds longestWait = std::chrono::hours(1);  // poll counts milliseconds in an int
+constexpr milliseconds shortestPause{1};
+constexpr milliseconds longestPause{20};
+constexpr int signalResultBase = 128;
+
+// Puts a cancellation of the thread off while there is a child: it would otherwise strike inside the destructors that
+// have to end the child and close the pipes.
+class CancellationHold {
+public:
+    CancellationHold() { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &stateBefore); }
+    CancellationHold(const CancellationHold&) = delete;
+    CancellationHold& operator=(const CancellationHold&) = delete;
+    ~CancellationHold() { ::pthread_setcancelstate(stateBefore, nullptr); }
+
+private:
+    int stateBefore = PTHREAD_CANCEL_ENABLE;
+};
+
+// Takes the lines of a run away again, unless it is kept: half an output must not pass for a whole one.
+class LinesUntilKept {
+public:
+    explicit LinesUntilKept(std::vector<std::string>& target) : lines(target), sizeBefore(target.size()) {}
+    LinesUntilKept(const LinesUntilKept&) = delete;
+    LinesUntilKept& operator=(const LinesUntilKept&) = delete;
+    ~LinesUntilKept()
+    {
+        if (!kept) {
+            lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(sizeBefore), lines.end());
+        }
+    }
+
+    void keep() { kept = true; }
+
+private:
+    std::vector<std::string>& lines;
+    std::size_t sizeBefore;
+    bool kept = false;
+};
+
+// How a run that was not given up ended.
+struct RunEnd {
+    int waitStatus;
+    bool wasTimedOut;
+    std::string errorTail;
+};
+
+// Threads, ownership, failure: those of runCommand; failures are thrown as RunProblem.
+class CommandRun {
+public:
+    CommandRun(const std::vector<std::string>& words, const RunLimits& runLimits, std::vector<std::string>& output,
+               const SystemCalls& calls)
+        : CommandRun(words, runLimits, output, calls, makePipe(), makePipe())
+    {
+    }
+
+    RunEnd toItsEnd();
+
+private:
+    enum class Stage { running, askedToEnd, killed };
+
+    CommandRun(const std::vector<std::string>& words, const RunLimits& runLimits, std::vector<std::string>& output,
+               const SystemCalls& calls, Pipe outputPipe, Pipe errorPipe);
+
+    bool isOver() const;
+    void hear();
+    milliseconds timeToWait() const;
+    Clock::time_point silenceDeadline() const;
+    void noticeEnd(bool isAnnounced);
+    void noticeSilence(bool heardSomething, bool hasLooked);
+    void actOnTime();
+    void proceed(Clock::time_point now);
+    RunEnd conclude();
+
+    RunLimits limits;
+    OutputStreams streams;
+    Clock::time_point deadline;  // of the stage
+    ChildProcess child;
+    Stage stage = Stage::running;
+    bool hasChildEnded = false;
+    bool isSilent = false;
+    milliseconds pause = shortestPause;  // between two questions, when the kernel does not announce the end
+    Clock::time_point lastHeard;
+};
+
+CommandRun::CommandRun(const std::vector<std::string>& words, const RunLimits& runLimits,
+                       std::vector<std::string>& output, const SystemCalls& calls, Pipe outputPipe, Pipe errorPipe)
+    : limits(runLimits),
+      streams(std::move(outputPipe.readEnd), std::move(errorPipe.readEnd), output, limits.outputBytes),
+      deadline(limits.wholeRun.count() == 0 ? never : Clock::now() + limits.wholeRun),
+      child(words, outputPipe.writeEnd, errorPipe.writeEnd, calls, limits.fromKillToLeave)
+{
+    // Our own write ends would keep the pipes from ever ending.
+    outputPipe.writeEnd.reset();
+    errorPipe.writeEnd.reset();
+}
+
+RunEnd CommandRun::toItsEnd()
+{
+    while (!isOver()) {
+        hear();
+    }
+    return conclude();
+}
+
+bool CommandRun::isOver() const
+{
+    return hasChildEnded && (!streams.anyOpen() || isSilent || stage == Stage::killed);
+}
+
+// Waits until something happens, and takes note of it.
+void CommandRun::hear()
+{
+    const int endDescriptor = hasChildEnded ? -1 : child.endDescriptor();
+    pollfd sources[] = {
+        {streams.outputDescriptor(), POLLIN, 0}, {streams.errorDescriptor(), POLLIN, 0}, {endDescriptor, POLLIN, 0}};
+    const int ready = ::poll(sources, std::size(sources), static_cast<int>(timeToWait().count()));
+    if (ready < 0 && errno != EINTR) {
+        throw RunProblem{errno, "its output cannot be waited for"};
+    }
+    const auto isReady = [&](std::size_t source) { return ready > 0 && sources[source].revents != 0; };
+    if (isReady(0)) {
+        streams.readOutput();
+    }
+    if (isReady(1)) {
+        streams.readError();
+    }
+    noticeEnd(isReady(2));
+    noticeSilence(isReady(0) || isReady(1), ready >= 0);
+    actOnTime();
+}
+
+milliseconds CommandRun::timeToWait() const
+{
+    const Clock::time_point next = std::min(deadline, silenceDeadline());
+    const auto left = std::chrono::ceil<milliseconds>(next - Clock::now());
+    const bool mustAsk = !hasChildEnded && child.endDescriptor() < 0;
+    return std::clamp(left, milliseconds(0), mustAsk ? pause : longestWait);
+}
+
+// Those who outlive the child may go on writing; only their silence ends the run.
+Clock::time_point CommandRun::silenceDeadline() const
+{
+    return hasChildEnded && stage == Stage::running ? lastHeard + limits.silenceAfterEnd : never;
+}
+
+void CommandRun::noticeEnd(bool isAnnounced)
+{
+    if (hasChildEnded || (!isAnnounced && child.endDescriptor() >= 0)) {
+        return;
+    }
+    hasChildEnded = child.hasEnded();
+    if (hasChildEnded) {
+        lastHeard = Clock::now();
+    } else if (isAnnounced) {
+        child.closeEndDescriptor();  // it announced what is not so; from now on the child is asked
+    } else {
+        pause = std::min(2 * pause, longestPause);
+    }
+}
+
+// Only a look at the pipes tells that they are silent: the clock alone would miss what came while this thread slept.
+void CommandRun::noticeSilence(bool heardSomething, bool hasLooked)
+{
+    const Clock::time_point now = Clock::now();
+    if (heardSomething) {
+        lastHeard = now;
+    } else if (hasLooked && now >= silenceDeadline()) {
+        isSilent = true;
+    }
+}
+
+void CommandRun::actOnTime()
+{
+    const Clock::time_point now = Clock::now();
+    if (now >= deadline || (stage == Stage::running && streams.areOverLimit())) {
+        proceed(now);
+    }
+}
+
+// The next step of ending a run by force.
+void CommandRun::proceed(Clock::time_point now)
+{
+    switch (stage) {
+        case Stage::running:
+            child.signalGroup(SIGTERM);
+            stage = Stage::askedToEnd;
+            deadline = now + limits.fromTermToKill;
+            break;
+        case Stage::askedToEnd:
+            child.signalGroup(SIGKILL);
+            stage = Stage::killed;
+            deadline = now + limits.fromKillToLeave;
+            break;
+        case Stage::killed:
+            child.leaveBehind();
+            throw RunProblem{ETIMEDOUT, "not even SIGKILL ended it, and it was left behind", unknownWaitStatus,
+                             streams.errorTail()};
+    }
+}
+
+RunEnd CommandRun::conclude()
+{
+    if (stage != Stage::running) {
+        // Those of the group who outlived the child, before its number is given back.
+        child.signalGroup(SIGKILL);
+        streams.drain();
+    }
+    const int waitStatus = child.collect();
+    if (streams.areOverLimit()) {
+        throw RunProblem{EFBIG, "it wrote more than " + std::to_string(limits.outputBytes) + " bytes and was ended",
+                         waitStatus, streams.errorTail()};
+    }
+    streams.finish();
+    return {waitStatus, stage != Stage::running, streams.errorTail()};
+}
+
+int resultOf(const RunEnd& end)
+{
+    if (WIFSIGNALED(end.waitStatus)) {
+        return signalResultBase + WTERMSIG(end.waitStatus);
+    }
+    const int exitCode = WEXITSTATUS(end.waitStatus);
+    return exitCode == 0 && end.wasTimedOut ? signalResultBase + SIGTERM : exitCode;
+}
+
+std::string describe(const RunEnd& end)
+{
+    std::string text;
+    if (WIFSIGNALED(end.waitStatus)) {
+        const int signal = WTERMSIG(end.waitStatus);
+        const char* const name = ::sigdescr_np(signal);
+        text = "was ended by signal " + std::to_string(signal);
+        text += name != nullptr ? std::string(" (") + name + ")" : "";
+    } else {
+        text = "ended with exit code " + std::to_string(WEXITSTATUS(end.waitStatus));
+    }
+    return end.wasTimedOut ? text + " after its time limit" : text;
+}
+
+EFiExecPipe failureRecord(std::string message, const std::string& errorTail, int errorNumber, int waitStatus)
+{
+    if (!errorTail.empty()) {
+        message += ": " + errorTail;
+    }
+    EFiExecPipe record;
+    record.wideMessage = wideText(message);
+    record.message = std::move(message);
+    record.errorNumber = errorNumber;
+    record.waitStatus = waitStatus;
+    return record;
+}
+
+CommandResult judged(const std::string& command, const RunEnd& end)
+{
+    CommandResult result;
+    result.hasRun = true;
+    result.result = resultOf(end);
+    if (result.result != 0) {
+        result.failure = failureRecord("The command [" + host::printableText(command) + "] " + describe(end),
+                                       end.errorTail, end.wasTimedOut ? ETIMEDOUT : 0, end.waitStatus);
+    }
+    return result;
+}
+
+CommandResult notRun(const std::string& command, const RunProblem& problem)
+{
+    const char* const name = ::strerrordesc_np(problem.errorNumber);
+    CommandResult result;
+    result.result = -1;
+    result.failure = failureRecord("Cannot run [" + host::printableText(command) + "]: " + problem.reason + " (" +
+                                       (name != nullptr ? name : "unknown error") + ")",
+                                   problem.errorTail, problem.errorNumber, problem.waitStatus);
+    return result;
+}
+
+}  // namespace
+
+CommandResult runCommand(const std::string& command, const RunLimits& limits, std::vector<std::string>& output,
+                         const SystemCalls& calls)
+{
+    const CancellationHold hold;
+    collectAbandonedChildren();
+    try {
+        LinesUntilKept lines(output);
+        const RunEnd end = CommandRun(commandWords(command), limits, output, calls).toItsEnd();
+        CommandResult result = judged(command, end);
+        lines.keep();
+        return result;
+    } catch (const RunProblem& problem) {
+        return notRun(command, problem);
+    }
+}
+
+}  // namespace kivclaim::host_internal

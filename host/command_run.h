@@ -1,0 +1,43 @@
+// Runs one command from its start to its end. Private to the bundled host.
+#ifndef KIVCLAIM_HOST_COMMAND_RUN_H
+#define KIVCLAIM_HOST_COMMAND_RUN_H
+
+#include "framework/cfiexecpipe.h"
+#include "host/child_process.h"
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace kivclaim::host_internal {
+
+struct RunLimits {
+    std::chrono::milliseconds wholeRun{0};             // 0: none
+    std::chrono::milliseconds fromTermToKill{2000};    // for the group to end on SIGTERM
+    std::chrono::milliseconds fromKillToLeave{10000};  // for the kernel to end the child on SIGKILL
+    std::chrono::milliseconds silenceAfterEnd{1000};   // how long others may keep the pipes silently open
+    std::size_t outputBytes = std::size_t{1} << 30;    // of standard output, and of standard error
+};
+
+struct CommandResult {
+    bool hasRun = false;                // false: `failure` is to be thrown
+    int result = 0;                     // 0 when the command ran and succeeded
+    ztfi_pdk_4_4::EFiExecPipe failure;  // filled unless the command succeeded
+};
+
+// Runs `command` and appends the lines of its standard output to `output`; standard error is kept for the failure
+// record. The result is the exit code, or 128 and the signal for a child that a signal ended; 128 and SIGTERM for one
+// that exited with 0 after its time limit. Commands that could not be run leave `output` as it was.
+//
+// Threads: any, each with an output of its own. The run cannot be cancelled: a cancellation of the thread waits until
+// it is over.
+// Ownership: child, descriptors and buffers are its own and gone afterwards, on every path. A child that not even
+// SIGKILL ends is left behind, see abandoned_children.h.
+// Failure: the result says it; running out of memory is std::bad_alloc.
+CommandResult runCommand(const std::string& command, const RunLimits& limits, std::vector<std::string>& output,
+                         const SystemCalls& calls = realSystemCalls());
+
+}  // namespace kivclaim::host_internal
+
+#endif

@@ -1,0 +1,39 @@
+// One look at the system for several questions.
+#ifndef KIVCLAIM_HOST_COMMAND_SNAPSHOT_H
+#define KIVCLAIM_HOST_COMMAND_SNAPSHOT_H
+
+#include "framework/ztfi_export.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kivclaim::host {
+
+// While a snapshot is open, each of its command lines runs once on this thread, whoever asks for it through whichever
+// runner; every further Exec of exactly the same line gets what the first one got: the lines of output, the result,
+// the failure record or the exception, whatever its time limit. All other commands run every time. Nobody who runs
+// commands needs to know.
+//
+// Snapshots nest: a line that several open ones name belongs to the innermost of them.
+//
+// Threads: belongs to the thread that made it, which must also destroy it; other threads are not concerned.
+// Ownership: owns what it remembers, and forgets it when it ends. What is given again is a copy.
+// Failure: only running out of memory, as std::bad_alloc; a run that ends so is not remembered.
+class ZTFI_API CommandSnapshot {
+public:
+    explicit CommandSnapshot(const std::vector<std::string>& commands);
+    CommandSnapshot(const CommandSnapshot&) = delete;
+    CommandSnapshot& operator=(const CommandSnapshot&) = delete;
+    ~CommandSnapshot();
+
+private:
+    class Scope;
+    friend struct SnapshotAccess;
+
+    std::unique_ptr<Scope> scope;
+};
+
+}  // namespace kivclaim::host
+
+#endif

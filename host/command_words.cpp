@@ -1,0 +1,36 @@
+#include "host/command_words.h"
+
+#include "host/run_problem.h"
+
+#include <cerrno>
+
+namespace kivclaim::host_internal {
+
+namespace {
+
+constexpr char blanks[] = " \t";
+
+}  // namespace
+
+std::vector<std::string> commandWords(const std::string& command)
+{
+    if (command.find('\0') != std::string::npos) {
+        throw RunProblem{EINVAL, "it contains a NUL byte"};
+    }
+    std::vector<std::string> words;
+    std::size_t start = command.find_first_not_of(blanks);
+    while (start != std::string::npos) {
+        const std::size_t end = command.find_first_of(blanks, start);
+        words.push_back(command.substr(start, end - start));
+        start = command.find_first_not_of(blanks, end);
+    }
+    if (words.empty()) {
+        throw RunProblem{EINVAL, "it names no program"};
+    }
+    if (words.front().front() != '/') {
+        throw RunProblem{EINVAL, "the program is not named by its absolute path"};
+    }
+    return words;
+}
+
+}  // namespace kivclaim::host_internal

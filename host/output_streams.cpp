@@ -1,0 +1,109 @@
+#include "host/output_streams.h"
+
+#include "host/run_problem.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace kivclaim::host_internal {
+
+namespace {
+
+constexpr std::size_t bufferBytes = std::size_t{256} << 10;
+constexpr std::size_t keptErrorBytes = 4096;
+constexpr std::size_t largePipeBytes = std::size_t{1} << 20;
+// A single read of this much is the sign of a large output.
+constexpr std::size_t largeRead = std::size_t{32} << 10;
+
+std::size_t bytesInPipe(const FileDescriptor& end)
+{
+    int count = 0;
+    return end.isOpen() && ::ioctl(end.get(), FIONREAD, &count) == 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+}  // namespace
+
+OutputStreams::OutputStreams(FileDescriptor outputEnd, FileDescriptor errorEnd, std::vector<std::string>& lines,
+                             std::size_t byteLimit)
+    : output{std::move(outputEnd)},
+      error{std::move(errorEnd)},
+      lineCollector(lines),
+      tailCollector(keptErrorBytes),
+      limit(byteLimit),
+      buffer(new char[bufferBytes])
+{
+}
+
+// Returns how much was read, 0 when there is nothing (more).
+std::size_t OutputStreams::readOnce(Stream& stream)
+{
+    ssize_t count;
+    do {
+        count = ::read(stream.end.get(), buffer.get(), bufferBytes);
+    } while (count < 0 && errno == EINTR);
+    if (count > 0) {
+        stream.byteCount += static_cast<std::size_t>(count);
+        return static_cast<std::size_t>(count);
+    }
+    if (count == 0) {
+        stream.end.reset();
+    } else if (errno != EAGAIN) {
+        throw RunProblem{errno, "its output cannot be read"};
+    }
+    return 0;
+}
+
+std::size_t OutputStreams::takeOutput()
+{
+    const std::size_t count = readOnce(output);
+    if (!areOverLimit()) {
+        lineCollector.add(buffer.get(), count);
+    }
+    if (count >= largeRead && !isOutputPipeLarge) {
+        enlargeOutputPipe();
+    }
+    return count;
+}
+
+std::size_t OutputStreams::takeError()
+{
+    const std::size_t count = readOnce(error);
+    tailCollector.add(buffer.get(), count);
+    return count;
+}
+
+// Only for large outputs: small ones do not repay it, and the room that a user may give to pipes is limited. When the
+// kernel refuses, the pipe is merely slower.
+void OutputStreams::enlargeOutputPipe()
+{
+    isOutputPipeLarge = true;
+    (void)::fcntl(output.end.get(), F_SETPIPE_SZ, static_cast<int>(largePipeBytes));
+}
+
+void OutputStreams::readOutput()
+{
+    takeOutput();
+}
+
+void OutputStreams::readError()
+{
+    takeError();
+}
+
+// Exactly what is there at first: a writer that goes on for ever must not hold the reader.
+void OutputStreams::drain()
+{
+    for (std::size_t left = bytesInPipe(output.end); left > 0;) {
+        left -= std::min(left, takeOutput());
+    }
+    for (std::size_t left = bytesInPipe(error.end); left > 0;) {
+        left -= std::min(left, takeError());
+    }
+}
+
+}  // namespace kivclaim::host_internal

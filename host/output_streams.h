@@ -1,0 +1,64 @@
+// The two pipes that a command writes to. Private to the bundled host.
+#ifndef KIVCLAIM_HOST_OUTPUT_STREAMS_H
+#define KIVCLAIM_HOST_OUTPUT_STREAMS_H
+
+#include "host/file_descriptor.h"
+#include "host/line_collector.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kivclaim::host_internal {
+
+// Reads standard output into lines and keeps the end of standard error. Beyond `byteLimit` of either, what comes is
+// read and dropped, so that the writer is not blocked while it is being ended.
+//
+// Threads: belongs to one.
+// Ownership: owns the read ends; each is closed when its writers are gone. The vector is the caller's.
+// Failure: RunProblem when a pipe cannot be read, std::bad_alloc.
+class OutputStreams {
+public:
+    OutputStreams(FileDescriptor outputEnd, FileDescriptor errorEnd, std::vector<std::string>& lines,
+                  std::size_t byteLimit);
+
+    int outputDescriptor() const { return output.end.get(); }
+    int errorDescriptor() const { return error.end.get(); }
+    bool anyOpen() const { return output.end.isOpen() || error.end.isOpen(); }
+    bool areOverLimit() const { return output.byteCount > limit || error.byteCount > limit; }
+
+    // Each reads once; there must be something to read, or a hang-up.
+    void readOutput();
+    void readError();
+
+    // Reads what lies in the pipes, however many others still hold them.
+    void drain();
+
+    // Makes a line of what follows the last line feed.
+    void finish() { lineCollector.finish(); }
+    std::string errorTail() const { return tailCollector.tail(); }
+
+private:
+    struct Stream {
+        FileDescriptor end;
+        std::size_t byteCount = 0;
+    };
+
+    std::size_t readOnce(Stream& stream);
+    std::size_t takeOutput();
+    std::size_t takeError();
+    void enlargeOutputPipe();
+
+    Stream output;
+    Stream error;
+    LineCollector lineCollector;
+    TailCollector tailCollector;
+    std::size_t limit;
+    bool isOutputPipeLarge = false;
+    std::unique_ptr<char[]> buffer;
+};
+
+}  // namespace kivclaim::host_internal
+
+#endif

@@ -1,0 +1,22 @@
+// Why a command could not be run. Private to the bundled host.
+#ifndef KIVCLAIM_HOST_RUN_PROBLEM_H
+#define KIVCLAIM_HOST_RUN_PROBLEM_H
+
+#include <string>
+
+namespace kivclaim::host_internal {
+
+// The wait status of a child that there never was, or whose status nobody can learn: no real status is negative.
+constexpr int unknownWaitStatus = -1;
+
+// Thrown inside the runner only; runCommand makes the caller's failure record of it.
+struct RunProblem {
+    int errorNumber;
+    std::string reason;  // continues "Cannot run [...]: "
+    int waitStatus = unknownWaitStatus;
+    std::string errorTail = {};  // the end of what the command wrote to standard error
+};
+
+}  // namespace kivclaim::host_internal
+
+#endif

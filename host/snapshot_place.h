@@ -1,0 +1,24 @@
+// What a snapshot remembers of one command. Private to the bundled host.
+#ifndef KIVCLAIM_HOST_SNAPSHOT_PLACE_H
+#define KIVCLAIM_HOST_SNAPSHOT_PLACE_H
+
+#include "host/command_run.h"
+
+#include <string>
+#include <vector>
+
+namespace kivclaim::host_internal {
+
+struct SnapshotPlace {
+    bool isFilled = false;
+    CommandResult result;
+    std::vector<std::string> lines;
+};
+
+// Where the snapshots that are open on this thread remember `command`; null when none of them names it. The place
+// belongs to its snapshot.
+SnapshotPlace* snapshotPlaceOf(const std::string& command);
+
+}  // namespace kivclaim::host_internal
+
+#endif

@@ -1,0 +1,38 @@
+#include "host/wide_text.h"
+
+#include "host/utf8.h"
+
+namespace kivclaim::host_internal {
+
+namespace {
+
+void appendEscapedByte(std::wstring& result, char character)
+{
+    constexpr wchar_t hexDigits[] = L"0123456789abcdef";
+    const auto byte = static_cast<unsigned char>(character);
+    result += L"\\x";
+    result += hexDigits[byte >> 4U];
+    result += hexDigits[byte & 0x0FU];
+}
+
+}  // namespace
+
+std::wstring wideText(std::string_view text)
+{
+    static_assert(sizeof(wchar_t) >= 4, "one wide character holds every code point");
+    std::wstring result;
+    result.reserve(text.size());
+    while (!text.empty()) {
+        const Utf8Character character = decodeUtf8(text);
+        if (character.length == 0) {
+            appendEscapedByte(result, text.front());
+            text.remove_prefix(1);
+        } else {
+            result += static_cast<wchar_t>(character.codePoint);
+            text.remove_prefix(character.length);
+        }
+    }
+    return result;
+}
+
+}  // namespace kivclaim::host_internal

@@ -1,0 +1,206 @@
+// A tool that does what its words say, one after the other, and ends with exit code 0 unless told otherwise. The
+// tests of the command runner run it to see what a child gets, and to have children that misbehave.
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+extern char** environ;
+
+namespace {
+
+void write(int descriptor, const std::string& text)
+{
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
+        if (count < 0) {
+            std::_Exit(99);
+        }
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+void print(const std::string& line)
+{
+    write(STDOUT_FILENO, line + "\n");
+}
+
+void printArguments(int count, char** arguments)
+{
+    for (int i = 0; i < count; ++i) {
+        print(std::string("<") + arguments[i] + ">");
+    }
+}
+
+void printEnvironment()
+{
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        print(*entry);
+    }
+}
+
+void printDescriptors()
+{
+    DIR* const directory = ::opendir("/proc/self/fd");
+    while (const dirent* const entry = ::readdir(directory)) {
+        char target[256] = {};
+        const std::string path = std::string("/proc/self/fd/") + entry->d_name;
+        if (entry->d_name[0] != '.' && std::atoi(entry->d_name) != ::dirfd(directory) &&
+            ::readlink(path.c_str(), target, sizeof target - 1) > 0) {
+            print(std::string(entry->d_name) + " " + std::string(target).substr(0, std::strcspn(target, ":")));
+        }
+    }
+    ::closedir(directory);
+}
+
+void printSignals()
+{
+    std::FILE* const status = std::fopen("/proc/self/status", "re");
+    char line[256];
+    while (std::fgets(line, sizeof line, status) != nullptr) {
+        if (std::strncmp(line, "SigBlk", 6) == 0 || std::strncmp(line, "SigIgn", 6) == 0 ||
+            std::strncmp(line, "SigCgt", 6) == 0) {
+            write(STDOUT_FILENO, line);
+        }
+    }
+    std::fclose(status);
+}
+
+void printGroup()
+{
+    print(std::to_string(::getpid()) + " " + std::to_string(::getpgrp()));
+}
+
+void sleepMilliseconds(int milliseconds)
+{
+    ::usleep(static_cast<useconds_t>(milliseconds) * 1000);
+}
+
+// What stands for bytes that no word of a command line can hold.
+std::string unescaped(const char* text)
+{
+    std::string result;
+    for (; *text != '\0'; ++text) {
+        const std::string escape(text, ::strnlen(text, 2));
+        const char byte = escape == "@n"   ? '\n'
+                          : escape == "@r" ? '\r'
+                          : escape == "@0" ? '\0'
+                          : escape == "@_" ? ' '
+                                           : *text;
+        text += byte == *text ? 0 : 1;
+        result += byte;
+    }
+    return result;
+}
+
+// Leaves a child behind that keeps the pipes open and performs the rest of the words.
+bool isTheGrandchild()
+{
+    return ::fork() == 0;
+}
+
+[[noreturn]] void writeForever(int descriptor)
+{
+    const std::string line(79, 'x');
+    for (;;) {
+        write(descriptor, line + "\n");
+        ::usleep(100);
+    }
+}
+
+// Returns how many further words it took.
+int perform(const std::string& word, const char* argument)
+{
+    const int number = argument == nullptr ? 0 : std::atoi(argument);
+    if (word == "print") {
+        write(STDOUT_FILENO, unescaped(argument));
+    } else if (word == "complain") {
+        write(STDERR_FILENO, unescaped(argument));
+    } else if (word == "print-bytes") {
+        write(STDOUT_FILENO, std::string(static_cast<std::size_t>(number), 'o'));
+    } else if (word == "complain-bytes") {
+        write(STDERR_FILENO, std::string(static_cast<std::size_t>(number), 'e'));
+    } else if (word == "sleep") {
+        sleepMilliseconds(number);
+    } else if (word == "exit") {
+        std::_Exit(number);
+    } else if (word == "raise") {
+        ::raise(number);
+    } else if (word == "ignore") {
+        std::signal(number, SIG_IGN);
+    } else if (word == "close") {
+        ::close(number);
+    } else if (word == "append-to") {
+        const int file = ::open(argument, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+        write(file, "ran\n");
+        ::close(file);
+    } else {
+        return 0;
+    }
+    return 1;
+}
+
+void performWithoutArgument(const std::string& word)
+{
+    if (word == "environment") {
+        printEnvironment();
+    } else if (word == "descriptors") {
+        printDescriptors();
+    } else if (word == "signals") {
+        printSignals();
+    } else if (word == "group") {
+        printGroup();
+    } else if (word == "join-group-of-parent") {
+        ::setpgid(0, ::getpgid(::getppid()));
+    } else if (word == "read-input") {
+        char byte;
+        print("read " + std::to_string(::read(STDIN_FILENO, &byte, 1)));
+    } else if (word == "print-forever") {
+        writeForever(STDOUT_FILENO);
+    } else if (word == "complain-forever") {
+        writeForever(STDERR_FILENO);
+    } else if (word == "exit-on-term") {
+        std::signal(SIGTERM, [](int) { std::_Exit(0); });
+    } else {
+        std::_Exit(98);
+    }
+}
+
+}  // namespace
+
+int main(int count, char** words)
+{
+    for (int i = 1; i < count; ++i) {
+        const std::string word = words[i];
+        if (word == "arguments") {
+            printArguments(count - i - 1, words + i + 1);
+            return 0;
+        }
+        if (word == "in-grandchild") {
+            if (!isTheGrandchild()) {
+                return 0;
+            }
+            continue;
+        }
+        if (word == "in-grandchild-while-waiting") {
+            if (!isTheGrandchild()) {
+                for (;;) {
+                    ::pause();
+                }
+            }
+            continue;
+        }
+        const int taken = perform(word, i + 1 < count ? words[i + 1] : nullptr);
+        if (taken == 0) {
+            performWithoutArgument(word);
+        }
+        i += taken;
+    }
+    return 0;
+}
