@@ -107,6 +107,29 @@ TEST_F(ClaimManager, StartsWithTheBuiltInModulesAndWithoutALog)
     EXPECT_EQ(host.logCount(), 1U);
 }
 
+TEST_F(ClaimManager, TheBuiltInModulesClaimTheirOwnPaths)
+{
+    host.prints("/sbin/lvdisplay", {"  LV Name lvol1", "  VG Name vg00"});
+    EXPECT_EQ(manager->claim("/dev/mapper/mpatha"), 16U);
+    EXPECT_EQ(manager->claim("/dev/mapper/vg00-lvol1"), 0U);
+    EXPECT_EQ(manager->claim("/dev/emcpowera"), 16U);
+    EXPECT_EQ(manager->claim("/dev/null"), 0U);
+}
+
+TEST_F(ClaimManager, PowerPathWinsTheTieAgainstDeviceMapper)
+{
+    host.prints("/sbin/lvdisplay", {"  LV Name lvol1", "  VG Name vg00"});
+    EXPECT_EQ(manager->appendPartitionSuffix("/dev/mapper/dev/emcpowera", 1), "/dev/mapper/dev/emcpowera1");
+}
+
+TEST_F(ClaimManager, ClearingTheListOnTheManagerLeavesTheLogicalVolumesAsTheyWere)
+{
+    host.prints("/sbin/lvdisplay", {"  LV Name lvol1", "  VG Name vg00"});
+    EXPECT_EQ(manager->claim("/dev/mapper/vg00-lvol1"), 0U);
+    manager->clearLvmDeviceNameList();
+    EXPECT_EQ(manager->claim("/dev/mapper/vg00-lvol1"), 0U) << "the command was run once only";
+}
+
 TEST_F(ClaimManager, AsksEveryModuleInListOrderWithoutEarlyExit)
 {
     add("first", {{"x", 5}});
@@ -181,10 +204,10 @@ TEST_F(ClaimManager, ForwardsToTheWinnerAlone)
 
 TEST_F(ClaimManager, ClaimStringsOfLaterModulesComeFirst)
 {
-    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"/dev/emcpower"}));
+    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"/dev/mapper/", "/dev/emcpower"}));
     add("first", {});
     add("second", {});
-    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"second/1", "second/2", "first/1", "first/2", "/dev/emcpower"}));
+    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"second/1", "second/2", "first/1", "first/2", "/dev/mapper/", "/dev/emcpower"}));
     EXPECT_EQ(host.effects(), lines({"first: getDeviceClaimStrings", "second: getDeviceClaimStrings"}));
 }
 
@@ -192,7 +215,7 @@ TEST_F(ClaimManager, ClaimStringsThatOccurTwiceStayTwice)
 {
     add("same", {});
     add("same", {});
-    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"same/1", "same/2", "same/1", "same/2", "/dev/emcpower"}));
+    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"same/1", "same/2", "same/1", "same/2", "/dev/mapper/", "/dev/emcpower"}));
 }
 
 TEST_F(ClaimManager, ANullModuleIsIgnored)

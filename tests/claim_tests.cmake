@@ -16,6 +16,11 @@ kivclaim_test(claim_test
     LIBRARIES kivclaim::kivclaim recording_host
     DEFINITIONS KIVCLAIM_OWN_STRING_TOOLS)
 
+# The same scenarios on the bundled string tools.
+kivclaim_test(claim_on_bundled_string_tools_test PREFIX OnBundledStringTools.
+    SOURCES ${claim_test_sources}
+    LIBRARIES kivclaim::kivclaim kivclaim::ztfi_pdk recording_host)
+
 if(NOT KIVCLAIM_SANITIZERS)
     kivclaim_test(allocation_failure_test
         SOURCES allocation_failure_test.cpp LIBRARIES kivclaim::kivclaim recording_host)

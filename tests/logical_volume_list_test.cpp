@@ -319,7 +319,7 @@ TEST_F(LvList, AMissThatTurnsTheIndexBackDoesNotGoOnForEver)
 {
     host.indexAfterMiss = 0;
     EXPECT_EQ(added(lines({"a long enough line", "LV Name a", "LV Name b"})),
-              lines({"/dev/mapper/ enough line-a", "/dev/mapper/ enough line-b"}));
+              lines({"/dev/mapper/enough line-a", "/dev/mapper/enough line-b"}));
 }
 
 #endif
