@@ -122,7 +122,8 @@ std::string partitionPathOfUnknownRelease(const std::string& device, unsigned in
     if (isDigit(device.back())) {
         return device + formattedNumber("p", partition);
     }
-    const std::string candidates[] = {device + formattedNumber("", partition), device + formattedNumber("p", partition)};
+    const std::string candidates[] = {device + formattedNumber("", partition),
+                                      device + formattedNumber("p", partition)};
     for (const std::string& candidate : candidates) {
         if (canBeOpened(candidate)) {
             return candidate;
@@ -203,7 +204,8 @@ int CKivDeviceMapperClaim::isPartition(const std::string& path)
     const CFiTraceLogFunction scope(traceLog, "isPartition", lineOfIsPartition, sourceFile);
     try {
         if (endsInPartAndOneDigit(path)) {
-            KIV_TRACE(INFORMATION, "INFO:  CKivDeviceMapperClaim::isPartition: Device path:[%s] is a partition", path.c_str());
+            KIV_TRACE(INFORMATION, "INFO:  CKivDeviceMapperClaim::isPartition: Device path:[%s] is a partition",
+                      path.c_str());
             return 1;
         }
         if (path.empty()) {
@@ -216,7 +218,8 @@ int CKivDeviceMapperClaim::isPartition(const std::string& path)
             KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
             return 0;
         }
-        KIV_TRACE(DETAIL, "%s: [%s] is a partition and [%s] is the possible parent device", name, path.c_str(), parent.c_str());
+        KIV_TRACE(DETAIL, "%s: [%s] is a partition and [%s] is the possible parent device", name, path.c_str(),
+                  parent.c_str());
         return 1;
     } catch (const std::out_of_range&) {
         KIV_TRACE(ERROR, "%s: Out of Range exception thrown in string function", name);
@@ -247,7 +250,8 @@ std::string CKivDeviceMapperClaim::appendPartitionSuffix(const std::string& devi
         } else {
             result = partitionPathOfUnknownRelease(device, partition);
         }
-        KIV_TRACE(INFORMATION, "%s: device: [%s], partition: [%s], partition number: [%d]", name, device.c_str(), result.c_str(), number);
+        KIV_TRACE(INFORMATION, "%s: device: [%s], partition: [%s], partition number: [%d]", name, device.c_str(),
+                  result.c_str(), number);
     } catch (...) {
         result = device;
         KIV_TRACE(ERROR, "%s: Unknown exception caught", name);

@@ -207,7 +207,8 @@ TEST_F(ClaimManager, ClaimStringsOfLaterModulesComeFirst)
     EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"/dev/mapper/", "/dev/emcpower"}));
     add("first", {});
     add("second", {});
-    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"second/1", "second/2", "first/1", "first/2", "/dev/mapper/", "/dev/emcpower"}));
+    EXPECT_EQ(manager->getDeviceClaimStrings(),
+              lines({"second/1", "second/2", "first/1", "first/2", "/dev/mapper/", "/dev/emcpower"}));
     EXPECT_EQ(host.effects(), lines({"first: getDeviceClaimStrings", "second: getDeviceClaimStrings"}));
 }
 
@@ -215,7 +216,8 @@ TEST_F(ClaimManager, ClaimStringsThatOccurTwiceStayTwice)
 {
     add("same", {});
     add("same", {});
-    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"same/1", "same/2", "same/1", "same/2", "/dev/mapper/", "/dev/emcpower"}));
+    EXPECT_EQ(manager->getDeviceClaimStrings(),
+              lines({"same/1", "same/2", "same/1", "same/2", "/dev/mapper/", "/dev/emcpower"}));
 }
 
 TEST_F(ClaimManager, ANullModuleIsIgnored)

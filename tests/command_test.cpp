@@ -210,7 +210,8 @@ TEST(CommandInput, AnswersAPathOf64KilobytesWhole)
 TEST(CommandInput, SaysWhenStandardInputCannotBeRead)
 {
     const Ended ended = Process(KIVCLAIM_COMMAND, {"claim", "-"}).readsFile("/").run();
-    EXPECT_EQ(ended.errors, "kivclaim: cannot read standard input: Is a directory; '-' takes paths from it, one a line\n");
+    EXPECT_EQ(ended.errors,
+              "kivclaim: cannot read standard input: Is a directory; '-' takes paths from it, one a line\n");
     EXPECT_EQ(ended.status, 2);
 }
 
@@ -224,9 +225,13 @@ TEST(CommandOutput, NothingHostileReachesTheTerminal)
         EXPECT_THAT(ended.output, HasSubstr("/dev/emcpower\\x0a\\x1b[2J"));
     }
     EXPECT_TRUE(isHarmless(kivclaim({"partition", hostile, "1"}).output));
-    for (const std::vector<std::string>& wrong : std::vector<std::vector<std::string>>{
-             {"partition", hostile, hostile}, {hostile}, {"claim", "--" + hostile}, {"list", "-o", hostile},
-             {"whole", "/dev/null\x1b[2J"}, {"--trace-file", "/none/\x1b[2J", "prefixes"}}) {
+    for (const std::vector<std::string>& wrong :
+         std::vector<std::vector<std::string>>{{"partition", hostile, hostile},
+                                               {hostile},
+                                               {"claim", "--" + hostile},
+                                               {"list", "-o", hostile},
+                                               {"whole", "/dev/null\x1b[2J"},
+                                               {"--trace-file", "/none/\x1b[2J", "prefixes"}}) {
         const Ended ended = kivclaim(wrong);
         EXPECT_TRUE(isHarmless(ended.output + ended.errors)) << ended.errors;
         EXPECT_EQ(std::count(ended.errors.begin(), ended.errors.end(), '\n'), 1) << ended.errors;

@@ -213,8 +213,7 @@ TEST_F(DeviceMapper, AppendAsksTwiceForTheReleaseUnlessItIs11)
 TEST_F(DeviceMapper, AppendsNumbersOfAnySizeInSignedDecimal)
 {
     EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpatha", 128), "/dev/mapper/mpatha-part128");
-    EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpatha", 2147483648U),
-              "/dev/mapper/mpatha-part-2147483648");
+    EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpatha", 2147483648U), "/dev/mapper/mpatha-part-2147483648");
     EXPECT_EQ(host.trace(3)[4],
               "INFO: CKivDeviceMapperClaim::appendPartitionSuffix: device: [/dev/mapper/mpatha], partition number "
               ":[-2147483648]");
@@ -242,8 +241,7 @@ TEST_F(DeviceMapper, AppendsWhicheverNameExistsWhenTheReleaseIsUnknown)
     host.device("/dev/mapper/mpatha1");
     host.forget();
     EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpatha", 1), "/dev/mapper/mpatha1");
-    EXPECT_EQ(host.calls(),
-              lines({"uname", "uname", "open /dev/mapper/mpatha1: yes", "close /dev/mapper/mpatha1"}));
+    EXPECT_EQ(host.calls(), lines({"uname", "uname", "open /dev/mapper/mpatha1: yes", "close /dev/mapper/mpatha1"}));
 }
 
 TEST_F(DeviceMapper, AppendingToAnEmptyPathGivesAnEmptyPath)
@@ -256,12 +254,14 @@ TEST_F(DeviceMapper, AppendingToAnEmptyPathGivesAnEmptyPath)
 
 TEST_F(DeviceMapper, AnExceptionWhileAppendingGivesTheDeviceBack)
 {
-    for (const char* const record : {"INFO: CKivDeviceMapperClaim::appendPartitionSuffix: device: [/dev/mapper/a], partition: ",
-                                     "INFO: getSuSEVersion"}) {
+    for (const char* const record :
+         {"INFO: CKivDeviceMapperClaim::appendPartitionSuffix: device: [/dev/mapper/a], partition: ",
+          "INFO: getSuSEVersion"}) {
         host.forget();
         host.failsTracing(record, [] { throw std::out_of_range("x"); });
         EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/a", 1), "/dev/mapper/a");
-        EXPECT_EQ(host.trace(1), lines({"INFO: CKivDeviceMapperClaim::appendPartitionSuffix: Unknown exception caught"}));
+        EXPECT_EQ(host.trace(1),
+                  lines({"INFO: CKivDeviceMapperClaim::appendPartitionSuffix: Unknown exception caught"}));
     }
 }
 
@@ -292,12 +292,11 @@ TEST_F(DeviceMapper, RemovalRecordsItsScopeAroundThatOfThePartitionTest)
     unsigned int partition = untouched;
     module.removePartitionSuffix("/dev/mapper/mpatha-part3", partition);
     const recording::Lines details = host.trace(6);
-    EXPECT_EQ(details,
-              lines({"Entering Function removePartitionSuffix [152, kiv_linux_device_mapper_claim.cpp]",
-                     "Entering Function isPartition [78, kiv_linux_device_mapper_claim.cpp]",
-                     "Exiting Function isPartition [78, kiv_linux_device_mapper_claim.cpp]",
-                     "CKivDeviceMapperClaim::removePartitionSuffix: Partition no is [3]",
-                     "Exiting Function removePartitionSuffix [152, kiv_linux_device_mapper_claim.cpp]"}));
+    EXPECT_EQ(details, lines({"Entering Function removePartitionSuffix [152, kiv_linux_device_mapper_claim.cpp]",
+                              "Entering Function isPartition [78, kiv_linux_device_mapper_claim.cpp]",
+                              "Exiting Function isPartition [78, kiv_linux_device_mapper_claim.cpp]",
+                              "CKivDeviceMapperClaim::removePartitionSuffix: Partition no is [3]",
+                              "Exiting Function removePartitionSuffix [152, kiv_linux_device_mapper_claim.cpp]"}));
 }
 
 TEST_F(DeviceMapper, TwoDigitPartitionsComeBackWithTheirLastDigit)
@@ -342,20 +341,21 @@ TEST_F(DeviceMapper, AnUnknownReleaseTakesTheParentThatExists)
     unsigned int partition = untouched;
     EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathap4", partition), "/dev/mapper/mpatha");
     EXPECT_EQ(partition, 4U);
-    EXPECT_EQ(host.effectsInside(),
-              lines({"3 CKivDeviceMapperClaim::removePartitionSuffix: device: [/dev/mapper/mpathap4], partition: "
-                     "[/dev/mapper/mpathap4]",
-                     "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes", "close /dev/mapper/mpatha",
-                     "6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpathap4] is a partition and "
-                     "[/dev/mapper/mpatha] is the possible parent device",
-                     "uname", "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes",
-                     "close /dev/mapper/mpatha",
-                     "6 CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpatha] is the parent device",
-                     "6 CKivDeviceMapperClaim::removePartitionSuffix: Partition no is [4]"}));
+    EXPECT_EQ(
+        host.effectsInside(),
+        lines({"3 CKivDeviceMapperClaim::removePartitionSuffix: device: [/dev/mapper/mpathap4], partition: "
+               "[/dev/mapper/mpathap4]",
+               "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes", "close /dev/mapper/mpatha",
+               "6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpathap4] is a partition and "
+               "[/dev/mapper/mpatha] is the possible parent device",
+               "uname", "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes", "close /dev/mapper/mpatha",
+               "6 CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpatha] is the parent device",
+               "6 CKivDeviceMapperClaim::removePartitionSuffix: Partition no is [4]"}));
     host.forget();
     host.device("/dev/mapper/mpathap");
     EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathap4", partition), "/dev/mapper/mpathap");
-    EXPECT_EQ(host.trace(6)[4], "CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpathap] is the parent device");
+    EXPECT_EQ(host.trace(6)[4],
+              "CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpathap] is the parent device");
 }
 
 TEST_F(DeviceMapper, AnUnknownReleaseWithoutAnyParentGivesPartitionZero)
@@ -423,15 +423,15 @@ TEST_F(DeviceMapper, ReadsTheReleaseFamilyFromTheKernelRelease)
     const struct {
         const char* release;
         int family;
-    } cases[] = {{"2.6", -1},          {"2.6.26", -1},      {"2.6.27", 11},     {"2.6.32.12-0.7-default", 11},
-                 {"2.6.61", 11},       {"2.6-27", 11},      {"2.7.30", -1},     {"2.4.30", -1},
-                 {"2.5.99", -1},       {"3", 11},           {"3.0", 11},        {"3.0.101-63-default", 11},
-                 {"3-0", 11},          {"3.1.0", -1},       {"3.5.0", -1},      {"3.11.0", -1},
-                 {"3.11.99-x", -1},    {"3.12.0", 12},      {"3.12", 12},       {"3.19.8", 12},
-                 {"4.0", 12},          {"4.18.0-305", 12},  {"5.3.18", 12},     {"6.1.0-13-amd64", 12},
-                 {"10.0", 12},         {"", -1},            {"x", -1},          {"3.x", 11},
-                 {"x.12.3", -1},       {"..--3..0", 11},    {"1.99.99", -1},    {"2.6.x", -1},
-                 {"4", 12},            {"0", -1}};
+    } cases[] = {{"2.6", -1},       {"2.6.26", -1},     {"2.6.27", 11},  {"2.6.32.12-0.7-default", 11},
+                 {"2.6.61", 11},    {"2.6-27", 11},     {"2.7.30", -1},  {"2.4.30", -1},
+                 {"2.5.99", -1},    {"3", 11},          {"3.0", 11},     {"3.0.101-63-default", 11},
+                 {"3-0", 11},       {"3.1.0", -1},      {"3.5.0", -1},   {"3.11.0", -1},
+                 {"3.11.99-x", -1}, {"3.12.0", 12},     {"3.12", 12},    {"3.19.8", 12},
+                 {"4.0", 12},       {"4.18.0-305", 12}, {"5.3.18", 12},  {"6.1.0-13-amd64", 12},
+                 {"10.0", 12},      {"", -1},           {"x", -1},       {"3.x", 11},
+                 {"x.12.3", -1},    {"..--3..0", 11},   {"1.99.99", -1}, {"2.6.x", -1},
+                 {"4", 12},         {"0", -1}};
     for (const auto& [release, family] : cases) {
         host.forget();
         host.kernelRelease(release);
@@ -452,18 +452,18 @@ TEST_F(DeviceMapper, DecodesAWaitStatus)
         long status;
         long value;
         const char* record;
-    } cases[] = {{0, 0, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [0]"},
-                 {256, 1, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [1]"},
-                 {0xFF00, 255, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [255]"},
-                 {0x80, 0, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [0]"},
-                 {9, 9, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: killed by signal [9]"},
-                 {0x8B, 11, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: killed by signal [11]"},
-                 {126, 126, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: killed by signal [126]"},
-                 {(19 << 8) | 127, 19, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: stopped by signal:[19]"},
-                 {65535, 65535, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: continued:[65535]"},
-                 {0x10000FFFFL, 0x10000FFFFL,
-                  "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: continued:[4295032831]"},
-                 {0x100000100L, 1, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [1]"}};
+    } cases[] = {
+        {0, 0, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [0]"},
+        {256, 1, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [1]"},
+        {0xFF00, 255, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [255]"},
+        {0x80, 0, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [0]"},
+        {9, 9, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: killed by signal [9]"},
+        {0x8B, 11, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: killed by signal [11]"},
+        {126, 126, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: killed by signal [126]"},
+        {(19 << 8) | 127, 19, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: stopped by signal:[19]"},
+        {65535, 65535, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: continued:[65535]"},
+        {0x10000FFFFL, 0x10000FFFFL, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: continued:[4295032831]"},
+        {0x100000100L, 1, "CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [1]"}};
     for (const auto& [status, value, record] : cases) {
         host.forget();
         EXPECT_EQ(module.getExecPipeWaitPidStatus(status), value) << status;

@@ -124,8 +124,9 @@ TEST_F(List, SaysWhenNoDeviceIsClaimed)
     disk("xvdb");
     const Ended ended = list({"list"});
     EXPECT_EQ(ended.output, "");
-    EXPECT_EQ(ended.errors,
-              "kivclaim: no stack claims any of the 2 block devices of this machine; 'kivclaim list --all' shows them\n");
+    EXPECT_EQ(
+        ended.errors,
+        "kivclaim: no stack claims any of the 2 block devices of this machine; 'kivclaim list --all' shows them\n");
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(list({"list", "--json"}).output, "{\n   \"blockdevices\": [\n\n   ]\n}\n");
 }

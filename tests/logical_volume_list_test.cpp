@@ -24,12 +24,11 @@ const Lines oldForm = lines({"  --- Logical volume ---", "  LV Name             
                              "  VG Name                data", "  LV UUID                hVSrbh-bbbb", "   "});
 
 // What it prints today; a pool has no path.
-const Lines newForm = lines({"  --- Logical volume ---", "  LV Path                /dev/vg00/lvol1",
-                             "  LV Name                lvol1", "  VG Name                vg00",
-                             "  LV UUID                e2xGyC-aaaa", "  LV Write Access        read/write",
-                             "  LV Creation host, time lab, 2026-11-20 10:00:00 +0000", "   ",
-                             "  --- Logical volume ---", "  LV Name                pool",
-                             "  VG Name                data", "  LV Pool metadata       pool_tmeta", "   "});
+const Lines newForm = lines(
+    {"  --- Logical volume ---", "  LV Path                /dev/vg00/lvol1", "  LV Name                lvol1",
+     "  VG Name                vg00", "  LV UUID                e2xGyC-aaaa", "  LV Write Access        read/write",
+     "  LV Creation host, time lab, 2026-11-20 10:00:00 +0000", "   ", "  --- Logical volume ---",
+     "  LV Name                pool", "  VG Name                data", "  LV Pool metadata       pool_tmeta", "   "});
 
 class LvList : public testing::Test {
 protected:
@@ -98,7 +97,8 @@ TEST_F(LvList, AnswersWhetherAPathIsALogicalVolume)
     EXPECT_EQ(host.trace(6)[4],
               "CKivDeviceMapperClaim::isLinuxLogicalVolume: The device path:[/dev/mapper/mpatha] is not logical "
               "volume.");
-    EXPECT_EQ(host.trace(3).back(), "CKivDeviceMapperClaim::isLinuxLogicalVolume: Checking for device:[/dev/mapper/mpatha]");
+    EXPECT_EQ(host.trace(3).back(),
+              "CKivDeviceMapperClaim::isLinuxLogicalVolume: Checking for device:[/dev/mapper/mpatha]");
 }
 
 TEST_F(LvList, ComparesPathsToTheLetter)
@@ -200,8 +200,9 @@ TEST_F(LvList, AThousandVolumesAreAllFound)
     Lines output;
     for (int i = 0; i < 1000; ++i) {
         const std::string name = "lvol" + std::to_string(i);
-        for (const std::string& line : {"  LV Path                /dev/vg00/" + name,
-                                        "  LV Name                " + name, std::string("  VG Name                vg00")}) {
+        for (const std::string& line :
+             {"  LV Path                /dev/vg00/" + name, "  LV Name                " + name,
+              std::string("  VG Name                vg00")}) {
             output.push_back(line);
         }
     }
@@ -215,14 +216,14 @@ TEST_F(LvList, AFailedCommandIsDecodedAndItsOutputTraced)
 {
     host.fails(listing, 5, 5 << 8, lines({"  one", "  two"}));
     EXPECT_EQ(module.createLvmDeviceNamesList(), 6);
-    EXPECT_EQ(host.effects(),
-              lines({"6 CKivDeviceMapperClaim::createLvmDeviceNamesList: Command:[/sbin/lvdisplay]",
-                     "runner with a log", "run [/sbin/lvdisplay]",
-                     "2 CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [5]",
-                     "1 CKivDeviceMapperClaim::createLvmDeviceNamesList: lvdisplay command execution failed. "
-                     "Status:[5]",
-                     "6 CKivDeviceMapperClaim::createLvmDeviceNamesList: Output:[  one]",
-                     "6 CKivDeviceMapperClaim::createLvmDeviceNamesList: Output:[  two]"}));
+    EXPECT_EQ(
+        host.effects(),
+        lines({"6 CKivDeviceMapperClaim::createLvmDeviceNamesList: Command:[/sbin/lvdisplay]", "runner with a log",
+               "run [/sbin/lvdisplay]", "2 CKivDeviceMapperClaim::getExecPipeWaitPidStatus: exited, status= [5]",
+               "1 CKivDeviceMapperClaim::createLvmDeviceNamesList: lvdisplay command execution failed. "
+               "Status:[5]",
+               "6 CKivDeviceMapperClaim::createLvmDeviceNamesList: Output:[  one]",
+               "6 CKivDeviceMapperClaim::createLvmDeviceNamesList: Output:[  two]"}));
 }
 
 TEST_F(LvList, ACommandThatASignalEndedShowsTheSignal)
@@ -244,7 +245,8 @@ TEST_F(LvList, TheOutputOfAFailedCommandIsNoList)
 
 TEST_F(LvList, AnExceptionOfTheRunnerIsSwallowed)
 {
-    host.throws(listing, [] { throw ztfi_pdk_4_4::EFiExecPipe(); }, oldForm);
+    host.throws(
+        listing, [] { throw ztfi_pdk_4_4::EFiExecPipe(); }, oldForm);
     EXPECT_EQ(module.createLvmDeviceNamesList(), 1);
     EXPECT_EQ(host.trace(2), lines({"CKivDeviceMapperClaim::createLvmDeviceNamesList: Unknown exception caught"}));
     host.throws(listing, [] { throw 42; });

@@ -89,8 +89,9 @@ TEST_F(TraceLogFile, WritesTimeLevelProcessThreadAndText)
     traceLog->trace(6, "fourth");
     const std::string form = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} )";
     const std::string ids = std::to_string(getpid()) + ":" + std::to_string(gettid());
-    const std::vector<std::string> expected = {form + "error    " + ids + " first 1", form + "warning  " + ids + " second two",
-                                               form + "info     " + ids + " third", form + "detail   " + ids + " fourth"};
+    const std::vector<std::string> expected = {
+        form + "error    " + ids + " first 1", form + "warning  " + ids + " second two",
+        form + "info     " + ids + " third", form + "detail   " + ids + " fourth"};
     const std::vector<std::string> lines = linesOf(path);
     ASSERT_EQ(lines.size(), expected.size());
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -234,9 +235,8 @@ TEST(TraceLogStandardError, WritesWithoutColourWhenItIsNoTerminal)
 TEST(TraceLogFunction, GetsLevelAndTextAsTheyAre)
 {
     std::vector<std::string> received;
-    const TraceLogPointer traceLog = makeTraceLog({traceToFunction(3, [&](int level, const std::string& text) {
-        received.push_back(std::to_string(level) + " " + text);
-    })});
+    const TraceLogPointer traceLog = makeTraceLog({traceToFunction(
+        3, [&](int level, const std::string& text) { received.push_back(std::to_string(level) + " " + text); })});
     traceLog->trace(3, "%s", "a\nb");
     traceLog->trace(4, "dropped");
     EXPECT_THAT(received, ElementsAre("3 a\nb"));
@@ -244,10 +244,8 @@ TEST(TraceLogFunction, GetsLevelAndTextAsTheyAre)
 
 TEST(TraceLogFunction, WhatItThrowsDoesNotReachTheTracedCall)
 {
-    const TraceLogPointer traceLog =
-        makeTraceLog({traceToFunction(6, [](int /*level*/, const std::string& /*text*/) {
-            throw std::runtime_error("from the receiver");
-        })});
+    const TraceLogPointer traceLog = makeTraceLog({traceToFunction(
+        6, [](int /*level*/, const std::string& /*text*/) { throw std::runtime_error("from the receiver"); })});
     EXPECT_NO_THROW(traceLog->trace(1, "x"));
 }
 

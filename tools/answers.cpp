@@ -5,6 +5,7 @@
 #include "tools/path_input.h"
 #include "tools/stack_name.h"
 
+#include <algorithm>
 #include <charconv>
 
 using kivclaim::host::printableText;
@@ -12,6 +13,12 @@ using kivclaim::host::printableText;
 namespace kivclaim::tools {
 
 namespace {
+
+// Paths from standard input are many questions.
+Questions questionsIn(const std::vector<std::string>& paths)
+{
+    return std::find(paths.begin(), paths.end(), "-") != paths.end() ? Questions::many : Questions::one;
+}
 
 ExitStatus unclaimed(const std::string& path)
 {
@@ -32,9 +39,9 @@ unsigned int partitionNumber(const std::string& text)
 
 }  // namespace
 
-ExitStatus claim(const TraceOptions& trace, const std::vector<std::string>& paths)
+ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths)
 {
-    Session session(trace.destinations());
+    Session session(options, questionsIn(paths));
     return forEachPath(paths, [&](const std::string& path) {
         CKivDeviceClaimBase* module = nullptr;
         const unsigned int level = session.manager.getClaimModule(module, path);
@@ -43,9 +50,9 @@ ExitStatus claim(const TraceOptions& trace, const std::vector<std::string>& path
     });
 }
 
-ExitStatus isPartition(const TraceOptions& trace, const std::vector<std::string>& paths)
+ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths)
 {
-    Session session(trace.destinations());
+    Session session(options, questionsIn(paths));
     return forEachPath(paths, [&](const std::string& path) {
         const bool yes = session.manager.isPartition(path) != 0;
         printLine((yes ? "yes " : "no ") + printableText(path));
@@ -53,10 +60,10 @@ ExitStatus isPartition(const TraceOptions& trace, const std::vector<std::string>
     });
 }
 
-ExitStatus partition(const TraceOptions& trace, const std::string& path, const std::string& number)
+ExitStatus partition(const SessionOptions& options, const std::string& path, const std::string& number)
 {
     const unsigned int wanted = partitionNumber(number);
-    Session session(trace.destinations());
+    Session session(options, questionsIn({path}));
     return forEachPath({path}, [&](const std::string& device) {
         // Only an unclaimed path gives an empty answer.
         const std::string answer = session.manager.appendPartitionSuffix(device, wanted);
@@ -68,9 +75,9 @@ ExitStatus partition(const TraceOptions& trace, const std::string& path, const s
     });
 }
 
-ExitStatus whole(const TraceOptions& trace, const std::vector<std::string>& paths)
+ExitStatus whole(const SessionOptions& options, const std::vector<std::string>& paths)
 {
-    Session session(trace.destinations());
+    Session session(options, questionsIn(paths));
     return forEachPath(paths, [&](const std::string& path) {
         unsigned int number = 0;
         const std::string answer = session.manager.removePartitionSuffix(path, number);
@@ -82,9 +89,9 @@ ExitStatus whole(const TraceOptions& trace, const std::vector<std::string>& path
     });
 }
 
-ExitStatus prefixes(const TraceOptions& trace)
+ExitStatus prefixes(const SessionOptions& options)
 {
-    Session session(trace.destinations());
+    Session session(options, Questions::one);
     for (const std::string& prefix : session.manager.getDeviceClaimStrings()) {
         printLine(printableText(prefix));
     }

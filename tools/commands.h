@@ -19,13 +19,13 @@ struct ListOptions {
     std::string columns;  // names separated by commas; empty: all
 };
 
-ExitStatus list(const TraceOptions& trace, const ListOptions& options);
-ExitStatus claim(const TraceOptions& trace, const std::vector<std::string>& paths);
-ExitStatus isPartition(const TraceOptions& trace, const std::vector<std::string>& paths);
-ExitStatus partition(const TraceOptions& trace, const std::string& path, const std::string& number);
-ExitStatus whole(const TraceOptions& trace, const std::vector<std::string>& paths);
-ExitStatus prefixes(const TraceOptions& trace);
-ExitStatus explain(const TraceOptions& trace, const std::string& path);
+ExitStatus list(const SessionOptions& options, const ListOptions& form);
+ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths);
+ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths);
+ExitStatus partition(const SessionOptions& options, const std::string& path, const std::string& number);
+ExitStatus whole(const SessionOptions& options, const std::vector<std::string>& paths);
+ExitStatus prefixes(const SessionOptions& options);
+ExitStatus explain(const SessionOptions& options, const std::string& path);
 
 }  // namespace kivclaim::tools
 

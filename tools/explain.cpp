@@ -73,18 +73,19 @@ void printRecords(const std::vector<std::string>& records)
     }
 }
 
-ExitStatus explainPath(const TraceOptions& trace, const std::string& path)
+ExitStatus explainPath(const SessionOptions& options, const std::string& path)
 {
     std::vector<std::string> records;
-    std::vector<kivclaim::host::TraceDestination> destinations = trace.destinations();
+    std::vector<kivclaim::host::TraceDestination> destinations = options.destinations();
     destinations.push_back(
         kivclaim::host::traceToFunction(ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL, [&](int level, const std::string& text) {
             records.push_back(std::to_string(level) + " " + printableText(text));
         }));
-    Session session(destinations);
+    // One look at the system for the request and for the single answers below.
+    Session session(options, Questions::many, destinations);
     const unsigned int level = session.manager.claim(path);
     // The single answers come from a manager without a log, so that the records are those of the request alone.
-    Session silent({});
+    Session silent(options, Questions::one, {});
     const std::vector<ModuleAnswer> answers = askEachModule(silent.manager, path);
     printLine(printableText(path));
     printAnswers(answers);
@@ -95,9 +96,9 @@ ExitStatus explainPath(const TraceOptions& trace, const std::string& path)
 
 }  // namespace
 
-ExitStatus explain(const TraceOptions& trace, const std::string& path)
+ExitStatus explain(const SessionOptions& options, const std::string& path)
 {
-    return forEachPath({path}, [&](const std::string& each) { return explainPath(trace, each); });
+    return forEachPath({path}, [&](const std::string& each) { return explainPath(options, each); });
 }
 
 }  // namespace kivclaim::tools

@@ -147,20 +147,20 @@ private:
 
 }  // namespace
 
-ExitStatus list(const TraceOptions& trace, const ListOptions& options)
+ExitStatus list(const SessionOptions& options, const ListOptions& form)
 {
-    Table table(options, chosenColumns(options.columns));
-    Session session(trace.destinations());
+    Table table(form, chosenColumns(form.columns));
+    Session session(options, Questions::many);
     const std::vector<std::string> paths = blockDevicePaths();
     std::vector<Answer> answers;
     for (const std::string& path : paths) {
         Answer answer = ask(session.manager, path);
-        if (options.all || answer.level != 0) {
+        if (form.all || answer.level != 0) {
             answers.push_back(std::move(answer));
         }
     }
     // Whole devices first, so that every partition finds the line it belongs under.
-    if (options.tree) {
+    if (form.tree) {
         std::stable_partition(answers.begin(), answers.end(),
                               [](const Answer& answer) { return answer.wholeDevice.empty(); });
     }
@@ -169,9 +169,9 @@ ExitStatus list(const TraceOptions& trace, const ListOptions& options)
     }
     table.print();
     if (answers.empty()) {
-        complain(options.all ? "this machine has no block device"
-                             : "no stack claims any of the " + std::to_string(paths.size()) +
-                                   " block devices of this machine; 'kivclaim list --all' shows them");
+        complain(form.all ? "this machine has no block device"
+                          : "no stack claims any of the " + std::to_string(paths.size()) +
+                                " block devices of this machine; 'kivclaim list --all' shows them");
     }
     return answeredYes;
 }

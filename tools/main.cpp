@@ -40,15 +40,17 @@ public:
         app.set_version_flag("--version", std::string(kivclaim_release_identification),
                              "Print the release of the claim library and exit");
         app.set_help_flag("-h,--help", "Print this help and exit");
-        app.add_option("--trace", trace.level,
+        app.add_option("--trace", session.traceLevel,
                        "Show the library's trace records up to LEVEL on standard error "
                        "(1 errors, 2 warnings, 3 information, 6 everything)")
             ->type_name("LEVEL")
             ->check(CLI::Range(0, 6));
-        app.add_option("--trace-file", trace.file,
+        app.add_option("--trace-file", session.traceFile,
                        "Keep the trace records in FILE, all of them unless --trace says "
                        "less")
             ->type_name("FILE");
+        app.add_flag("--no-snapshot", session.noSnapshot,
+                     "Run what the library runs anew for every path, also for 'list' and paths from standard input");
         app.footer(std::string("PATH of '-' reads paths from standard input, one a line.\n") + statusHelp);
         app.formatter(std::make_shared<HelpFormatter>(usages));
         app.require_subcommand(0, 1);
@@ -56,7 +58,7 @@ public:
         addList();
         addQuestions();
         addExplain();
-        chosen = [this] { return list(trace, listOptions); };
+        chosen = [this] { return list(session, listOptions); };
     }
 
     ExitStatus run(int argc, char** argv)
@@ -89,7 +91,7 @@ private:
         CLI::App& sub = command("list", "",
                                 "List this machine's block devices with the stacks that claim them "
                                 "(the default)",
-                                "kivclaim list --tree -o DEVICE,STACK", [this] { return list(trace, listOptions); });
+                                "kivclaim list --tree -o DEVICE,STACK", [this] { return list(session, listOptions); });
         sub.add_flag("-a,--all", listOptions.all, "Show unclaimed devices as well");
         auto* const json = sub.add_flag("-J,--json", listOptions.json, "Print JSON");
         sub.add_flag("-r,--raw", listOptions.raw, "Print unaligned columns, blanks as \\x20")->excludes(json);
@@ -108,18 +110,19 @@ private:
     void addQuestions()
     {
         addPaths(command("claim", "PATH...", "Print claim level, stack and path of each PATH",
-                         "kivclaim claim /dev/emcpowera1 /dev/mapper/mpatha", [this] { return claim(trace, paths); }));
+                         "kivclaim claim /dev/emcpowera1 /dev/mapper/mpatha",
+                         [this] { return claim(session, paths); }));
         addPaths(command("is-partition", "PATH...", "Print yes or no and the path, for each PATH",
-                         "kivclaim is-partition /dev/emcpowera1", [this] { return isPartition(trace, paths); }));
+                         "kivclaim is-partition /dev/emcpowera1", [this] { return isPartition(session, paths); }));
         CLI::App& sub =
             command("partition", "PATH N", "Print the path of partition N, 0 to 4294967295, of the whole device PATH",
-                    "kivclaim partition /dev/emcpowera 1", [this] { return partition(trace, path, number); });
+                    "kivclaim partition /dev/emcpowera 1", [this] { return partition(session, path, number); });
         sub.add_option("PATH", path, "Path of the whole device")->required()->type_name("");
         sub.add_option("N", number, "Partition number, 0 to 4294967295")->required()->type_name("");
         addPaths(command("whole", "PATH...", "Print whole device and partition number of each PATH",
-                         "kivclaim whole /dev/emcpowerb15", [this] { return whole(trace, paths); }));
+                         "kivclaim whole /dev/emcpowerb15", [this] { return whole(session, paths); }));
         command("prefixes", "", "Print the path patterns that any stack claims", "kivclaim prefixes",
-                [this] { return prefixes(trace); });
+                [this] { return prefixes(session); });
     }
 
     void addExplain()
@@ -127,7 +130,7 @@ private:
         CLI::App& sub = command("explain", "PATH",
                                 "Print who was asked, who claims PATH and why, and the records of "
                                 "the request",
-                                "kivclaim explain /dev/emcpowera1", [this] { return explain(trace, path); });
+                                "kivclaim explain /dev/emcpowera1", [this] { return explain(session, path); });
         sub.add_option("PATH", path, "Device path")->required()->type_name("");
     }
 
@@ -147,7 +150,7 @@ private:
 
     CLI::App app;
     std::map<std::string, std::string> usages;
-    TraceOptions trace;
+    SessionOptions session;
     ListOptions listOptions;
     std::vector<std::string> paths;
     std::string path;

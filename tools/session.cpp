@@ -29,18 +29,29 @@ void checkWritable(const std::string& path)
 
 }  // namespace
 
-std::vector<kivclaim::host::TraceDestination> TraceOptions::destinations() const
+std::vector<kivclaim::host::TraceDestination> SessionOptions::destinations() const
 {
     std::vector<kivclaim::host::TraceDestination> all;
-    if (level) {
-        all.push_back(kivclaim::host::traceToStandardError(*level));
+    if (traceLevel) {
+        all.push_back(kivclaim::host::traceToStandardError(*traceLevel));
     }
-    if (!file.empty()) {
-        checkWritable(file);
-        all.push_back(kivclaim::host::traceToFile(level.value_or(ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL), file,
+    if (!traceFile.empty()) {
+        checkWritable(traceFile);
+        all.push_back(kivclaim::host::traceToFile(traceLevel.value_or(ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL), traceFile,
                                                   maximumTraceFileBytes, keptTraceFiles));
     }
     return all;
+}
+
+Session::Session(const SessionOptions& options, Questions questions,
+                 const std::vector<kivclaim::host::TraceDestination>& destinations)
+{
+    if (questions == Questions::many && !options.noSnapshot) {
+        snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
+    }
+    if (!destinations.empty()) {
+        manager.registerTraceLog(kivclaim::host::makeTraceLog(destinations));
+    }
 }
 
 }  // namespace kivclaim::tools

@@ -3,6 +3,7 @@
 #define KIVCLAIM_TOOLS_SESSION_H
 
 #include "claim/kiv_claim_manager.h"
+#include "host/command_snapshot.h"
 #include "host/trace_log.h"
 
 #include <optional>
@@ -11,25 +12,32 @@
 
 namespace kivclaim::tools {
 
-// What --trace and --trace-file say.
-struct TraceOptions {
-    std::optional<int> level;  // show the records up to this level on standard error
-    std::string file;          // keep them in this file; all of them when no level is given
+// The options that every command has.
+struct SessionOptions {
+    std::optional<int> traceLevel;  // --trace: show the records up to this level on standard error
+    std::string traceFile;          // --trace-file: keep them in this file; all of them when no level is given
+    bool noSnapshot = false;        // --no-snapshot: run the same command again for every question
 
-    // The destinations that were asked for; none without the options. Throws CommandError for an unwritable file.
+    // The trace destinations that were asked for; none without the options. Throws CommandError for an unwritable
+    // file.
     std::vector<kivclaim::host::TraceDestination> destinations() const;
 };
+
+// How many questions a session is for. The answers to many come from one look at the system: what the library runs
+// for each of them is run once.
+enum class Questions { one, many };
 
 // A new manager that traces to `destinations`; without any, no log is registered and tracing costs nothing.
 class Session {
 public:
-    explicit Session(const std::vector<kivclaim::host::TraceDestination>& destinations)
-    {
-        if (!destinations.empty()) {
-            manager.registerTraceLog(kivclaim::host::makeTraceLog(destinations));
-        }
-    }
+    Session(const SessionOptions& options, Questions questions) : Session(options, questions, options.destinations()) {}
+    Session(const SessionOptions& options, Questions questions,
+            const std::vector<kivclaim::host::TraceDestination>& destinations);
 
+private:
+    std::optional<kivclaim::host::CommandSnapshot> snapshot;
+
+public:
     CKivClaimManager manager;
 };
 
