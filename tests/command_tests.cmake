@@ -11,3 +11,9 @@ add_dependencies(command_test kivclaim_command example_host)
 kivclaim_test(list_test
     SOURCES list_test.cpp LIBRARIES process DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
 add_dependencies(list_test kivclaim_command)
+
+kivclaim_test(device_mapper_command_test
+    SOURCES device_mapper_command_test.cpp
+    LIBRARIES process
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(device_mapper_command_test kivclaim_command)

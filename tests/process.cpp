@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include <fcntl.h>
 
@@ -35,6 +38,38 @@ void closeOnce(int& descriptor)
         close(descriptor);
     }
     descriptor = -1;
+}
+
+void writeFile(const char* path, const std::string& content)
+{
+    const int descriptor = open(path, O_WRONLY);
+    if (descriptor < 0 || ::write(descriptor, content.data(), content.size()) < 0) {
+        _exit(126);
+    }
+    close(descriptor);
+}
+
+// In the child: a mount namespace of its own, for whoever is not root inside a user namespace of its own.
+void enterPrivateMounts(const std::vector<std::pair<std::string, std::string>>& mounts)
+{
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0) {
+        _exit(126);
+    }
+    if (user != 0) {
+        writeFile("/proc/self/setgroups", "deny");
+        writeFile("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
+        writeFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+    }
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        _exit(126);
+    }
+    for (const auto& [folder, path] : mounts) {
+        if (mount(folder.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+            _exit(126);
+        }
+    }
 }
 
 // Appends what is there; false at the end.
@@ -93,6 +128,12 @@ Process& Process::environment(const std::string& name, const std::string& value)
     return *this;
 }
 
+Process& Process::sees(const std::string& folder, const std::string& path)
+{
+    mounts.emplace_back(folder, path);
+    return *this;
+}
+
 Ended Process::run()
 {
     start();
@@ -113,6 +154,9 @@ void Process::start()
     if (child == 0) {
         for (const auto& [name, value] : variables) {
             setenv(name.c_str(), value.c_str(), 1);
+        }
+        if (!mounts.empty()) {
+            enterPrivateMounts(mounts);
         }
         dup2(inputFile.empty() ? in.readEnd : open(inputFile.c_str(), O_RDONLY), STDIN_FILENO);
         dup2(outputFile.empty() ? out.writeEnd : open(outputFile.c_str(), O_WRONLY), STDOUT_FILENO);
@@ -233,6 +277,24 @@ TemporaryFolder::TemporaryFolder()
 TemporaryFolder::~TemporaryFolder()
 {
     std::filesystem::remove_all(folder);
+}
+
+void TemporaryFolder::addFile(const std::string& name, const std::string& content) const
+{
+    std::ofstream(folder + "/" + name) << content;
+}
+
+void TemporaryFolder::addScript(const std::string& name, const std::string& body) const
+{
+    addFile(name, "#!/bin/sh\n" + body);
+    std::filesystem::permissions(folder + "/" + name, std::filesystem::perms::owner_all);
+}
+
+std::string TemporaryFolder::contentOf(const std::string& name) const
+{
+    std::ostringstream content;
+    content << std::ifstream(folder + "/" + name).rdbuf();
+    return content.str();
 }
 
 }  // namespace tests

@@ -29,6 +29,8 @@ public:
     Process& readsFile(const std::string& path);
     Process& writesFile(const std::string& path);
     Process& environment(const std::string& name, const std::string& value);
+    // The process sees `folder` in the place of `path`; nobody else does.
+    Process& sees(const std::string& folder, const std::string& path);
 
     // Runs it to its end.
     Ended run();
@@ -51,6 +53,7 @@ private:
     std::string program;
     std::vector<std::string> arguments;
     std::vector<std::pair<std::string, std::string>> variables;
+    std::vector<std::pair<std::string, std::string>> mounts;
     std::string input;
     std::string inputFile;
     std::string outputFile;
@@ -69,6 +72,10 @@ public:
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
     const std::string& path() const { return folder; }
+    // Puts a shell script there, for a Process that sees this folder.
+    void addScript(const std::string& name, const std::string& body) const;
+    void addFile(const std::string& name, const std::string& content) const;
+    std::string contentOf(const std::string& name) const;
 
 private:
     std::string folder;

@@ -4,6 +4,7 @@
 #include "claim/kiv_release.h"
 #include "framework/cfiexecpipe.h"
 #include "framework/cfitracelog.h"
+#include "modules/kiv_linux_device_mapper_claim.h"
 #include "modules/kiv_powerpath_claim.h"
 #include "tests/recording_host.h"
 
@@ -85,6 +86,20 @@ TEST(SlotOrder, OfAClaimModule)
     EXPECT_EQ(slotOf(&CKivDeviceClaimBase::removeDevPrefix), 11U);
 }
 
+TEST(SlotOrder, OfTheDeviceMapperModuleIsThatOfAClaimModule)
+{
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::registerTraceLog), 2U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::getDeviceClaimStrings), 3U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::claim), 4U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::isPartition), 5U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::appendPartitionSuffix), 6U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::removePartitionSuffix), 7U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::clearLvmDeviceNameList), 8U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::getActivePath), 9U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::isRawDevice), 10U);
+    EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::removeDevPrefix), 11U);
+}
+
 TEST(SlotOrder, OfTheClaimManager)
 {
     EXPECT_EQ(slotOf(&CKivClaimManager::registerClaimModule), 2U);
@@ -129,6 +144,28 @@ TEST(RawSlots, OfAClaimModuleAnswer)
     EXPECT_EQ(host.logCount(), 1U) << "the deleting destructor lets go of the log";
 }
 
+TEST(RawSlots, OfTheDeviceMapperModuleAnswer)
+{
+    Host host;
+    host.prints("/sbin/lvdisplay", {"  LV Name lvol1", "  VG Name vg00"});
+    CKivDeviceClaimBase* const module = new CKivDeviceMapperClaim;
+    const std::string path = "/dev/mapper/mpatha-part3";
+    unsigned int partition = 0;
+    EXPECT_EQ(callSlot<std::vector<std::string>>(module, 3), lines({"/dev/mapper/"}));
+    EXPECT_EQ((callSlot<std::uint32_t, const std::string&>(module, 4, path)), 16U);
+    EXPECT_EQ((callSlot<int, const std::string&>(module, 5, path)), 1);
+    EXPECT_EQ((callSlot<std::string, const std::string&, unsigned int>(module, 6, path, 3)),
+              "/dev/mapper/mpatha-part3-part3");
+    EXPECT_EQ((callSlot<std::string, const std::string&, unsigned int&>(module, 7, path, partition)),
+              "/dev/mapper/mpatha");
+    EXPECT_EQ(partition, 3U);
+    host.prints("/sbin/lvdisplay", {"  LV Name lvol2", "  VG Name vg00"});
+    callSlot<void>(module, 8);
+    EXPECT_EQ((callSlot<std::uint32_t, const std::string&>(module, 4, path)), 16U) << "the list is built anew";
+    EXPECT_EQ((callSlot<std::string, std::string, bool>(module, 9, path, true)), path);
+    callSlot<void>(module, 1);
+}
+
 TEST(RawSlots, OfTheClaimManagerAnswer)
 {
     Host host;
@@ -159,6 +196,7 @@ TEST(Layout, OfTheContractTypes)
     EXPECT_EQ(words<CFiTraceable>, 2U) << "table, log";
     EXPECT_EQ(words<CKivDeviceClaimBase>, words<CFiTraceable>) << "no members of its own";
     EXPECT_EQ(words<CKivPowerPathClaim>, words<CFiTraceable>);
+    EXPECT_EQ(sizeof(CKivDeviceMapperClaim), sizeof(CFiTraceable) + 48U) << "one ordered set";
     EXPECT_EQ(words<CKivClaimManager>, 1U + 3U + words<CFiTraceable>) << "table, list, virtual base";
     EXPECT_EQ(words<CFiTraceLogFunction>, 5U) << "table, log, function, line, file";
     EXPECT_EQ(sizeof(CFiRefCount), 8U + 8U + sizeof(ACE_Thread_Mutex)) << "table, count, lock";
