@@ -205,45 +205,59 @@ void readLines(const std::string& path, std::vector<std::string>& lines)
     }
 }
 
-void takeOutputByRunner(benchmark::State& state)
+void takeOutputByRunner()
 {
-    for (auto _ : state) {
-        std::vector<std::string> lines;
-        runByRunner(largeCommand, lines);
-        requireAllLines(lines);
-    }
+    std::vector<std::string> lines;
+    runByRunner(largeCommand, lines);
+    requireAllLines(lines);
 }
 
-void takeOutputByGetlineFromPipe(benchmark::State& state)
+void takeOutputByGetlineFromPipe()
 {
-    for (auto _ : state) {
-        std::FILE* const pipe = ::popen(largeCommand.c_str(), "re");
-        require(pipe != nullptr, "no process");
-        std::vector<std::string> lines;
-        readLines("/dev/fd/" + std::to_string(::fileno(pipe)), lines);
-        require(::pclose(pipe) == 0, "the command failed");
-        requireAllLines(lines);
-    }
+    std::FILE* const pipe = ::popen(largeCommand.c_str(), "re");
+    require(pipe != nullptr, "no process");
+    std::vector<std::string> lines;
+    readLines("/dev/fd/" + std::to_string(::fileno(pipe)), lines);
+    require(::pclose(pipe) == 0, "the command failed");
+    requireAllLines(lines);
+}
+
+char outputFile[] = "/tmp/exec_pipe_bench.XXXXXX";
+
+void writeOutputFile()
+{
+    const int file = ::mkstemp(outputFile);
+    require(file >= 0, "no file");
+    ::close(file);
+    require(std::system((largeCommand + " >" + outputFile).c_str()) == 0, "the command failed");
 }
 
 // Without a process that writes meanwhile, and from the page cache: what reading alone takes.
-void takeOutputByGetlineFromFile(benchmark::State& state)
+void takeOutputByGetlineFromFile()
 {
-    char path[] = "/tmp/exec_pipe_bench.XXXXXX";
-    const int file = ::mkstemp(path);
-    require(file >= 0, "no file");
-    ::close(file);
-    require(std::system((largeCommand + " >" + path).c_str()) == 0, "the command failed");
-    for (auto _ : state) {
-        std::vector<std::string> lines;
-        readLines(path, lines);
-        requireAllLines(lines);
-    }
-    ::unlink(path);
+    std::vector<std::string> lines;
+    readLines(outputFile, lines);
+    requireAllLines(lines);
 }
 
-BENCHMARK(takeOutputByRunner)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
-BENCHMARK(takeOutputByGetlineFromPipe)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
-BENCHMARK(takeOutputByGetlineFromFile)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+// The ways take turns here too.
+void takeOutput(benchmark::State& state)
+{
+    Way runner{"runner", &takeOutputByRunner, {}};
+    Way pipe{"getline_pipe", &takeOutputByGetlineFromPipe, {}};
+    Way file{"getline_file", &takeOutputByGetlineFromFile, {}};
+    writeOutputFile();
+    for (auto _ : state) {
+        measure(runner);
+        measure(pipe);
+        measure(file);
+    }
+    ::unlink(outputFile);
+    state.counters["runner_us"] = medianOf(runner.microseconds);
+    compare(state, runner, pipe);
+    compare(state, runner, file);
+}
+
+BENCHMARK(takeOutput)->Unit(benchmark::kMillisecond)->Iterations(9)->UseRealTime();
 
 }  // namespace

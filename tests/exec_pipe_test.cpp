@@ -23,6 +23,7 @@
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -703,6 +704,32 @@ TEST_P(ExecPipeLimits, EndsTheWholeGroupAtTheTimeLimit)
     EXPECT_THAT(lines, ElementsAre("grandchild"));
 }
 
+namespace {
+
+bool isRunning(const std::string& process)
+{
+    std::ifstream status("/proc/" + process + "/status");
+    const std::string text{std::istreambuf_iterator<char>(status), std::istreambuf_iterator<char>()};
+    return !text.empty() && text.find("State:\tZ") == std::string::npos;
+}
+
+}  // namespace
+
+TEST_P(ExecPipeLimits, KillsWhoeverOfTheGroupSurvivesItsLeader)
+{
+    // The grandchild shows its number, and neither ends when it is asked nor holds a pipe.
+    run("in-grandchild-while-waiting ignore 15 group close 1 close 2 sleep 60000", limitedTo(300ms));
+    ASSERT_EQ(lines.size(), 1U);
+    const std::string grandchild = lines.front().substr(0, lines.front().find(' '));
+    EXPECT_LT(timeOf([&] {
+                  const auto end = std::chrono::steady_clock::now() + muchTooLong;
+                  while (isRunning(grandchild) && std::chrono::steady_clock::now() < end) {
+                      std::this_thread::yield();
+                  }
+              }),
+              muchTooLong);
+}
+
 TEST_P(ExecPipeLimits, EndsAGroupWhoseLeaderIsGone)
 {
     const CommandResult result = run("in-grandchild ignore 15 print-forever", limitedTo(300ms));
@@ -850,11 +877,48 @@ TEST_F(ExecPipe, ForgetsAChildLeftBehindThatTheProcessCollectsItself)
     EXPECT_EQ(runCommand(probe + " exit 0", quickLimits(), lines).result, 0);
 }
 
+namespace {
+
+std::string writtenMark;
+
+// Kills only when the child has written its last output, and comes back when it is dead: the runner then finds more in
+// the pipe than it reads at once.
+int killAfterTheLastOutput(pid_t process, int signal)
+{
+    if (signal != SIGKILL) {
+        return ::kill(process, signal);
+    }
+    while (std::ifstream(writtenMark).peek() == EOF) {
+        std::this_thread::yield();
+    }
+    const int result = ::kill(process, signal);
+    siginfo_t information;
+    ::waitid(P_PID, static_cast<id_t>(std::abs(process)), &information, WEXITED | WNOWAIT);
+    return result;
+}
+
+}  // namespace
+
+TEST_F(ExecPipe, ReadsWhatAKilledChildHadWritten)
+{
+    const TemporaryFile mark;
+    writtenMark = mark.path;
+    RunLimits limits = limitedTo(100ms);
+    limits.fromTermToKill = 50ms;
+    Lines lines;
+    const CommandResult result = runCommand(
+        probe + " ignore 15 print-bytes 200000 sleep 300 print-bytes 700000 append-to " + mark.path + " sleep 60000",
+        limits, lines, {realSystemCalls().openProcessDescriptor, &killAfterTheLastOutput});
+    EXPECT_EQ(result.failure.waitStatus, SIGKILL);
+    EXPECT_THAT(lines, ElementsAre(std::string(900000, 'o')));
+}
+
 // --- The process around it ---
 
 TEST_F(ExecPipe, HonoursTheLimitOfTheCallInSeconds)
 {
-    const Outcome outcome = exec(probe + " sleep 60000", 1);
+    Outcome outcome;
+    EXPECT_GE(timeOf([&] { outcome = exec(probe + " sleep 60000", 1); }), 1000ms);
     EXPECT_EQ(outcome.result, 128 + SIGTERM);
     EXPECT_EQ(outcome.failure.waitStatus, SIGTERM);
 }
@@ -972,7 +1036,7 @@ std::chrono::microseconds quickestRun()
 
 TEST_F(ExecPipe, StartsACommandAsFastFromALargeProcessAsFromASmallOne)
 {
-    constexpr std::size_t bytes = std::size_t{1} << 29;
+    constexpr std::size_t bytes = std::size_t{1} << 30;
     const auto small = quickestRun();
     void* const memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
