@@ -67,7 +67,7 @@ private:
     __attribute__((visibility("hidden"))) Answer query(const std::string& command, std::vector<std::string>& lines);
 };
 
-// The second getActivePath of the class below stands beside the inherited one on purpose, which clang++ reports.
+// The second getActivePath of the class below stands beside the inherited one on purpose; clang++ reports it here.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Woverloaded-virtual"
 
