@@ -5,9 +5,11 @@ target_link_libraries(recording_host PUBLIC kivclaim_framework GTest::gtest)
 set(claim_test_sources
     claim_manager_test.cpp
     claim_module_defaults_test.cpp
+    nativepath_test.cpp
     powerpath_test.cpp
     slot_order_test.cpp
-    trace_contract_test.cpp)
+    trace_contract_test.cpp
+    volume_manager_support_test.cpp)
 
 kivclaim_test(claim_test
     SOURCES ${claim_test_sources} recording_string_tool.cpp
