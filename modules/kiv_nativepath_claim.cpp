@@ -183,7 +183,8 @@ int CZtKIVSupport::getZtVMDiskForOSDiskHandler(std::string osDisk, std::string& 
     std::vector<std::string> lines;
     const Answer answer = query(command, lines);
     if (answer == Answer::commandFailed) {
-        KIV_TRACE(WARNING, "CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [%s] failed with error [%s]", command.c_str(), joined(lines).c_str());
+        KIV_TRACE(WARNING, "CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [%s] failed with error [%s]",
+                  command.c_str(), joined(lines).c_str());
     }
     if (answer != Answer::table) {
         return answer == Answer::noTable ? 0 : 1;
@@ -217,7 +218,8 @@ int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Waited(std::string osDisk, std::s
 int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Refreshed(std::string osDisk, std::string& node)
 {
     const CFiTraceLogFunction scope(traceLog, "getZtVMDiskForOSDiskHandler_Refreshed", __LINE__, sourceFile);
-    KIV_TRACE(DETAIL, "We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [%s].", osDisk.c_str());
+    KIV_TRACE(DETAIL, "We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [%s].",
+              osDisk.c_str());
     node.clear();
     int result = getZtVMDiskForOSDiskHandler(osDisk, node);
     if (result == 0) {
@@ -251,7 +253,8 @@ int CZtKIVSupport::getOSDiskHandleForZtVMDisk(std::string node, std::string& osD
     std::vector<std::string> lines;
     const Answer answer = query(command, lines);
     if (answer == Answer::commandFailed) {
-        KIV_TRACE(WARNING, "CZtKIVSupport::getOSDiskHandleForZtVMDisk : Command [%s] failed with error [%s]", command.c_str(), joined(lines).c_str());
+        KIV_TRACE(WARNING, "CZtKIVSupport::getOSDiskHandleForZtVMDisk : Command [%s] failed with error [%s]",
+                  command.c_str(), joined(lines).c_str());
     }
     if (answer != Answer::table) {
         return answer == Answer::noTable ? 0 : 1;
@@ -274,7 +277,8 @@ int CZtKIVSupport::ztvmScanDisks(const std::vector<std::string>& disks)
     }
     std::vector<std::string> lines;
     if (executeCommand(command.c_str(), lines) != 0) {
-        KIV_TRACE(WARNING, "CZtKIVSupport::ztvmScanDisks : Command [%s] failed with error [%s]", command.c_str(), joined(lines).c_str());
+        KIV_TRACE(WARNING, "CZtKIVSupport::ztvmScanDisks : Command [%s] failed with error [%s]", command.c_str(),
+                  joined(lines).c_str());
         return 1;
     }
     return 0;

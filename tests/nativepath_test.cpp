@@ -156,6 +156,8 @@ TEST_F(NativePath, TakesTheTrailingDigitsAway)
     EXPECT_EQ(host.effectsInside(), lines({"6 devicename aftering removing partition suffix [/dev/sdc]."}));
     EXPECT_EQ(module.removePartitionSuffix("/dev/sdc007", partition), "/dev/sdc");
     EXPECT_EQ(partition, 7U);
+    EXPECT_EQ(module.removePartitionSuffix("/dev/sdc010", partition), "/dev/sdc");
+    EXPECT_EQ(partition, 10U) << "always to the base of ten";
     EXPECT_EQ(module.removePartitionSuffix("/dev/sdc0", partition), "/dev/sdc");
     EXPECT_EQ(partition, 0U);
     EXPECT_EQ(module.removePartitionSuffix("/dev/sd5", partition), "/dev/sd");
@@ -212,19 +214,21 @@ TEST_F(NativePath, EveryOperationRecordsItsEntryAndExit)
     module.appendPartitionSuffix("/dev/sda", 1);
     module.removePartitionSuffix("/dev/sda1", partition);
     EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({"6 Entering Function getDeviceClaimStrings [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getDeviceClaimStrings [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function claim [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function getDeviceClaimStrings [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getDeviceClaimStrings [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function claim [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function isPartition [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function isPartition [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function appendPartitionSuffix [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function appendPartitionSuffix [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function removePartitionSuffix [kiv_nativepath_claim.cpp]",
-                     "6 devicename aftering removing partition suffix [/dev/sda].",
-                     "6 Exiting Function removePartitionSuffix [kiv_nativepath_claim.cpp]"}));
+              lines({
+                  "6 Entering Function getDeviceClaimStrings [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getDeviceClaimStrings [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function claim [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function getDeviceClaimStrings [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getDeviceClaimStrings [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function claim [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function isPartition [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function isPartition [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function appendPartitionSuffix [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function appendPartitionSuffix [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function removePartitionSuffix [kiv_nativepath_claim.cpp]",
+                  "6 devicename aftering removing partition suffix [/dev/sda].",
+                  "6 Exiting Function removePartitionSuffix [kiv_nativepath_claim.cpp]",
+              }));
 }
 
 TEST_F(NativePath, AThrowingExitRecordLosesNoResult)
@@ -264,14 +268,15 @@ TEST_F(NativePath, TheBaseInterfaceReachesNoLookup)
 TEST_F(NativePath, WithoutTheVolumeManagerTheActivePathIsThePathItself)
 {
     EXPECT_EQ(module.getActivePath("/dev/sdc", true), "/dev/sdc");
-    EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({"6 Entering Function getActivePath [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function isZtKIVInstalled [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function isCommandAvailable [kiv_nativepath_claim.cpp]",
-                     "access /usr/sbin/ztkivadm: no",
-                     "6 Exiting Function isCommandAvailable [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function isZtKIVInstalled [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getActivePath [kiv_nativepath_claim.cpp]"}));
+    EXPECT_EQ(host.effectsWithoutLineNumbers(), lines({
+                                                    "6 Entering Function getActivePath [kiv_nativepath_claim.cpp]",
+                                                    "6 Entering Function isZtKIVInstalled [kiv_nativepath_claim.cpp]",
+                                                    "6 Entering Function isCommandAvailable [kiv_nativepath_claim.cpp]",
+                                                    "access /usr/sbin/ztkivadm: no",
+                                                    "6 Exiting Function isCommandAvailable [kiv_nativepath_claim.cpp]",
+                                                    "6 Exiting Function isZtKIVInstalled [kiv_nativepath_claim.cpp]",
+                                                    "6 Exiting Function getActivePath [kiv_nativepath_claim.cpp]",
+                                                }));
     EXPECT_EQ(module.getActivePath("sdc", false), "sdc");
     EXPECT_EQ(module.getActivePath("", false), "");
 }
@@ -282,32 +287,34 @@ TEST_F(NativePathUnderTheVolumeManager, TheWaitedLookupGoesFromTheDiskToItsNodeA
     host.prints(pathsOfNode, pathTable);
     EXPECT_EQ(module.getActivePath("/dev/sdc", true), "/dev/sdf");
     EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({"6 Entering Function getActivePath [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function isZtKIVInstalled [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function isCommandAvailable [kiv_nativepath_claim.cpp]",
-                     "access /usr/sbin/ztkivadm: yes",
-                     "6 Exiting Function isCommandAvailable [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function isZtKIVInstalled [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function getZtVMDiskForOSDiskHandler_Waited [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "6 ExecuteCommand passed with output 'NAME====kiv0_1 ENABLED'",
-                     "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getZtVMDiskForOSDiskHandler_Waited [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
-                     "6 ExecuteCommand passed with output 'NAME STATE TYPE====sdf ENABLED(A) PRIMARY'",
-                     "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
-                     "6 Got active path [/dev/sdf].",
-                     "6 Exiting Function getActivePath [kiv_nativepath_claim.cpp]"}));
+              lines({
+                  "6 Entering Function getActivePath [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function isZtKIVInstalled [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function isCommandAvailable [kiv_nativepath_claim.cpp]",
+                  "access /usr/sbin/ztkivadm: yes",
+                  "6 Exiting Function isCommandAvailable [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function isZtKIVInstalled [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function getZtVMDiskForOSDiskHandler_Waited [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME====kiv0_1 ENABLED'",
+                  "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getZtVMDiskForOSDiskHandler_Waited [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
+                  "6 ExecuteCommand passed with output 'NAME STATE TYPE====sdf ENABLED(A) PRIMARY'",
+                  "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
+                  "6 Got active path [/dev/sdf].",
+                  "6 Exiting Function getActivePath [kiv_nativepath_claim.cpp]",
+              }));
 }
 
 TEST_F(NativePathUnderTheVolumeManager, TheOtherLookupHasTheNodeForgottenAndFoundAnew)
@@ -317,31 +324,32 @@ TEST_F(NativePathUnderTheVolumeManager, TheOtherLookupHasTheNodeForgottenAndFoun
     host.prints(rescanAll, {});
     host.prints(pathsOfNode, pathTable);
     EXPECT_EQ(module.getActivePath("/dev/sdc", false), "/dev/sdf");
-    EXPECT_EQ(
-        host.effectsInside(),
-        lines({"access /usr/sbin/ztkivadm: yes",
-               "6 We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [sdc].",
-               "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-               "runner with a log",
-               "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-               "6 ExecuteCommand passed with output 'NAME====kiv0_1 ENABLED'",
-               "6 Obtained kiv nodes is [kiv0_1].",
-               "3 ExecuteCommand command: /usr/sbin/ztdisk   rm kiv0_1",
-               "runner with a log",
-               "run [/usr/sbin/ztdisk   rm kiv0_1]",
-               "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
-               "runner with a log",
-               "run [/usr/sbin/ztdisk   scandisks ]",
-               "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-               "runner with a log",
-               "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-               "6 ExecuteCommand passed with output 'NAME====kiv0_1 ENABLED'",
-               "6 After refresh, obtained kiv nodes is [kiv0_1].",
-               "3 ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1",
-               "runner with a log",
-               "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
-               "6 ExecuteCommand passed with output 'NAME STATE TYPE====sdf ENABLED(A) PRIMARY'",
-               "6 Got active path [/dev/sdf]."}));
+    EXPECT_EQ(host.effectsInside(),
+              lines({
+                  "access /usr/sbin/ztkivadm: yes",
+                  "6 We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [sdc].",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME====kiv0_1 ENABLED'",
+                  "6 Obtained kiv nodes is [kiv0_1].",
+                  "3 ExecuteCommand command: /usr/sbin/ztdisk   rm kiv0_1",
+                  "runner with a log",
+                  "run [/usr/sbin/ztdisk   rm kiv0_1]",
+                  "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
+                  "runner with a log",
+                  "run [/usr/sbin/ztdisk   scandisks ]",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME====kiv0_1 ENABLED'",
+                  "6 After refresh, obtained kiv nodes is [kiv0_1].",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
+                  "6 ExecuteCommand passed with output 'NAME STATE TYPE====sdf ENABLED(A) PRIMARY'",
+                  "6 Got active path [/dev/sdf].",
+              }));
 }
 
 TEST_F(NativePathUnderTheVolumeManager, TakesOnlyOneLeadingPrefixOffThePath)
@@ -361,12 +369,10 @@ TEST_F(NativePathUnderTheVolumeManager, AFailedNodeLookupGivesThePathBack)
     host.prints(rescanSdc, {}).times(4);
     host.prints(rescanAll, {}).times(4);
     EXPECT_EQ(module.getActivePath("/dev/sdc", true), "/dev/sdc");
-    EXPECT_EQ(host.effectsInside().back(),
-              "2 Warning - obtaining kiv nodes failed even after multiple retries.");
+    EXPECT_EQ(host.effectsInside().back(), "2 Warning - obtaining kiv nodes failed even after multiple retries.");
     host.forget();
     EXPECT_EQ(module.getActivePath("/dev/sdc", false), "/dev/sdc");
-    EXPECT_EQ(host.effectsInside().back(),
-              "2 Warning - obtaining kiv nodes failed even after multiple retries.");
+    EXPECT_EQ(host.effectsInside().back(), "2 Warning - obtaining kiv nodes failed even after multiple retries.");
 }
 
 TEST_F(NativePathUnderTheVolumeManager, AFailedReverseLookupGivesThePathBack)
@@ -402,22 +408,23 @@ TEST_F(NativePathUnderTheVolumeManager, AnEmptyNodeIsLookedUpAllTheSame)
     host.prints(nodeOfSdc, lines({"NAME", "===="}));
     host.prints(pathsOfNothing, pathTable);
     EXPECT_EQ(module.getActivePath("/dev/sdc", true), "/dev/sdf") << "the answer counts";
-    EXPECT_EQ(host.calls(),
-              lines({"access /usr/sbin/ztkivadm: yes",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=]",
-                     "access /usr/sbin/ztkivadm: yes",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=]",
-                     "access /usr/sbin/ztkivadm: yes",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=]"}));
+    EXPECT_EQ(host.calls(), lines({
+                                "access /usr/sbin/ztkivadm: yes",
+                                "runner with a log",
+                                "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                "runner with a log",
+                                "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=]",
+                                "access /usr/sbin/ztkivadm: yes",
+                                "runner with a log",
+                                "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                "runner with a log",
+                                "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=]",
+                                "access /usr/sbin/ztkivadm: yes",
+                                "runner with a log",
+                                "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                "runner with a log",
+                                "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=]",
+                            }));
 }
 
 TEST_F(NativePathUnderTheVolumeManager, AsksWhetherTheDeviceIsRawAndIgnoresTheAnswer)
@@ -426,13 +433,14 @@ TEST_F(NativePathUnderTheVolumeManager, AsksWhetherTheDeviceIsRawAndIgnoresTheAn
     host.prints(nodeOfSdc, nodeTable);
     host.prints(pathsOfNode, pathTable);
     EXPECT_EQ(neverRaw.getActivePath("/dev/sdc", true), "/dev/sdf");
-    EXPECT_EQ(host.calls(),
-              lines({"access /usr/sbin/ztkivadm: yes",
-                     "runner without a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "runner without a log",
-                     "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
-                     "isRawDevice /dev/sdc"}));
+    EXPECT_EQ(host.calls(), lines({
+                                "access /usr/sbin/ztkivadm: yes",
+                                "runner without a log",
+                                "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                "runner without a log",
+                                "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
+                                "isRawDevice /dev/sdc",
+                            }));
 }
 
 TEST_F(NativePathUnderTheVolumeManager, HoldsTheLogForTheSupportObjectOnlyMeanwhile)
@@ -467,8 +475,7 @@ TEST_F(NativePathUnderTheVolumeManager, EveryOtherExceptionPassesThroughTheLooku
     host.prints(nodeOfSdc, nodeTable);
     host.throws(pathsOfNode, [] { throw 42; });
     EXPECT_THROW(module.getActivePath("/dev/sdc", true), int);
-    EXPECT_EQ(host.effectsWithoutLineNumbers().back(),
-              "6 Exiting Function getActivePath [kiv_nativepath_claim.cpp]");
+    EXPECT_EQ(host.effectsWithoutLineNumbers().back(), "6 Exiting Function getActivePath [kiv_nativepath_claim.cpp]");
 }
 
 TEST_F(NativePathUnderTheVolumeManager, WhatTheLogThrowsPassesThroughTheLookup)

@@ -81,9 +81,8 @@ TEST_F(VolumeManagerSupport, ACommandIsAvailableWhenTheJoinedPathMayBeExecuted)
     EXPECT_TRUE(support.isCommandAvailable(" \t\r\n/usr/sbin/zt", "kivadm\n\r\t "));
     EXPECT_TRUE(support.isCommandAvailable("", "/usr/sbin/ztkivadm"));
     EXPECT_TRUE(support.isCommandAvailable("/usr/sbin/ztkivadm", ""));
-    EXPECT_EQ(host.effectsInside(),
-              lines({"access /usr/sbin/ztkivadm: yes", "access /usr/sbin/ztkivadm: yes",
-                     "access /usr/sbin/ztkivadm: yes", "access /usr/sbin/ztkivadm: yes"}));
+    EXPECT_EQ(host.effectsInside(), lines({"access /usr/sbin/ztkivadm: yes", "access /usr/sbin/ztkivadm: yes",
+                                           "access /usr/sbin/ztkivadm: yes", "access /usr/sbin/ztkivadm: yes"}));
 }
 
 TEST_F(VolumeManagerSupport, APathWithoutExecutePermissionIsNotAvailable)
@@ -153,24 +152,28 @@ TEST_F(VolumeManagerSupport, AFailureWithoutOutputAndANegativeResultArePassedOn)
 
 TEST_F(VolumeManagerSupport, ARunnersExceptionAnswersOneAndKeepsTheLinesPrintedBefore)
 {
-    host.throws("/bin/x", [] {
-        EFiExecPipe failure;
-        failure.message = "secret";
-        failure.errorNumber = 13;
-        throw failure;
-    }, lines({"half"}));
+    host.throws(
+        "/bin/x",
+        [] {
+            EFiExecPipe failure;
+            failure.message = "secret";
+            failure.errorNumber = 13;
+            throw failure;
+        },
+        lines({"half"}));
     EXPECT_EQ(support.executeCommand("/bin/x", output), 1);
     EXPECT_EQ(output, lines({"half"}));
-    EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({"6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "3 ExecuteCommand command: /bin/x", "runner with a log", "run [/bin/x]",
-                     "1 ExecuteCommand - exception thrown in command execution.",
-                     "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]"}));
+    EXPECT_EQ(
+        host.effectsWithoutLineNumbers(),
+        lines({"6 Entering Function executeCommand [kiv_nativepath_claim.cpp]", "3 ExecuteCommand command: /bin/x",
+               "runner with a log", "run [/bin/x]", "1 ExecuteCommand - exception thrown in command execution.",
+               "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]"}));
 }
 
 TEST_F(VolumeManagerSupport, EveryOtherExceptionPassesThroughTheRunner)
 {
-    host.throws("/bin/x", [] { throw std::runtime_error("of the host"); }, lines({"half"}));
+    host.throws(
+        "/bin/x", [] { throw std::runtime_error("of the host"); }, lines({"half"}));
     EXPECT_THROW(support.executeCommand("/bin/x", output), std::runtime_error);
     EXPECT_EQ(output, lines({"half"})) << "as the runner left it";
     host.throws("/bin/x", [] { throw 42; });
@@ -185,15 +188,17 @@ TEST_F(VolumeManagerSupport, TheNodeIsTheFirstColumnOfTheFirstRow)
 {
     EXPECT_EQ(nodeIn(lines({"kiv0_1 ENABLED  SAN  2", "kiv0_2 ENABLED  SAN  2"})), "kiv0_1");
     EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({"6 Entering Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "6 ExecuteCommand passed with output 'NAME   STATE============"
-                     "kiv0_1 ENABLED  SAN  2kiv0_2 ENABLED  SAN  2'",
-                     "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]"}));
+              lines({
+                  "6 Entering Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME   STATE============"
+                  "kiv0_1 ENABLED  SAN  2kiv0_2 ENABLED  SAN  2'",
+                  "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
+              }));
 }
 
 TEST_F(VolumeManagerSupport, ANodeRowMayHaveTabsLineEndsAndBlanksAndMayStandBehindBlankRows)
@@ -244,11 +249,10 @@ TEST_F(VolumeManagerSupport, AHeaderOnAnotherLineIsNoValidOutputOfTheNodeQuery)
     host.prints(nodeOfSdc, lines({"warning", "NAME", "====", "kiv0_1"}));
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler("sdc", name), 1);
     EXPECT_EQ(name, "");
-    EXPECT_EQ(host.effectsInside(),
-              lines({"3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc", "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "6 ExecuteCommand passed with output 'warningNAME====kiv0_1'",
-                     "2 Warning - no valid output of command."}));
+    EXPECT_EQ(host.effectsInside(), lines({"3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                                           "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                           "6 ExecuteCommand passed with output 'warningNAME====kiv0_1'",
+                                           "2 Warning - no valid output of command."}));
     host.forget();
     host.prints(nodeOfSdc, lines({"warning", "====", "MYNAME1"}));
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler("sdc", name), 1) << "inside a row";
@@ -280,7 +284,8 @@ TEST_F(VolumeManagerSupport, AFailedNodeQueryIsReportedWithItsCommandAndItsOutpu
 
 TEST_F(VolumeManagerSupport, ARunnersExceptionIsAFailedQuery)
 {
-    host.throws(nodeOfSdc, [] { throw EFiExecPipe(); }, lines({"half"}));
+    host.throws(
+        nodeOfSdc, [] { throw EFiExecPipe(); }, lines({"half"}));
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler("sdc", name), 1);
     EXPECT_EQ(host.effectsInside(),
               lines({"3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc", "runner with a log",
@@ -307,15 +312,17 @@ TEST_F(VolumeManagerSupport, TheActivePathWinsThoughAnEnabledOneCameFirst)
 {
     EXPECT_EQ(pathIn(lines({"sdc ENABLED SECONDARY", "sdd ENABLED(A) PRIMARY"})), "sdd");
     EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({"6 Entering Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
-                     "6 ExecuteCommand passed with output 'NAME STATE TYPE==============="
-                     "sdc ENABLED SECONDARYsdd ENABLED(A) PRIMARY'",
-                     "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]"}));
+              lines({
+                  "6 Entering Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
+                  "6 ExecuteCommand passed with output 'NAME STATE TYPE==============="
+                  "sdc ENABLED SECONDARYsdd ENABLED(A) PRIMARY'",
+                  "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
+              }));
 }
 
 TEST_F(VolumeManagerSupport, AnEnabledPathBeatsAPrimaryOne)
@@ -464,14 +471,16 @@ TEST_F(VolumeManagerSupport, ARemovalNamesItsNode)
     host.prints(removeNode, lines({"not read"}));
     EXPECT_EQ(support.removeDisksFromZtVM("kiv0_1"), 0);
     EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({"6 Entering Function removeDisksFromZtVM [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "3 ExecuteCommand command: /usr/sbin/ztdisk   rm kiv0_1",
-                     "runner with a log",
-                     "run [/usr/sbin/ztdisk   rm kiv0_1]",
-                     "6 ExecuteCommand passed with output 'not read'",
-                     "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function removeDisksFromZtVM [kiv_nativepath_claim.cpp]"}));
+              lines({
+                  "6 Entering Function removeDisksFromZtVM [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "3 ExecuteCommand command: /usr/sbin/ztdisk   rm kiv0_1",
+                  "runner with a log",
+                  "run [/usr/sbin/ztdisk   rm kiv0_1]",
+                  "6 ExecuteCommand passed with output 'not read'",
+                  "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function removeDisksFromZtVM [kiv_nativepath_claim.cpp]",
+              }));
 }
 
 TEST_F(VolumeManagerSupport, NobodySeesThatARemovalFailed)
@@ -493,16 +502,18 @@ TEST_F(VolumeManagerSupport, TheWaitedFormAsksOnceWhenTheFirstAnswerIsASuccess)
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
     EXPECT_EQ(name, "kiv0_1");
     EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({"6 Entering Function getZtVMDiskForOSDiskHandler_Waited [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
-                     "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "6 ExecuteCommand passed with output 'NAME====kiv0_1'",
-                     "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
-                     "6 Exiting Function getZtVMDiskForOSDiskHandler_Waited [kiv_nativepath_claim.cpp]"}));
+              lines({
+                  "6 Entering Function getZtVMDiskForOSDiskHandler_Waited [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
+                  "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME====kiv0_1'",
+                  "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
+                  "6 Exiting Function getZtVMDiskForOSDiskHandler_Waited [kiv_nativepath_claim.cpp]",
+              }));
 }
 
 TEST_F(VolumeManagerSupport, TheWaitedFormDoesNotRetryAnEmptyAnswer)
@@ -510,8 +521,7 @@ TEST_F(VolumeManagerSupport, TheWaitedFormDoesNotRetryAnEmptyAnswer)
     host.prints(nodeOfSdc, lines({"NAME", "===="}));
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
     EXPECT_EQ(name, "");
-    EXPECT_EQ(host.calls(),
-              lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
+    EXPECT_EQ(host.calls(), lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
 }
 
 TEST_F(VolumeManagerSupport, TheWaitedFormRescansTheDiskAfterAFailureAndAsksAgain)
@@ -524,14 +534,13 @@ TEST_F(VolumeManagerSupport, TheWaitedFormRescansTheDiskAfterAFailureAndAsksAgai
     host.fails(rescanSdc, 1, 256, {});
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
     EXPECT_EQ(name, "kiv0_1");
-    EXPECT_EQ(host.calls(),
-              lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]", "sleep 5",
-                     "runner with a log", "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
-                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]", "sleep 5",
-                     "runner with a log", "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
-                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]", "sleep 5",
-                     "runner with a log", "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
-                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
+    EXPECT_EQ(host.calls(), lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                   "sleep 5", "runner with a log", "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
+                                   "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                   "sleep 5", "runner with a log", "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
+                                   "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                   "sleep 5", "runner with a log", "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
+                                   "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
     EXPECT_EQ(host.trace(2).back(),
               "CZtKIVSupport::ztvmScanDisks : Command [/usr/sbin/ztdisk   scandisks  device=sdc] failed with error []")
         << "a failed rescan changes nothing";
@@ -545,18 +554,19 @@ TEST_F(VolumeManagerSupport, TheWaitedFormGivesUpAfterFourQueriesPausesAndRescan
     EXPECT_EQ(name, "");
     Lines expected;
     for (int attempt = 0; attempt < 4; ++attempt) {
-        append(expected,
-               lines({"3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                      "runner with a log",
-                      "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                      "2 Warning - failed with message='' and error no '9'.",
-                      "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  "
-                      "nodename=sdc] failed with error []",
-                      "6 Obtaining kiv nodes failed. need to retry.",
-                      "sleep 5",
-                      "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks  device=sdc",
-                      "runner with a log",
-                      "run [/usr/sbin/ztdisk   scandisks  device=sdc]"}));
+        append(expected, lines({
+                             "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                             "runner with a log",
+                             "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                             "2 Warning - failed with message='' and error no '9'.",
+                             "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  "
+                             "nodename=sdc] failed with error []",
+                             "6 Obtaining kiv nodes failed. need to retry.",
+                             "sleep 5",
+                             "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks  device=sdc",
+                             "runner with a log",
+                             "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
+                         }));
     }
     append(expected, lines({"2 Warning - obtaining kiv nodes failed even after multiple retries."}));
     EXPECT_EQ(host.effectsInside(), expected);
@@ -573,27 +583,29 @@ TEST_F(VolumeManagerSupport, TheRefreshedFormRemovesTheNodeAndFindsItAnew)
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), 0);
     EXPECT_EQ(name, "kiv0_2");
     EXPECT_EQ(host.effectsInside(),
-              lines({"6 We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [sdc].",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "6 ExecuteCommand passed with output 'NAME====kiv0_1'",
-                     "6 Obtained kiv nodes is [kiv0_1].",
-                     "3 ExecuteCommand command: /usr/sbin/ztdisk   rm kiv0_1",
-                     "runner with a log",
-                     "run [/usr/sbin/ztdisk   rm kiv0_1]",
-                     "2 Warning - failed with message='' and error no '1'.",
-                     "2 Warning - removing disk from ztvm db is failed.",
-                     "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
-                     "runner with a log",
-                     "run [/usr/sbin/ztdisk   scandisks ]",
-                     "2 Warning - failed with message='' and error no '1'.",
-                     "2 CZtKIVSupport::ztvmScanDisks : Command [/usr/sbin/ztdisk   scandisks ] failed with error []",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "6 ExecuteCommand passed with output 'NAME====kiv0_2'",
-                     "6 After refresh, obtained kiv nodes is [kiv0_2]."}))
+              lines({
+                  "6 We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [sdc].",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME====kiv0_1'",
+                  "6 Obtained kiv nodes is [kiv0_1].",
+                  "3 ExecuteCommand command: /usr/sbin/ztdisk   rm kiv0_1",
+                  "runner with a log",
+                  "run [/usr/sbin/ztdisk   rm kiv0_1]",
+                  "2 Warning - failed with message='' and error no '1'.",
+                  "2 Warning - removing disk from ztvm db is failed.",
+                  "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
+                  "runner with a log",
+                  "run [/usr/sbin/ztdisk   scandisks ]",
+                  "2 Warning - failed with message='' and error no '1'.",
+                  "2 CZtKIVSupport::ztvmScanDisks : Command [/usr/sbin/ztdisk   scandisks ] failed with error []",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME====kiv0_2'",
+                  "6 After refresh, obtained kiv nodes is [kiv0_2].",
+              }))
         << "failures of the removal and of the rescan change nothing";
 }
 
@@ -604,10 +616,9 @@ TEST_F(VolumeManagerSupport, TheRefreshedFormRemovesNothingWhenItsFirstQueryFail
     host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), 0);
     EXPECT_EQ(name, "kiv0_1");
-    EXPECT_EQ(host.calls(),
-              lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "runner with a log", "run [/usr/sbin/ztdisk   scandisks ]",
-                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
+    EXPECT_EQ(host.calls(), lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                   "runner with a log", "run [/usr/sbin/ztdisk   scandisks ]", "runner with a log",
+                                   "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
 }
 
 TEST_F(VolumeManagerSupport, TheRefreshedFormRemovesEvenAnEmptyNode)
@@ -618,22 +629,24 @@ TEST_F(VolumeManagerSupport, TheRefreshedFormRemovesEvenAnEmptyNode)
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), 0);
     EXPECT_EQ(name, "");
     EXPECT_EQ(host.effectsInside(),
-              lines({"6 We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [sdc].",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "6 ExecuteCommand passed with output 'NAME===='",
-                     "6 Obtained kiv nodes is [].",
-                     "3 ExecuteCommand command: /usr/sbin/ztdisk   rm ",
-                     "runner with a log",
-                     "run [/usr/sbin/ztdisk   rm ]",
-                     "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
-                     "runner with a log",
-                     "run [/usr/sbin/ztdisk   scandisks ]",
-                     "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                     "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "6 ExecuteCommand passed with output 'NAME===='"}))
+              lines({
+                  "6 We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [sdc].",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME===='",
+                  "6 Obtained kiv nodes is [].",
+                  "3 ExecuteCommand command: /usr/sbin/ztdisk   rm ",
+                  "runner with a log",
+                  "run [/usr/sbin/ztdisk   rm ]",
+                  "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
+                  "runner with a log",
+                  "run [/usr/sbin/ztdisk   scandisks ]",
+                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                  "runner with a log",
+                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                  "6 ExecuteCommand passed with output 'NAME===='",
+              }))
         << "an empty answer is not retried, and an empty node is not announced";
 }
 
@@ -645,28 +658,31 @@ TEST_F(VolumeManagerSupport, TheRefreshedFormGivesUpAfterFourRescansQueriesAndPa
     host.prints(rescanAll, {}).times(4);
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), 1);
     EXPECT_EQ(name, "") << "the node that was removed is not the answer";
-    Lines expected = lines({"6 We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [sdc].",
-                            "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                            "runner with a log",
-                            "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                            "6 ExecuteCommand passed with output 'NAME====kiv0_1'",
-                            "6 Obtained kiv nodes is [kiv0_1].",
-                            "3 ExecuteCommand command: /usr/sbin/ztdisk   rm kiv0_1",
-                            "runner with a log",
-                            "run [/usr/sbin/ztdisk   rm kiv0_1]"});
+    Lines expected = lines({
+        "6 We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [sdc].",
+        "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+        "runner with a log",
+        "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+        "6 ExecuteCommand passed with output 'NAME====kiv0_1'",
+        "6 Obtained kiv nodes is [kiv0_1].",
+        "3 ExecuteCommand command: /usr/sbin/ztdisk   rm kiv0_1",
+        "runner with a log",
+        "run [/usr/sbin/ztdisk   rm kiv0_1]",
+    });
     for (int attempt = 0; attempt < 4; ++attempt) {
-        append(expected,
-               lines({"3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
-                      "runner with a log",
-                      "run [/usr/sbin/ztdisk   scandisks ]",
-                      "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                      "runner with a log",
-                      "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                      "2 Warning - failed with message='' and error no '9'.",
-                      "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  "
-                      "nodename=sdc] failed with error []",
-                      "6 Obtaining kiv nodes failed. need to retry.",
-                      "sleep 10"}));
+        append(expected, lines({
+                             "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
+                             "runner with a log",
+                             "run [/usr/sbin/ztdisk   scandisks ]",
+                             "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                             "runner with a log",
+                             "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                             "2 Warning - failed with message='' and error no '9'.",
+                             "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  "
+                             "nodename=sdc] failed with error []",
+                             "6 Obtaining kiv nodes failed. need to retry.",
+                             "sleep 10",
+                         }));
     }
     append(expected, lines({"2 Warning - obtaining kiv nodes failed even after multiple retries."}));
     EXPECT_EQ(host.effectsInside(), expected);
@@ -679,16 +695,27 @@ TEST_F(VolumeManagerSupport, TheRefreshedFormPausesBeforeItAsksAgain)
     host.prints(rescanAll, {}).times(4);
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), 0);
     EXPECT_EQ(name, "kiv0_1");
-    EXPECT_EQ(host.calls(),
-              lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "runner with a log", "run [/usr/sbin/ztdisk   scandisks ]",
-                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]", "sleep 10",
-                     "runner with a log", "run [/usr/sbin/ztdisk   scandisks ]",
-                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]", "sleep 10",
-                     "runner with a log", "run [/usr/sbin/ztdisk   scandisks ]",
-                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]", "sleep 10",
-                     "runner with a log", "run [/usr/sbin/ztdisk   scandisks ]",
-                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
+    EXPECT_EQ(host.calls(), lines({"runner with a log",
+                                   "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                   "runner with a log",
+                                   "run [/usr/sbin/ztdisk   scandisks ]",
+                                   "runner with a log",
+                                   "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                   "sleep 10",
+                                   "runner with a log",
+                                   "run [/usr/sbin/ztdisk   scandisks ]",
+                                   "runner with a log",
+                                   "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                   "sleep 10",
+                                   "runner with a log",
+                                   "run [/usr/sbin/ztdisk   scandisks ]",
+                                   "runner with a log",
+                                   "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                                   "sleep 10",
+                                   "runner with a log",
+                                   "run [/usr/sbin/ztdisk   scandisks ]",
+                                   "runner with a log",
+                                   "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
     EXPECT_EQ(host.trace(6)[host.trace(6).size() - 2], "After refresh, obtained kiv nodes is [kiv0_1].");
 }
 
@@ -774,6 +801,21 @@ TEST_F(VolumeManagerSupport, WhatTheLogThrowsPassesThroughEveryOperation)
     expectThePassageOf("Obtaining kiv nodes", [&] { support.getZtVMDiskForOSDiskHandler_Waited("sdc", name); });
     EXPECT_EQ(host.calls().back(), "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]") << "no pause behind it";
     expectThePassageOf("Entering Function isCommandAvailable", [&] { support.isZtKIVInstalled(); });
+}
+
+TEST_F(VolumeManagerSupport, TheAnswerIsEmptiedBeforeEveryQueryAndBehindTheRemoval)
+{
+    host.failsTracing("Entering Function getZtVMDiskForOSDiskHandler [");
+    EXPECT_THROW(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), std::runtime_error);
+    EXPECT_EQ(name, "");
+    name = "left over";
+    EXPECT_THROW(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), std::runtime_error);
+    EXPECT_EQ(name, "");
+    host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+    host.prints(removeNode, {});
+    host.failsTracing("Entering Function ztvmScanDisks [");
+    EXPECT_THROW(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), std::runtime_error);
+    EXPECT_EQ(name, "") << "the removed node is no answer";
 }
 
 TEST_F(VolumeManagerSupport, TheRunnerHoldsTheLogOnlyWhileTheCommandRuns)
