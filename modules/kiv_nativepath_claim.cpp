@@ -114,7 +114,7 @@ std::string preferredPath(const std::vector<std::string>& table)
     std::string primary;
     for (std::size_t row = firstRow; row < table.size(); ++row) {
         const std::vector<std::string> columns = CFiStringTool::tokenize(table[row], columnSeparators);
-        const std::string name = column(columns, nameColumn);
+        std::string name = column(columns, nameColumn);
         const std::string state = column(columns, stateColumn);
         if (name.empty()) {
             continue;
@@ -159,7 +159,7 @@ int CZtKIVSupport::executeCommand(const char* command, std::vector<std::string>&
         CFiExecPipePosix runner(1);
         runner.registerTraceLog(traceLog);
         result = runner.Exec(command, output, "", commandTimeoutSeconds, "", "", "");
-    } catch (EFiExecPipe) {
+    } catch (EFiExecPipe) {  // NOLINT(misc-throw-by-value-catch-by-reference): thrown and caught by value
         // Deliberate: what the exception says is not traced. Pinned by
         // VolumeManagerSupport.ARunnersExceptionAnswersOneAndKeepsTheLinesPrintedBefore.
         KIV_TRACE(ERROR, "ExecuteCommand - exception thrown in command execution.");

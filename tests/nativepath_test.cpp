@@ -380,9 +380,9 @@ TEST_F(NativePathUnderTheVolumeManager, AFailedReverseLookupGivesThePathBack)
     host.prints(nodeOfSdc, nodeTable).times(2);
     host.fails(pathsOfNode, 1, 256, {});
     EXPECT_EQ(module.getActivePath("/dev/sdc", true), "/dev/sdc");
-    EXPECT_EQ(host.effectsInside().back(),
-              "2 CZtKIVSupport::getOSDiskHandleForZtVMDisk : Command [/usr/sbin/ztkivadm   getsubpaths  "
-              "kivnodename=kiv0_1] failed with error []");
+    EXPECT_EQ(
+        host.effectsInside().back(),
+        "2 CZtKIVSupport::getOSDiskHandleForZtVMDisk : Command [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1] failed with error []");
     host.prints(pathsOfNode, lines({"NAME", "====", "sdf DISABLED SECONDARY"}));
     EXPECT_EQ(module.getActivePath("/dev/sdc", true), "/dev/sdc");
     EXPECT_EQ(host.effectsInside().back(), "2 Unable to get enabled disk path for kiv node 'kiv0_1'");

@@ -155,10 +155,7 @@ TEST_F(VolumeManagerSupport, ARunnersExceptionAnswersOneAndKeepsTheLinesPrintedB
     host.throws(
         "/bin/x",
         [] {
-            EFiExecPipe failure;
-            failure.message = "secret";
-            failure.errorNumber = 13;
-            throw failure;
+            throw EFiExecPipe{"secret", L"secret", 13, 256};
         },
         lines({"half"}));
     EXPECT_EQ(support.executeCommand("/bin/x", output), 1);
@@ -187,18 +184,18 @@ TEST_F(VolumeManagerSupport, EveryOtherExceptionPassesThroughTheRunner)
 TEST_F(VolumeManagerSupport, TheNodeIsTheFirstColumnOfTheFirstRow)
 {
     EXPECT_EQ(nodeIn(lines({"kiv0_1 ENABLED  SAN  2", "kiv0_2 ENABLED  SAN  2"})), "kiv0_1");
-    EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({
-                  "6 Entering Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
-                  "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                  "runner with a log",
-                  "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                  "6 ExecuteCommand passed with output 'NAME   STATE============"
-                  "kiv0_1 ENABLED  SAN  2kiv0_2 ENABLED  SAN  2'",
-                  "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
-                  "6 Exiting Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
-              }));
+    EXPECT_EQ(
+        host.effectsWithoutLineNumbers(),
+        lines({
+            "6 Entering Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
+            "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+            "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+            "runner with a log",
+            "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+            "6 ExecuteCommand passed with output 'NAME   STATE============kiv0_1 ENABLED  SAN  2kiv0_2 ENABLED  SAN  2'",
+            "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
+            "6 Exiting Function getZtVMDiskForOSDiskHandler [kiv_nativepath_claim.cpp]",
+        }));
 }
 
 TEST_F(VolumeManagerSupport, ANodeRowMayHaveTabsLineEndsAndBlanksAndMayStandBehindBlankRows)
@@ -276,10 +273,11 @@ TEST_F(VolumeManagerSupport, AFailedNodeQueryIsReportedWithItsCommandAndItsOutpu
     host.fails(nodeOfSdc, 9, 2304, lines({"NAME", "====", "kiv0_1"}));
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler("sdc", name), 1);
     EXPECT_EQ(name, "") << "the output of a failed query is not read";
-    EXPECT_EQ(host.trace(2),
-              lines({"Warning - failed with message='NAME====kiv0_1' and error no '9'.",
-                     "CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  "
-                     "nodename=sdc] failed with error [NAME====kiv0_1]"}));
+    EXPECT_EQ(
+        host.trace(2),
+        lines(
+            {"Warning - failed with message='NAME====kiv0_1' and error no '9'.",
+             "CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  nodename=sdc] failed with error [NAME====kiv0_1]"}));
 }
 
 TEST_F(VolumeManagerSupport, ARunnersExceptionIsAFailedQuery)
@@ -287,12 +285,13 @@ TEST_F(VolumeManagerSupport, ARunnersExceptionIsAFailedQuery)
     host.throws(
         nodeOfSdc, [] { throw EFiExecPipe(); }, lines({"half"}));
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler("sdc", name), 1);
-    EXPECT_EQ(host.effectsInside(),
-              lines({"3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc", "runner with a log",
-                     "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                     "1 ExecuteCommand - exception thrown in command execution.",
-                     "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  "
-                     "nodename=sdc] failed with error [half]"}));
+    EXPECT_EQ(
+        host.effectsInside(),
+        lines(
+            {"3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc", "runner with a log",
+             "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+             "1 ExecuteCommand - exception thrown in command execution.",
+             "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  nodename=sdc] failed with error [half]"}));
 }
 
 TEST_F(VolumeManagerSupport, OneStringMayBeDiskAndAnswer)
@@ -311,18 +310,18 @@ TEST_F(VolumeManagerSupport, OneStringMayBeDiskAndAnswer)
 TEST_F(VolumeManagerSupport, TheActivePathWinsThoughAnEnabledOneCameFirst)
 {
     EXPECT_EQ(pathIn(lines({"sdc ENABLED SECONDARY", "sdd ENABLED(A) PRIMARY"})), "sdd");
-    EXPECT_EQ(host.effectsWithoutLineNumbers(),
-              lines({
-                  "6 Entering Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
-                  "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
-                  "3 ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1",
-                  "runner with a log",
-                  "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
-                  "6 ExecuteCommand passed with output 'NAME STATE TYPE==============="
-                  "sdc ENABLED SECONDARYsdd ENABLED(A) PRIMARY'",
-                  "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
-                  "6 Exiting Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
-              }));
+    EXPECT_EQ(
+        host.effectsWithoutLineNumbers(),
+        lines({
+            "6 Entering Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
+            "6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+            "3 ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1",
+            "runner with a log",
+            "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
+            "6 ExecuteCommand passed with output 'NAME STATE TYPE===============sdc ENABLED SECONDARYsdd ENABLED(A) PRIMARY'",
+            "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]",
+            "6 Exiting Function getOSDiskHandleForZtVMDisk [kiv_nativepath_claim.cpp]",
+        }));
 }
 
 TEST_F(VolumeManagerSupport, AnEnabledPathBeatsAPrimaryOne)
@@ -425,10 +424,11 @@ TEST_F(VolumeManagerSupport, AFailedPathQueryIsReportedWithItsCommandAndItsOutpu
     host.fails(pathsOfNode, 2, 512, lines({"NAME", "====", "sda ENABLED"}));
     EXPECT_EQ(support.getOSDiskHandleForZtVMDisk("kiv0_1", name), 1);
     EXPECT_EQ(name, "");
-    EXPECT_EQ(host.trace(2),
-              lines({"Warning - failed with message='NAME====sda ENABLED' and error no '2'.",
-                     "CZtKIVSupport::getOSDiskHandleForZtVMDisk : Command [/usr/sbin/ztkivadm   getsubpaths  "
-                     "kivnodename=kiv0_1] failed with error [NAME====sda ENABLED]"}));
+    EXPECT_EQ(
+        host.trace(2),
+        lines(
+            {"Warning - failed with message='NAME====sda ENABLED' and error no '2'.",
+             "CZtKIVSupport::getOSDiskHandleForZtVMDisk : Command [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1] failed with error [NAME====sda ENABLED]"}));
 }
 
 // Rescan and removal.
@@ -455,15 +455,16 @@ TEST_F(VolumeManagerSupport, AFailedRescanIsReportedWithItsCommandAndItsOutput)
 {
     host.fails("/usr/sbin/ztdisk   scandisks  device=sdc,sdd", 5, 1280, lines({"not ", "now"}));
     EXPECT_EQ(support.ztvmScanDisks(lines({"sdc", "sdd"})), 1);
-    EXPECT_EQ(host.trace(2),
-              lines({"Warning - failed with message='not now' and error no '5'.",
-                     "CZtKIVSupport::ztvmScanDisks : Command [/usr/sbin/ztdisk   scandisks  device=sdc,sdd] failed "
-                     "with error [not now]"}));
+    EXPECT_EQ(
+        host.trace(2),
+        lines(
+            {"Warning - failed with message='not now' and error no '5'.",
+             "CZtKIVSupport::ztvmScanDisks : Command [/usr/sbin/ztdisk   scandisks  device=sdc,sdd] failed with error [not now]"}));
     host.forget();
     host.throws(rescanAll, [] { throw EFiExecPipe(); });
     EXPECT_EQ(support.ztvmScanDisks({}), 1);
-    EXPECT_EQ(host.trace(2), lines({"CZtKIVSupport::ztvmScanDisks : Command [/usr/sbin/ztdisk   scandisks ] failed "
-                                    "with error []"}));
+    EXPECT_EQ(host.trace(2),
+              lines({"CZtKIVSupport::ztvmScanDisks : Command [/usr/sbin/ztdisk   scandisks ] failed with error []"}));
 }
 
 TEST_F(VolumeManagerSupport, ARemovalNamesItsNode)
@@ -554,19 +555,20 @@ TEST_F(VolumeManagerSupport, TheWaitedFormGivesUpAfterFourQueriesPausesAndRescan
     EXPECT_EQ(name, "");
     Lines expected;
     for (int attempt = 0; attempt < 4; ++attempt) {
-        append(expected, lines({
-                             "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                             "runner with a log",
-                             "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                             "2 Warning - failed with message='' and error no '9'.",
-                             "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  "
-                             "nodename=sdc] failed with error []",
-                             "6 Obtaining kiv nodes failed. need to retry.",
-                             "sleep 5",
-                             "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks  device=sdc",
-                             "runner with a log",
-                             "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
-                         }));
+        append(
+            expected,
+            lines({
+                "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                "runner with a log",
+                "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                "2 Warning - failed with message='' and error no '9'.",
+                "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  nodename=sdc] failed with error []",
+                "6 Obtaining kiv nodes failed. need to retry.",
+                "sleep 5",
+                "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks  device=sdc",
+                "runner with a log",
+                "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
+            }));
     }
     append(expected, lines({"2 Warning - obtaining kiv nodes failed even after multiple retries."}));
     EXPECT_EQ(host.effectsInside(), expected);
@@ -670,19 +672,20 @@ TEST_F(VolumeManagerSupport, TheRefreshedFormGivesUpAfterFourRescansQueriesAndPa
         "run [/usr/sbin/ztdisk   rm kiv0_1]",
     });
     for (int attempt = 0; attempt < 4; ++attempt) {
-        append(expected, lines({
-                             "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
-                             "runner with a log",
-                             "run [/usr/sbin/ztdisk   scandisks ]",
-                             "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
-                             "runner with a log",
-                             "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
-                             "2 Warning - failed with message='' and error no '9'.",
-                             "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  "
-                             "nodename=sdc] failed with error []",
-                             "6 Obtaining kiv nodes failed. need to retry.",
-                             "sleep 10",
-                         }));
+        append(
+            expected,
+            lines({
+                "3 ExecuteCommand command: /usr/sbin/ztdisk   scandisks ",
+                "runner with a log",
+                "run [/usr/sbin/ztdisk   scandisks ]",
+                "3 ExecuteCommand command: /usr/sbin/ztkivadm   getkivnode  nodename=sdc",
+                "runner with a log",
+                "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]",
+                "2 Warning - failed with message='' and error no '9'.",
+                "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  nodename=sdc] failed with error []",
+                "6 Obtaining kiv nodes failed. need to retry.",
+                "sleep 10",
+            }));
     }
     append(expected, lines({"2 Warning - obtaining kiv nodes failed even after multiple retries."}));
     EXPECT_EQ(host.effectsInside(), expected);

@@ -31,13 +31,13 @@ void PrintTo(const Result& result, std::ostream* stream)
 
 class VolumeManagerTools : public testing::Test {
 protected:
-    VolumeManagerTools()
+    void SetUp() override
     {
         stateFile = testing::TempDir() + "volume-manager-XXXXXX";
         close(mkstemp(stateFile.data()));
         setenv("KIVCLAIM_VM_STATE", stateFile.c_str(), 1);
     }
-    ~VolumeManagerTools() override { std::remove(stateFile.c_str()); }
+    void TearDown() override { std::remove(stateFile.c_str()); }
 
     // Two nodes, and lines for the mood.
     void given(const std::string& mood)
