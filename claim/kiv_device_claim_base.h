@@ -54,8 +54,12 @@ public:
     // Slot 8: forgets a cached list of logical volumes. Here: nothing to forget.
     virtual void clearLvmDeviceNameList();
 
-    // Slot 9: the path by which the device is used now. Here: the path itself; the flag is ignored.
+    // Slot 9: the path by which the device is used now. Here: the path itself; the flag is ignored. A module may have
+    // one of the same name that takes a reference, in a slot of its own; g++ reports that here, at the hidden one.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
     virtual std::string getActivePath(std::string device, bool waited);
+#pragma GCC diagnostic pop
 
     // Slot 10: true if and only if "/dev/" occurs anywhere in the path.
     virtual bool isRawDevice(std::string device);

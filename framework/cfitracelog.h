@@ -80,7 +80,7 @@ public:
     // the referent without having counted it. Pinned by SmartPointer.CopyKeepsThePointerUncountedWhenTheLockFails.
     CFiSmartPtr(const CFiSmartPtr& other) : referent(other.referent)
     {
-        if (referent != nullptr && lockOf(referent)) {
+        if (referent != nullptr && lockOf(referent)) {  // NOLINT(clang-analyzer-cplusplus.NewDelete): as in get()
             referent->increment();
             unlock(referent);
         }
@@ -132,7 +132,7 @@ public:
     // referent was deleted, -1 when the pointer is empty or the mutex could not be locked (it stays held then).
     int release()
     {
-        if (referent == nullptr || !lockOf(referent)) {
+        if (referent == nullptr || !lockOf(referent)) {  // NOLINT(clang-analyzer-cplusplus.NewDelete): as in get()
             return -1;
         }
         const unsigned int newCount = referent->decrement();

@@ -130,6 +130,31 @@ TEST_F(ClaimManager, ClearingTheListOnTheManagerLeavesTheLogicalVolumesAsTheyWer
     EXPECT_EQ(manager->claim("/dev/mapper/vg00-lvol1"), 0U) << "the command was run once only";
 }
 
+TEST_F(ClaimManager, TheBuiltInModulesClaimTheirPaths)
+{
+    EXPECT_EQ(manager->claim("/dev/sda"), 2U);
+    EXPECT_EQ(manager->claim("/dev/sdab3"), 2U);
+    EXPECT_EQ(manager->claim("/dev/emcpowera"), 16U);
+    EXPECT_EQ(manager->claim("/dev/sd"), 0U);
+    EXPECT_EQ(manager->isPartition("/dev/sda1"), 1);
+    EXPECT_EQ(manager->appendPartitionSuffix("/dev/sda", 7), "/dev/sda7");
+    unsigned int partition = 0;
+    EXPECT_EQ(manager->removePartitionSuffix("/dev/sda12", partition), "/dev/sda");
+    EXPECT_EQ(partition, 12U);
+}
+
+TEST_F(ClaimManager, ANativeDiskIsOutweighedByEveryOtherStackAndWinsATieOverLaterModules)
+{
+    EXPECT_EQ(manager->claim("/dev/sda/dev/emcpowera"), 16U);
+    add("equal", {{"/dev/sda", 2}});
+    auto* const stronger = add("stronger", {{"/dev/sdb", 3}});
+    CKivDeviceClaimBase* module = nullptr;
+    EXPECT_EQ(manager->getClaimModule(module, "/dev/sda"), 2U);
+    EXPECT_EQ(module, manager->claimModules().front());
+    EXPECT_EQ(manager->getClaimModule(module, "/dev/sdb"), 3U);
+    EXPECT_EQ(module, stronger);
+}
+
 TEST_F(ClaimManager, AsksEveryModuleInListOrderWithoutEarlyExit)
 {
     add("first", {{"x", 5}});
@@ -204,11 +229,11 @@ TEST_F(ClaimManager, ForwardsToTheWinnerAlone)
 
 TEST_F(ClaimManager, ClaimStringsOfLaterModulesComeFirst)
 {
-    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"/dev/mapper/", "/dev/emcpower"}));
+    EXPECT_EQ(manager->getDeviceClaimStrings(), lines({"/dev/mapper/", "/dev/emcpower", "/dev/sd"}));
     add("first", {});
     add("second", {});
     EXPECT_EQ(manager->getDeviceClaimStrings(),
-              lines({"second/1", "second/2", "first/1", "first/2", "/dev/mapper/", "/dev/emcpower"}));
+              lines({"second/1", "second/2", "first/1", "first/2", "/dev/mapper/", "/dev/emcpower", "/dev/sd"}));
     EXPECT_EQ(host.effects(), lines({"first: getDeviceClaimStrings", "second: getDeviceClaimStrings"}));
 }
 
@@ -217,7 +242,7 @@ TEST_F(ClaimManager, ClaimStringsThatOccurTwiceStayTwice)
     add("same", {});
     add("same", {});
     EXPECT_EQ(manager->getDeviceClaimStrings(),
-              lines({"same/1", "same/2", "same/1", "same/2", "/dev/mapper/", "/dev/emcpower"}));
+              lines({"same/1", "same/2", "same/1", "same/2", "/dev/mapper/", "/dev/emcpower", "/dev/sd"}));
 }
 
 TEST_F(ClaimManager, ANullModuleIsIgnored)

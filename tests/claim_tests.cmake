@@ -7,9 +7,11 @@ set(claim_test_sources
     claim_module_defaults_test.cpp
     device_mapper_test.cpp
     logical_volume_list_test.cpp
+    nativepath_test.cpp
     powerpath_test.cpp
     slot_order_test.cpp
-    trace_contract_test.cpp)
+    trace_contract_test.cpp
+    volume_manager_support_test.cpp)
 
 kivclaim_test(claim_test
     SOURCES ${claim_test_sources} recording_string_tool.cpp

@@ -101,6 +101,19 @@ Lines Host::effectsInside() const
     return without(written, isScopeRecord);
 }
 
+Lines Host::effectsWithoutLineNumbers() const
+{
+    Lines rest = written;
+    for (std::string& line : rest) {
+        const std::size_t bracket = line.rfind(" [");
+        const std::size_t comma = line.find(", ", bracket);
+        if (isScopeRecord(line) && comma != std::string::npos) {
+            line.erase(bracket + 2, comma - bracket);
+        }
+    }
+    return rest;
+}
+
 Lines Host::calls() const
 {
     return without(written, isRecord);

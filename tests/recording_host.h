@@ -75,6 +75,8 @@ public:
     Lines trace(int level) const;
     // All effects but the entry and exit records.
     Lines effectsInside() const;
+    // All effects, with "[FILE]" for "[LINE, FILE]" in the entry and exit records.
+    Lines effectsWithoutLineNumbers() const;
     // All effects but records.
     Lines calls() const;
     void forget() { written.clear(); }

@@ -3,11 +3,20 @@
 #include "framework/cfistringtool.h"
 #include "tests/recording_host.h"
 
-#include <strings.h>
-
 #include <algorithm>
+#include <cctype>
 
 using ztfi_pdk_4_4::CFiStringTool;
+
+namespace {
+
+std::string lowered(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char byte) { return std::tolower(byte); });
+    return text;
+}
+
+}  // namespace
 
 std::vector<std::string> CFiStringTool::tokenize(const std::string& text, const std::string& separators)
 {
@@ -37,10 +46,10 @@ std::string CFiStringTool::trim(const std::string& text, const std::string& char
 }
 
 std::size_t CFiStringTool::find(const std::vector<std::string>& lines, const std::string& text, unsigned long& index,
-                                bool /*ignoreCase*/)
+                                bool ignoreCase)
 {
     for (unsigned long line = index; line < lines.size(); ++line) {
-        const std::size_t position = lines[line].find(text);
+        const std::size_t position = ignoreCase ? lowered(lines[line]).find(lowered(text)) : lines[line].find(text);
         if (position != std::string::npos) {
             index = line;
             return position;

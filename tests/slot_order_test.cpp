@@ -5,6 +5,7 @@
 #include "framework/cfiexecpipe.h"
 #include "framework/cfitracelog.h"
 #include "modules/kiv_linux_device_mapper_claim.h"
+#include "modules/kiv_nativepath_claim.h"
 #include "modules/kiv_powerpath_claim.h"
 #include "tests/recording_host.h"
 
@@ -100,6 +101,36 @@ TEST(SlotOrder, OfTheDeviceMapperModuleIsThatOfAClaimModule)
     EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::removeDevPrefix), 11U);
 }
 
+TEST(SlotOrder, OfTheNativePathModuleWithTheSecondGetActivePathBehindTheBase)
+{
+    class Further : public CNativePathClaim {
+    public:
+        virtual void next() {}
+    };
+    EXPECT_EQ(slotOf(&CNativePathClaim::registerTraceLog), 2U);
+    EXPECT_EQ(slotOf(&CNativePathClaim::getDeviceClaimStrings), 3U);
+    EXPECT_EQ(slotOf(&CNativePathClaim::claim), 4U);
+    EXPECT_EQ(slotOf(&CNativePathClaim::isPartition), 5U);
+    EXPECT_EQ(slotOf(&CNativePathClaim::appendPartitionSuffix), 6U);
+    EXPECT_EQ(slotOf(&CNativePathClaim::removePartitionSuffix), 7U);
+    EXPECT_EQ(slotOf(&CNativePathClaim::clearLvmDeviceNameList), 8U);
+    EXPECT_EQ(slotOf(&CNativePathClaim::isRawDevice), 10U);
+    EXPECT_EQ(slotOf(&CNativePathClaim::removeDevPrefix), 11U);
+    using SecondGetActivePath = std::string (CNativePathClaim::*)(const std::string&, bool);
+    EXPECT_EQ(slotOf(static_cast<SecondGetActivePath>(&CNativePathClaim::getActivePath)), 12U);
+    EXPECT_EQ(slotOf(&Further::next), 13U) << "and nothing behind it";
+}
+
+TEST(SlotOrder, OfTheVolumeManagerSupport)
+{
+    class Further : public CZtKIVSupport {
+    public:
+        virtual void next() {}
+    };
+    EXPECT_EQ(slotOf(&CZtKIVSupport::registerTraceLog), 2U);
+    EXPECT_EQ(slotOf(&Further::next), 3U) << "its own operations are not virtual";
+}
+
 TEST(SlotOrder, OfTheClaimManager)
 {
     EXPECT_EQ(slotOf(&CKivClaimManager::registerClaimModule), 2U);
@@ -166,6 +197,43 @@ TEST(RawSlots, OfTheDeviceMapperModuleAnswer)
     callSlot<void>(module, 1);
 }
 
+TEST(RawSlots, OfTheNativePathModuleAnswer)
+{
+    Host host;
+    CKivDeviceClaimBase* const module = new CNativePathClaim;
+    const std::string path = "/dev/sda5";
+    const LogPointer& log = host.log();
+    unsigned int partition = 0;
+    callSlot<void, const LogPointer&>(module, 2, log);
+    EXPECT_EQ(host.logCount(), 2U);
+    EXPECT_EQ(callSlot<std::vector<std::string>>(module, 3), lines({"/dev/sd"}));
+    EXPECT_EQ((callSlot<std::uint32_t, const std::string&>(module, 4, path)), 2U);
+    EXPECT_EQ((callSlot<int, const std::string&>(module, 5, path)), 1);
+    EXPECT_EQ((callSlot<std::string, const std::string&, unsigned int>(module, 6, path, 3)), "/dev/sda53");
+    EXPECT_EQ((callSlot<std::string, const std::string&, unsigned int&>(module, 7, path, partition)), "/dev/sda");
+    EXPECT_EQ(partition, 5U);
+    callSlot<void>(module, 8);
+    EXPECT_EQ((callSlot<std::string, std::string, bool>(module, 9, path, true)), path);
+    EXPECT_TRUE((callSlot<bool, std::string>(module, 10, path)));
+    EXPECT_EQ((callSlot<std::string, std::string>(module, 11, path)), "sda5");
+    EXPECT_EQ(host.calls(), lines({})) << "no lookup behind slot 9";
+    EXPECT_EQ((callSlot<std::string, const std::string&, bool>(module, 12, path, true)), path);
+    EXPECT_EQ(host.calls(), lines({"access /usr/sbin/ztkivadm: no"}));
+    callSlot<void>(module, 1);
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(RawSlots, OfTheVolumeManagerSupportAnswer)
+{
+    Host host;
+    auto* const support = new CZtKIVSupport;
+    const LogPointer& log = host.log();
+    callSlot<void, const LogPointer&>(support, 2, log);
+    EXPECT_EQ(host.logCount(), 2U);
+    callSlot<void>(support, 1);
+    EXPECT_EQ(host.logCount(), 1U) << "the deleting destructor lets go of the log";
+}
+
 TEST(RawSlots, OfTheClaimManagerAnswer)
 {
     Host host;
@@ -197,6 +265,8 @@ TEST(Layout, OfTheContractTypes)
     EXPECT_EQ(words<CKivDeviceClaimBase>, words<CFiTraceable>) << "no members of its own";
     EXPECT_EQ(words<CKivPowerPathClaim>, words<CFiTraceable>);
     EXPECT_EQ(sizeof(CKivDeviceMapperClaim), sizeof(CFiTraceable) + 48U) << "one ordered set";
+    EXPECT_EQ(words<CNativePathClaim>, words<CFiTraceable>);
+    EXPECT_EQ(words<CZtKIVSupport>, words<CFiTraceable>);
     EXPECT_EQ(words<CKivClaimManager>, 1U + 3U + words<CFiTraceable>) << "table, list, virtual base";
     EXPECT_EQ(words<CFiTraceLogFunction>, 5U) << "table, log, function, line, file";
     EXPECT_EQ(sizeof(CFiRefCount), 8U + 8U + sizeof(ACE_Thread_Mutex)) << "table, count, lock";
@@ -220,6 +290,8 @@ TEST(Layout, AlignmentIsThatOfAPointer)
     EXPECT_EQ(alignof(CFiExecPipePosix), alignof(void*));
     EXPECT_EQ(alignof(CKivClaimManager), alignof(void*));
     EXPECT_EQ(alignof(CKivDeviceClaimBase), alignof(void*));
+    EXPECT_EQ(alignof(CNativePathClaim), alignof(void*));
+    EXPECT_EQ(alignof(CZtKIVSupport), alignof(void*));
 }
 
 TEST(Layout, FieldsOfTheExecutionFailureStandInOrder)
@@ -248,6 +320,8 @@ TEST(Contract, OnlyTheManagerDerivesVirtuallyFromTheTraceableBase)
               static_cast<void*>(reinterpret_cast<char*>(&manager) + 32));
     CKivPowerPathClaim module;
     EXPECT_EQ(static_cast<void*>(static_cast<CFiTraceable*>(&module)), static_cast<void*>(&module));
+    CZtKIVSupport support;
+    EXPECT_EQ(static_cast<void*>(static_cast<CFiTraceable*>(&support)), static_cast<void*>(&support));
 }
 
 TEST(Contract, TheReleaseIdentificationNamesLibraryVersionAndRevision)

@@ -1,0 +1,412 @@
+// Native SCSI disks: /dev/sdc is a whole disk, /dev/sdc2 its second partition. The volume manager's multipathing layer
+// makes one node of all OS paths to a disk; its tools tell which node a disk belongs to and which path is in use.
+#include "modules/kiv_nativepath_claim.h"
+
+#include "claim/kiv_trace.h"
+#include "framework/cfiexecpipe.h"
+#include "framework/cfistringtool.h"
+#include "modules/kiv_path_text.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+using ztfi_pdk_4_4::CFiExecPipePosix;
+using ztfi_pdk_4_4::CFiStringTool;
+using ztfi_pdk_4_4::CFiTraceLogFunction;
+using ztfi_pdk_4_4::EFiExecPipe;
+using ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL;
+using ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_NATIVE;
+using ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_NONE;
+
+namespace {
+
+using namespace kivclaim;
+
+// Written out instead of __FILE__, so that records show the same name wherever and however the source is compiled.
+constexpr char sourceFile[] = "modules/kiv_nativepath_claim.cpp";
+
+constexpr std::string_view claimString = "/dev/sd";
+constexpr std::string_view digits = "0123456789";
+constexpr std::size_t shortestPartitionPath = 3;
+constexpr std::size_t pathCapacity = 1024;
+
+// The pieces of command lines. Their blanks are part of them: a runner takes a run of blanks for one.
+constexpr char toolDirectory[] = "/usr/sbin/";
+constexpr char multipathingTool[] = "ztkivadm  ";
+constexpr char diskTool[] = "ztdisk  ";
+constexpr char nodeQuery[] = " getkivnode ";
+constexpr char nodeQueryArgument[] = " nodename=";
+constexpr char pathQuery[] = " getsubpaths ";
+constexpr char pathQueryArgument[] = " kivnodename=";
+constexpr char rescan[] = " scandisks ";
+constexpr char rescanArgument[] = " device=";
+constexpr char removal[] = " rm ";
+constexpr char diskSeparator[] = ",";
+
+constexpr char blanksAroundPath[] = " \n\t\r";
+constexpr char columnSeparators[] = " \n\t";
+
+// A table: a header line with this title in it, a rule, the rows.
+constexpr char headerTitle[] = "NAME";
+constexpr std::size_t fewestLines = 2;
+constexpr std::size_t firstRow = 2;
+constexpr std::size_t nameColumn = 0;
+constexpr std::size_t stateColumn = 1;
+constexpr std::size_t typeColumn = 2;
+
+constexpr std::string_view activeState = "ENABLED(A)";
+constexpr std::string_view enabledState = "ENABLED";
+constexpr std::string_view primaryType = "PRIMARY";
+
+constexpr int attempts = 4;
+constexpr unsigned int waitedPauseSeconds = 5;
+constexpr unsigned int refreshedPauseSeconds = 10;
+
+constexpr unsigned long commandTimeoutSeconds = 600;
+
+std::string joined(const std::vector<std::string>& texts, const char* separator)
+{
+    std::string all;
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        all += i == 0 ? "" : separator;
+        all += texts[i];
+    }
+    return all;
+}
+
+// Deliberate: nothing is put between the lines of an output. Pinned by
+// VolumeManagerSupport.OutputLinesRunTogetherInTheMessages.
+std::string joined(const std::vector<std::string>& lines)
+{
+    return joined(lines, "");
+}
+
+// One column of a table's row; empty when the row is shorter.
+std::string column(const std::vector<std::string>& columns, std::size_t index)
+{
+    return index < columns.size() ? columns[index] : std::string();
+}
+
+void keepFirst(std::string& kept, const std::string& name)
+{
+    if (kept.empty()) {
+        kept = name;
+    }
+}
+
+std::string firstNode(const std::vector<std::string>& table)
+{
+    std::string node;
+    for (std::size_t row = firstRow; row < table.size() && node.empty(); ++row) {
+        node = column(CFiStringTool::tokenize(table[row], columnSeparators), nameColumn);
+    }
+    return node;
+}
+
+// Deliberate: the type counts only for a path that is not enabled, so a primary one is the last resort and never
+// preferred to another enabled one. Pinned by VolumeManagerSupport.AnEnabledPathBeatsAPrimaryOne.
+std::string preferredPath(const std::vector<std::string>& table)
+{
+    std::string enabled;
+    std::string primary;
+    for (std::size_t row = firstRow; row < table.size(); ++row) {
+        const std::vector<std::string> columns = CFiStringTool::tokenize(table[row], columnSeparators);
+        std::string name = column(columns, nameColumn);
+        const std::string state = column(columns, stateColumn);
+        if (name.empty()) {
+            continue;
+        }
+        if (contains(state, activeState)) {
+            return name;
+        }
+        if (contains(state, enabledState)) {
+            keepFirst(enabled, name);
+        } else if (contains(column(columns, typeColumn), primaryType)) {
+            keepFirst(primary, name);
+        }
+    }
+    return enabled.empty() ? primary : enabled;
+}
+
+}  // namespace
+
+CZtKIVSupport::~CZtKIVSupport() = default;
+
+bool CZtKIVSupport::isCommandAvailable(ACE_String_Base<char> path, ACE_String_Base<char> name)
+{
+    const CFiTraceLogFunction scope(traceLog, "isCommandAvailable", __LINE__, sourceFile);
+    path += name;
+    const std::string command = CFiStringTool::trim(CFiStringTool::tstr2str(path), blanksAroundPath);
+    return access(command.c_str(), X_OK) == 0;
+}
+
+bool CZtKIVSupport::isZtKIVInstalled()
+{
+    const CFiTraceLogFunction scope(traceLog, "isZtKIVInstalled", __LINE__, sourceFile);
+    return isCommandAvailable(CFiStringTool::str2tstr(toolDirectory), CFiStringTool::str2tstr(multipathingTool));
+}
+
+int CZtKIVSupport::executeCommand(const char* command, std::vector<std::string>& output)
+{
+    const CFiTraceLogFunction scope(traceLog, "executeCommand", __LINE__, sourceFile);
+    output.clear();
+    KIV_TRACE(INFORMATION, "ExecuteCommand command: %s", command);
+    int result = 0;
+    try {
+        CFiExecPipePosix runner(1);
+        runner.registerTraceLog(traceLog);
+        result = runner.Exec(command, output, "", commandTimeoutSeconds, "", "", "");
+    } catch (EFiExecPipe) {  // NOLINT(misc-throw-by-value-catch-by-reference): thrown and caught by value
+        // Deliberate: what the exception says is not traced. Pinned by
+        // VolumeManagerSupport.ARunnersExceptionAnswersOneAndKeepsTheLinesPrintedBefore.
+        KIV_TRACE(ERROR, "ExecuteCommand - exception thrown in command execution.");
+        return 1;
+    }
+    if (result != 0) {
+        KIV_TRACE(WARNING, "Warning - failed with message='%s' and error no '%d'.", joined(output).c_str(), result);
+    } else if (!output.empty()) {
+        KIV_TRACE(DETAIL, "ExecuteCommand passed with output '%s'", joined(output).c_str());
+    }
+    return result;
+}
+
+// Deliberate: an answer without a header, without rows or with blank rows only is a success with an empty node, which
+// nobody retries. Pinned by VolumeManagerSupport.AnEmptyAnswerCountsAsSuccess.
+int CZtKIVSupport::getZtVMDiskForOSDiskHandler(std::string osDisk, std::string& node)
+{
+    const CFiTraceLogFunction scope(traceLog, "getZtVMDiskForOSDiskHandler", __LINE__, sourceFile);
+    node.clear();
+    const std::string command = std::string(toolDirectory) + multipathingTool + nodeQuery + nodeQueryArgument + osDisk;
+    std::vector<std::string> lines;
+    const Answer answer = query(command, lines);
+    if (answer == Answer::commandFailed) {
+        KIV_TRACE(WARNING, "CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [%s] failed with error [%s]",
+                  command.c_str(), joined(lines).c_str());
+    }
+    if (answer != Answer::table) {
+        return answer == Answer::noTable ? 0 : 1;
+    }
+    node = firstNode(lines);
+    return 0;
+}
+
+// Deliberate: asks first, and rescans this disk alone after a failure; the refreshed form does neither. Pinned by
+// VolumeManagerSupport.TheWaitedFormGivesUpAfterFourQueriesPausesAndRescans.
+int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Waited(std::string osDisk, std::string& node)
+{
+    const CFiTraceLogFunction scope(traceLog, "getZtVMDiskForOSDiskHandler_Waited", __LINE__, sourceFile);
+    int result = 0;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        node.clear();
+        result = getZtVMDiskForOSDiskHandler(osDisk, node);
+        if (result == 0) {
+            return 0;
+        }
+        KIV_TRACE(DETAIL, "Obtaining kiv nodes failed. need to retry.");
+        sleep(waitedPauseSeconds);
+        ztvmScanDisks({osDisk});
+    }
+    KIV_TRACE(WARNING, "Warning - obtaining kiv nodes failed even after multiple retries.");
+    return result;
+}
+
+// Deliberate: a first answer without a node leads to a removal without a name. Pinned by
+// VolumeManagerSupport.TheRefreshedFormRemovesEvenAnEmptyNode.
+int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Refreshed(std::string osDisk, std::string& node)
+{
+    const CFiTraceLogFunction scope(traceLog, "getZtVMDiskForOSDiskHandler_Refreshed", __LINE__, sourceFile);
+    KIV_TRACE(DETAIL, "We will remove kiv node from ztvm and rescan to regenerate kiv node for disk [%s].",
+              osDisk.c_str());
+    node.clear();
+    int result = getZtVMDiskForOSDiskHandler(osDisk, node);
+    if (result == 0) {
+        KIV_TRACE(DETAIL, "Obtained kiv nodes is [%s].", node.c_str());
+        removeDisksFromZtVM(node);
+    }
+    node.clear();
+    result = 1;
+    for (int attempt = 0; attempt < attempts && result != 0; ++attempt) {
+        ztvmScanDisks({});
+        result = getZtVMDiskForOSDiskHandler(osDisk, node);
+        if (result != 0) {
+            KIV_TRACE(DETAIL, "Obtaining kiv nodes failed. need to retry.");
+            sleep(refreshedPauseSeconds);
+        }
+    }
+    if (result != 0) {
+        KIV_TRACE(WARNING, "Warning - obtaining kiv nodes failed even after multiple retries.");
+    }
+    if (!node.empty()) {
+        KIV_TRACE(DETAIL, "After refresh, obtained kiv nodes is [%s].", node.c_str());
+    }
+    return result;
+}
+
+int CZtKIVSupport::getOSDiskHandleForZtVMDisk(std::string node, std::string& osDisk)
+{
+    const CFiTraceLogFunction scope(traceLog, "getOSDiskHandleForZtVMDisk", __LINE__, sourceFile);
+    osDisk.clear();
+    const std::string command = std::string(toolDirectory) + multipathingTool + pathQuery + pathQueryArgument + node;
+    std::vector<std::string> lines;
+    const Answer answer = query(command, lines);
+    if (answer == Answer::commandFailed) {
+        KIV_TRACE(WARNING, "CZtKIVSupport::getOSDiskHandleForZtVMDisk : Command [%s] failed with error [%s]",
+                  command.c_str(), joined(lines).c_str());
+    }
+    if (answer != Answer::table) {
+        return answer == Answer::noTable ? 0 : 1;
+    }
+    osDisk = preferredPath(lines);
+    if (osDisk.empty()) {
+        KIV_TRACE(WARNING, "Unable to get enabled disk path for kiv node '%s'", node.c_str());
+        return 1;
+    }
+    return 0;
+}
+
+int CZtKIVSupport::ztvmScanDisks(const std::vector<std::string>& disks)
+{
+    const CFiTraceLogFunction scope(traceLog, "ztvmScanDisks", __LINE__, sourceFile);
+    const std::string list = joined(disks, diskSeparator);
+    std::string command = std::string(toolDirectory) + diskTool + rescan;
+    if (!list.empty()) {
+        command += rescanArgument + list;
+    }
+    std::vector<std::string> lines;
+    if (executeCommand(command.c_str(), lines) != 0) {
+        KIV_TRACE(WARNING, "CZtKIVSupport::ztvmScanDisks : Command [%s] failed with error [%s]", command.c_str(),
+                  joined(lines).c_str());
+        return 1;
+    }
+    return 0;
+}
+
+// Deliberate: callers see no failure. Pinned by VolumeManagerSupport.NobodySeesThatARemovalFailed.
+int CZtKIVSupport::removeDisksFromZtVM(std::string disk)
+{
+    const CFiTraceLogFunction scope(traceLog, "removeDisksFromZtVM", __LINE__, sourceFile);
+    const std::string command = std::string(toolDirectory) + diskTool + removal + disk;
+    std::vector<std::string> lines;
+    if (executeCommand(command.c_str(), lines) != 0) {
+        KIV_TRACE(WARNING, "Warning - removing disk from ztvm db is failed.");
+    }
+    return 0;
+}
+
+// Runs a query and looks for the header of its table. The caller traces a failed command, in its own words.
+CZtKIVSupport::Answer CZtKIVSupport::query(const std::string& command, std::vector<std::string>& lines)
+{
+    if (executeCommand(command.c_str(), lines) != 0) {
+        return Answer::commandFailed;
+    }
+    if (lines.size() < fewestLines) {
+        KIV_TRACE(WARNING, "Warning - no output of command.");
+        return Answer::unusable;
+    }
+    unsigned long headerLine = 0;
+    if (CFiStringTool::find(lines, headerTitle, headerLine, false) == std::string::npos) {
+        return Answer::noTable;
+    }
+    if (headerLine != 0) {
+        KIV_TRACE(WARNING, "Warning - no valid output of command.");
+        return Answer::unusable;
+    }
+    return Answer::table;
+}
+
+CNativePathClaim::~CNativePathClaim() = default;
+
+std::vector<std::string> CNativePathClaim::getDeviceClaimStrings()
+{
+    std::vector<std::string> strings;
+    const CFiTraceLogFunction scope(traceLog, "getDeviceClaimStrings", __LINE__, sourceFile);
+    strings.emplace_back(claimString);
+    return strings;
+}
+
+// Deliberate: a path that is nothing but the claim string names no disk and is not claimed. Pinned by
+// NativePath.APathThatIsNoLongerThanTheClaimStringIsNotClaimed.
+ZTFI_DEVICE_CLAIM_LEVEL CNativePathClaim::claim(const std::string& path)
+{
+    const CFiTraceLogFunction scope(traceLog, "claim", __LINE__, sourceFile);
+    for (const std::string& text : getDeviceClaimStrings()) {
+        if (text.size() < path.size() && contains(path, text)) {
+            return ZTFI_DEVICE_CLAIM_LEVEL_NATIVE;
+        }
+    }
+    return ZTFI_DEVICE_CLAIM_LEVEL_NONE;
+}
+
+// Deliberate: the prefix is not looked at, so a foreign path that ends in a digit is a partition too. Pinned by
+// NativePath.APartitionIsAnyPathOfThreeCharactersOrMoreThatEndsInADigit.
+int CNativePathClaim::isPartition(const std::string& path)
+{
+    const CFiTraceLogFunction scope(traceLog, "isPartition", __LINE__, sourceFile);
+    if (path.size() < shortestPartitionPath || !isDigit(path.back())) {
+        return 0;
+    }
+    KIV_TRACE(INFORMATION, "[%s] is a partition", path.c_str());
+    return 1;
+}
+
+// Deliberate: a path that does not fit is cut, its number first. Pinned by
+// NativePath.APartitionPathIsCutToOneThousandAndTwentyThreeCharacters.
+std::string CNativePathClaim::appendPartitionSuffix(const std::string& device, unsigned int partition)
+{
+    std::string result;
+    const CFiTraceLogFunction scope(traceLog, "appendPartitionSuffix", __LINE__, sourceFile);
+    char path[pathCapacity];
+    std::snprintf(path, sizeof path, "%s%d", device.c_str(), static_cast<int>(partition));
+    result = path;
+    return result;
+}
+
+std::string CNativePathClaim::removePartitionSuffix(const std::string& device, unsigned int& partition)
+{
+    std::string result = device;
+    const CFiTraceLogFunction scope(traceLog, "removePartitionSuffix", __LINE__, sourceFile);
+    if (contains(device, claimString)) {
+        // Never npos: the claim string itself ends in a letter.
+        const std::size_t keptLength = device.find_last_not_of(digits) + 1;
+        if (keptLength < device.size()) {
+            partition = static_cast<unsigned int>(std::strtol(device.c_str() + keptLength, nullptr, 10));
+            result.resize(keptLength);
+        }
+    }
+    KIV_TRACE(DETAIL, "devicename aftering removing partition suffix [%s].", result.c_str());
+    return result;
+}
+
+// Deliberate: beside slot 9, not in its place, so the manager and every other holder of the base interface get the
+// path back as it is. Pinned by NativePath.TheBaseInterfaceReachesNoLookup.
+std::string CNativePathClaim::getActivePath(const std::string& device, bool waited)
+{
+    std::string path = device;
+    const CFiTraceLogFunction scope(traceLog, "getActivePath", __LINE__, sourceFile);
+    const std::string name = removeDevPrefix(device);
+    CZtKIVSupport support;
+    support.registerTraceLog(traceLog);
+    if (!support.isZtKIVInstalled()) {
+        return path;
+    }
+    std::string node;
+    const int result = waited ? support.getZtVMDiskForOSDiskHandler_Waited(name, node)
+                              : support.getZtVMDiskForOSDiskHandler_Refreshed(name, node);
+    if (result != 0) {
+        return path;
+    }
+    // Deliberate: an empty node is looked up like any other. Pinned by
+    // NativePath.AnEmptyNodeIsLookedUpAllTheSame.
+    std::string osDisk;
+    if (support.getOSDiskHandleForZtVMDisk(node, osDisk) != 0 || osDisk.empty()) {
+        return path;
+    }
+    // Deliberate: asked, and the answer left unused. Pinned by NativePath.AsksWhetherTheDeviceIsRawAndIgnoresTheAnswer.
+    static_cast<void>(isRawDevice(device));
+    path = "/dev/" + osDisk;
+    KIV_TRACE(DETAIL, "Got active path [%s].", path.c_str());
+    return path;
+}

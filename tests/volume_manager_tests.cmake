@@ -1,0 +1,13 @@
+# The volume manager for tests: its two tools, and what they print.
+add_library(volume_manager OBJECT volume_manager/volume_manager.cpp)
+target_include_directories(volume_manager PUBLIC ${PROJECT_SOURCE_DIR})
+foreach(tool IN ITEMS ztkivadm ztdisk)
+    add_executable(${tool} volume_manager/${tool}.cpp)
+    target_link_libraries(${tool} PRIVATE volume_manager)
+    set_target_properties(${tool} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/volume_manager)
+endforeach()
+
+kivclaim_test(volume_manager_tools_test
+    SOURCES volume_manager/volume_manager_tools_test.cpp
+    DEFINITIONS KIVCLAIM_ZTKIVADM="$<TARGET_FILE:ztkivadm>" KIVCLAIM_ZTDISK="$<TARGET_FILE:ztdisk>")
+add_dependencies(volume_manager_tools_test ztkivadm ztdisk)
