@@ -52,6 +52,12 @@ TEST(CommandClaim, PrintsLevelStackAndPath)
     EXPECT_EQ(ended.status, 0);
 }
 
+TEST(CommandClaim, NamesEveryStack)
+{
+    EXPECT_EQ(kivclaim({"claim", "/dev/sda1", "/dev/emcpowera", "/dev/mapper/mpatha"}).output,
+              "2 native /dev/sda1\n16 powerpath /dev/emcpowera\n16 device-mapper /dev/mapper/mpatha\n");
+}
+
 TEST(CommandClaim, EndsWithOneWhenSomePathIsUnclaimed)
 {
     const Ended ended = kivclaim({"claim", "/dev/emcpowera", "/dev/null", "/dev/emcpowerb"});

@@ -1,6 +1,7 @@
 #include "tools/stack_name.h"
 
 #include "modules/kiv_linux_device_mapper_claim.h"
+#include "modules/kiv_nativepath_claim.h"
 #include "modules/kiv_powerpath_claim.h"
 
 #include <cxxabi.h>
@@ -31,6 +32,9 @@ std::string stackName(const CKivDeviceClaimBase* module)
     }
     if (type == typeid(CKivDeviceMapperClaim)) {
         return "device-mapper";
+    }
+    if (type == typeid(CNativePathClaim)) {
+        return "native";
     }
     return className(*module);
 }
