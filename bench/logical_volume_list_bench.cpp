@@ -24,8 +24,8 @@ std::string listingOf(int volumes)
     std::string text;
     for (int i = 0; i < volumes; ++i) {
         const std::string name = "lvol" + std::to_string(i);
-        text += "  --- Logical volume ---\n  LV Path                /dev/vg00/" + name +
-                "\n  LV Name                " + name +
+        text += "  --- Logical volume ---\n  LV Path                /dev/vg00/" + name + "\n  LV Name                " +
+                name +
                 "\n  VG Name                vg00\n"
                 "  LV UUID                dJ2WqX-4cMA-q1UD-9oDh-T3Yo-LQZr-5bd3Fe\n"
                 "  LV Write Access        read/write\n"

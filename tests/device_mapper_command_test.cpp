@@ -29,8 +29,9 @@ protected:
     }
     void lvdisplayWithOneVolume()
     {
-        lvdisplay("  --- Logical volume ---\n  LV Path                /dev/vg00/lvol1\n"
-                  "  LV Name                lvol1\n  VG Name                vg00\n   \n");
+        lvdisplay(
+            "  --- Logical volume ---\n  LV Path                /dev/vg00/lvol1\n"
+            "  LV Name                lvol1\n  VG Name                vg00\n   \n");
     }
     long runs() const
     {
@@ -108,11 +109,12 @@ TEST_F(DeviceMapperCommand, ExplainsAClaim)
 {
     lvdisplayWithOneVolume();
     const Ended ended = kivclaim({"explain", "/dev/mapper/mpatha"});
-    EXPECT_THAT(ended.output,
-                AllOf(HasSubstr("CKivPowerPathClaim (powerpath) answers 0, not claimed\n"),
-                      HasSubstr("CKivDeviceMapperClaim (device-mapper) answers 16\n"),
-                      HasSubstr("Claimed by device-mapper, level 16: the only module that claims it.\n"),
-                      HasSubstr("isLinuxLogicalVolume: The device path:[/dev/mapper/mpatha] is not logical volume.\n")));
+    EXPECT_THAT(
+        ended.output,
+        AllOf(HasSubstr("CKivPowerPathClaim (powerpath) answers 0, not claimed\n"),
+              HasSubstr("CKivDeviceMapperClaim (device-mapper) answers 16\n"),
+              HasSubstr("Claimed by device-mapper, level 16: the only module that claims it.\n"),
+              HasSubstr("isLinuxLogicalVolume: The device path:[/dev/mapper/mpatha] is not logical volume.\n")));
     EXPECT_EQ(runs(), 1) << "request and explanation see the same machine";
 }
 
@@ -171,9 +173,10 @@ TEST_F(DeviceMapperCommand, ListsTwoThousandDevicesWithOneRunOfTheTool)
     }
     const tests::TemporaryFolder folder;
     folder.addFile("devices", devices);
-    const Ended ended = Process("umockdev-run", {"-d", folder.path() + "/devices", "--", KIVCLAIM_COMMAND, "list", "-n"})
-                            .sees(tools.path(), "/usr/sbin")
-                            .run();
+    const Ended ended =
+        Process("umockdev-run", {"-d", folder.path() + "/devices", "--", KIVCLAIM_COMMAND, "list", "-n"})
+            .sees(tools.path(), "/usr/sbin")
+            .run();
     EXPECT_EQ(std::count(ended.output.begin(), ended.output.end(), '\n'), 2000) << ended.errors;
     EXPECT_THAT(ended.output, HasSubstr("/dev/mapper/mpath1999-x device-mapper    16"));
     EXPECT_EQ(runs(), 1);

@@ -19,6 +19,13 @@ struct ListOptions {
     std::string columns;  // names separated by commas; empty: all
 };
 
+struct ActivePathOptions {
+    std::string path;
+    bool waited = false;
+    bool yes = false;
+    bool verbose = false;
+};
+
 ExitStatus list(const SessionOptions& options, const ListOptions& form);
 ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths);
@@ -26,6 +33,7 @@ ExitStatus partition(const SessionOptions& options, const std::string& path, con
 ExitStatus whole(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus prefixes(const SessionOptions& options);
 ExitStatus explain(const SessionOptions& options, const std::string& path);
+ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request);
 
 }  // namespace kivclaim::tools
 

@@ -58,6 +58,7 @@ public:
         addList();
         addQuestions();
         addExplain();
+        addActivePath();
         chosen = [this] { return list(session, listOptions); };
     }
 
@@ -134,6 +135,21 @@ private:
         sub.add_option("PATH", path, "Device path")->required()->type_name("");
     }
 
+    void addActivePath()
+    {
+        CLI::App& sub =
+            command("active-path", "PATH",
+                    "Print the path by which the volume manager uses the native disk PATH now. Makes the "
+                    "volume manager forget the disk's node and rescan all disks; may take 40 seconds",
+                    "kivclaim active-path /dev/sdc", [this] { return activePath(session, activePathOptions); });
+        sub.add_option("PATH", activePathOptions.path, "Path of the disk, such as /dev/sdc")->required()->type_name("");
+        sub.add_flag("-w,--waited", activePathOptions.waited,
+                     "Forget nothing: wait for the node, rescanning this disk only; may take 20 seconds");
+        sub.add_flag("-y,--yes", activePathOptions.yes, "Do not ask on a terminal before the node is forgotten");
+        sub.add_flag("-v,--verbose", activePathOptions.verbose,
+                     "Print a line for each attempt when standard error is no terminal");
+    }
+
     // What is right, for whoever got it wrong.
     std::string usage() const
     {
@@ -152,6 +168,7 @@ private:
     std::map<std::string, std::string> usages;
     SessionOptions session;
     ListOptions listOptions;
+    ActivePathOptions activePathOptions;
     std::vector<std::string> paths;
     std::string path;
     std::string number;

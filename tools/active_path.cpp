@@ -1,0 +1,144 @@
+// The path by which the volume manager uses a native disk now.
+#include "host/printable_text.h"
+#include "modules/kiv_nativepath_claim.h"
+#include "tools/commands.h"
+#include "tools/interruption.h"
+#include "tools/lookup_progress.h"
+#include "tools/output.h"
+#include "tools/path_input.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+using kivclaim::host::printableText;
+
+namespace kivclaim::tools {
+
+namespace {
+
+using Clock = LookupProgress::Clock;
+
+// One line on a terminal that is drawn again and again while it lives, and gone afterwards.
+class LiveLine {
+public:
+    explicit LiveLine(const LookupProgress& shown) : progress(shown), painter([this] { paint(); }) {}
+    LiveLine(const LiveLine&) = delete;
+    LiveLine& operator=(const LiveLine&) = delete;
+    ~LiveLine()
+    {
+        {
+            const std::lock_guard<std::mutex> guard(lock);
+            over = true;
+        }
+        ended.notify_all();
+        painter.join();
+        std::fputs(clearedLine, stderr);
+    }
+
+private:
+    static constexpr const char* clearedLine = "\r\x1b[K";
+    static constexpr std::chrono::milliseconds betweenPaints{200};
+
+    void paint()
+    {
+        std::unique_lock<std::mutex> guard(lock);
+        while (!over) {
+            std::fprintf(stderr, "%s%s", clearedLine, progress.description(Clock::now()).c_str());
+            ended.wait_for(guard, betweenPaints);
+        }
+    }
+
+    const LookupProgress& progress;
+    std::mutex lock;
+    std::condition_variable ended;
+    bool over = false;
+    std::thread painter;  // the last member: it uses all others
+};
+
+// The volume manager's tools take the name as a word of a command line, and the lookup changes the volume manager's
+// state: only a name that can be a disk's gets there.
+void requireNativeDisk(const std::string& path)
+{
+    constexpr std::string_view directory = "/dev/sd";
+    const auto isLetterOrDigit = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); };
+    const bool isDisk =
+        path.size() > directory.size() && path.compare(0, directory.size(), directory) == 0 &&
+        std::all_of(path.begin() + static_cast<std::ptrdiff_t>(directory.size()), path.end(), isLetterOrDigit);
+    if (!isDisk) {
+        throw CommandError("'" + path + "' is no native disk path; give one such as /dev/sdc");
+    }
+}
+
+bool isConfirmed(const std::string& path)
+{
+    std::fprintf(stderr,
+                 "The volume manager will forget the node of %s and rescan all disks.\n"
+                 "Go on? [y/N] ",
+                 path.c_str());
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+const char* reasonOf(LookupProgress::Step step)
+{
+    switch (step) {
+        case LookupProgress::Step::toolSearch:
+            return "the multipathing tool /usr/sbin/ztkivadm is not installed";
+        case LookupProgress::Step::nodeLookup:
+            return "the node lookup gave no answer";
+        case LookupProgress::Step::pathLookup:
+        case LookupProgress::Step::answered:
+            break;
+    }
+    return "the path lookup gave no answer";
+}
+
+// Looks up with a log that follows the progress, shown as the user asked for.
+std::string lookUp(const SessionOptions& options, const ActivePathOptions& request, LookupProgress& progress)
+{
+    Interruption interruption([&] { return progress.isPausing(); });
+    std::vector<kivclaim::host::TraceDestination> destinations = options.destinations();
+    destinations.push_back(kivclaim::host::traceToFunction(
+        ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL, [&](int /*level*/, const std::string& record) {
+            const bool isNewAttempt = progress.take(record, Clock::now());
+            if (isNewAttempt && request.verbose && isatty(STDERR_FILENO) == 0) {
+                complain(progress.description(Clock::now()));
+            }
+            interruption.holdWhenInterrupted();
+        }));
+    CNativePathClaim module;
+    module.registerTraceLog(kivclaim::host::makeTraceLog(destinations));
+    std::optional<LiveLine> line;
+    if (isatty(STDERR_FILENO) != 0 && !options.traceLevel) {
+        line.emplace(progress);
+    }
+    return module.getActivePath(request.path, request.waited);
+}
+
+}  // namespace
+
+ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request)
+{
+    requireNativeDisk(request.path);
+    const bool mayAsk = isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
+    if (!request.waited && !request.yes && mayAsk && !isConfirmed(request.path)) {
+        throw CommandError("not confirmed, nothing was done; --waited looks up without forgetting the node");
+    }
+    LookupProgress progress;
+    const std::string path = lookUp(options, request, progress);
+    printLine(printableText(path));
+    if (progress.step() != LookupProgress::Step::answered) {
+        complain(request.path + " as it was given: " + reasonOf(progress.step()));
+        return answeredNo;
+    }
+    return answeredYes;
+}
+
+}  // namespace kivclaim::tools

@@ -1,0 +1,45 @@
+// Ends the command at once when it is interrupted, and the programs that it runs with it.
+#ifndef KIVCLAIM_TOOLS_INTERRUPTION_H
+#define KIVCLAIM_TOOLS_INTERRUPTION_H
+
+#include <signal.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+namespace kivclaim::tools {
+
+// While it lives, SIGINT, SIGTERM and SIGHUP end the process as they always do, but only when no child is left. The
+// runner's children are in process groups of their own, so a terminal's Ctrl-C does not reach them.
+//
+// Threads: made before any thread that it shall protect; the watching thread is its own.
+// Ownership: puts the signal mask back when it ends.
+// Failure: a child that does not even end on SIGKILL is left after two seconds.
+class Interruption {
+public:
+    // `isIdle` tells, on the watching thread, that the working thread neither runs nor will start a program.
+    explicit Interruption(std::function<bool()> isIdle);
+    ~Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    // Called by the working thread before each step; does not return once the process is being ended.
+    void holdWhenInterrupted();
+
+private:
+    void watch();
+    [[noreturn]] void end(int signal);
+
+    std::function<bool()> isIdle;
+    sigset_t signals{};
+    sigset_t maskBefore{};
+    std::atomic<bool> interrupted{false};
+    std::atomic<bool> holding{false};
+    std::atomic<bool> over{false};
+    std::thread watcher;
+};
+
+}  // namespace kivclaim::tools
+
+#endif
