@@ -20,8 +20,6 @@
 #include <string>
 #include <vector>
 
-extern char** environ;
-
 namespace {
 
 constexpr char smallCommand[] = "/bin/true";

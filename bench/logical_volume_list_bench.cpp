@@ -18,22 +18,24 @@ std::string volumePath(int number)
     return "/dev/mapper/vg00-lvol" + std::to_string(number);
 }
 
+constexpr char restOfRecord[] =
+    "\n  VG Name                vg00\n"
+    "  LV UUID                dJ2WqX-4cMA-q1UD-9oDh-T3Yo-LQZr-5bd3Fe\n"
+    "  LV Write Access        read/write\n"
+    "  LV Creation host, time storage01, 2026-11-20 10:00:00 +0000\n"
+    "  LV Status              available\n  # open                 1\n"
+    "  LV Size                10.00 GiB\n  Current LE             2560\n  Segments               1\n"
+    "  Allocation             inherit\n  Read ahead sectors     auto\n"
+    "  - currently set to     256\n  Block device           253:0\n   \n";
+
 // What lvdisplay prints for so many volumes.
 std::string listingOf(int volumes)
 {
     std::string text;
     for (int i = 0; i < volumes; ++i) {
         const std::string name = "lvol" + std::to_string(i);
-        text += "  --- Logical volume ---\n  LV Path                /dev/vg00/" + name + "\n  LV Name                " +
-                name +
-                "\n  VG Name                vg00\n"
-                "  LV UUID                dJ2WqX-4cMA-q1UD-9oDh-T3Yo-LQZr-5bd3Fe\n"
-                "  LV Write Access        read/write\n"
-                "  LV Creation host, time storage01, 2026-11-20 10:00:00 +0000\n"
-                "  LV Status              available\n  # open                 1\n"
-                "  LV Size                10.00 GiB\n  Current LE             2560\n  Segments               1\n"
-                "  Allocation             inherit\n  Read ahead sectors     auto\n"
-                "  - currently set to     256\n  Block device           253:0\n   \n";
+        text.append("  --- Logical volume ---\n  LV Path                /dev/vg00/").append(name);
+        text.append("\n  LV Name                ").append(name).append(restOfRecord);
     }
     return text;
 }

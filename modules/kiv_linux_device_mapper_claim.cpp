@@ -299,7 +299,7 @@ std::string CKivDeviceMapperClaim::wholeDeviceOfUnknownRelease(const std::string
         KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
         return path;
     }
-    const std::string parent = openableParent(path);
+    std::string parent = openableParent(path);
     if (parent.empty()) {
         KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
         partition = 0;
@@ -396,7 +396,8 @@ int CKivDeviceMapperClaim::addLogicalVolumes(const std::vector<std::string>& out
         const std::size_t label = CFiStringTool::find(output, groupLabel, index, false);
         const std::string group = CFiStringTool::trim(output.at(index).substr(label + labelLength), " \n\t\r");
         // Deliberate: no character is escaped or doubled. Pinned by LvList.DashesAreNotDoubled.
-        const std::string path = std::string(claimString) + group + "-" + volume;
+        std::string path(claimString);
+        path.append(group).append("-").append(volume);
         logicalVolumePaths.insert(path);
         KIV_TRACE(DETAIL, "%s: Output:[%s]", name, path.c_str());
         // A host whose search goes backwards must not keep us here for ever.

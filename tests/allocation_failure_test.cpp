@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <new>
 
-using recording::Host;
 using recording::LogPointer;
 
 namespace {

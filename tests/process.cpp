@@ -204,6 +204,15 @@ std::string Process::readLine()
     return line;
 }
 
+void Process::awaitError(const std::string& text)
+{
+    bool more = true;
+    while (pendingErrors.find(text) == std::string::npos && more) {
+        more = readSome(fromErrors, pendingErrors);
+    }
+    EXPECT_TRUE(more) << "standard error ended with [" << pendingErrors << "]";
+}
+
 void Process::closeOutput()
 {
     closeOnce(fromOutput);
@@ -258,6 +267,7 @@ Ended Process::finish()
 {
     Ended ended;
     ended.output = std::move(pendingOutput);
+    ended.errors = std::move(pendingErrors);
     drain(ended);
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);

@@ -21,6 +21,7 @@ class Process {
 public:
     Process(std::string program, std::vector<std::string> arguments);
     ~Process();
+    Process(Process&& notYetStarted) = default;
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
@@ -40,6 +41,8 @@ public:
     void write(const std::string& text);
     void writeIgnoringClosedPipe(const std::string& text);
     std::string readLine();
+    // Waits until `text` stands on standard error.
+    void awaitError(const std::string& text);
     void closeOutput();
     void signal(int number) const;
     // The most memory that the running process has had so far.
@@ -62,6 +65,7 @@ private:
     int fromOutput = -1;
     int fromErrors = -1;
     std::string pendingOutput;
+    std::string pendingErrors;
 };
 
 // A folder of its own, gone with the object.

@@ -33,7 +33,7 @@ using LogPointer = ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog>;
 // A literal list of lines.
 inline Lines lines(std::initializer_list<const char*> texts)
 {
-    return Lines(texts.begin(), texts.end());
+    return {texts.begin(), texts.end()};
 }
 
 // What one scripted command does.

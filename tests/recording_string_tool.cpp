@@ -69,5 +69,5 @@ ACE_String_Base<char> CFiStringTool::str2tstr(const std::string& text)
 
 std::string CFiStringTool::tstr2str(const ACE_String_Base<char>& text)
 {
-    return std::string(text.c_str(), text.length());
+    return {text.c_str(), text.length()};
 }

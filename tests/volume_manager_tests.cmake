@@ -11,3 +11,16 @@ kivclaim_test(volume_manager_tools_test
     SOURCES volume_manager/volume_manager_tools_test.cpp
     DEFINITIONS KIVCLAIM_ZTKIVADM="$<TARGET_FILE:ztkivadm>" KIVCLAIM_ZTDISK="$<TARGET_FILE:ztdisk>")
 add_dependencies(volume_manager_tools_test ztkivadm ztdisk)
+
+# A pause that takes no time and leaves a line behind, for programs that are run as processes.
+add_library(instant_sleep SHARED volume_manager/instant_sleep.cpp)
+
+kivclaim_test(active_path_command_test
+    SOURCES active_path_command_test.cpp
+    LIBRARIES process
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        KIVCLAIM_ZTKIVADM="$<TARGET_FILE:ztkivadm>"
+        KIVCLAIM_ZTDISK="$<TARGET_FILE:ztdisk>"
+        KIVCLAIM_INSTANT_SLEEP="$<TARGET_FILE:instant_sleep>")
+add_dependencies(active_path_command_test kivclaim_command ztkivadm ztdisk instant_sleep)

@@ -128,7 +128,8 @@ ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& re
 {
     requireNativeDisk(request.path);
     const bool mayAsk = isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
-    if (!request.waited && !request.yes && mayAsk && !isConfirmed(request.path)) {
+    const bool changesSomething = !request.waited && CZtKIVSupport().isZtKIVInstalled();
+    if (changesSomething && !request.yes && mayAsk && !isConfirmed(request.path)) {
         throw CommandError("not confirmed, nothing was done; --waited looks up without forgetting the node");
     }
     LookupProgress progress;
