@@ -80,18 +80,35 @@ std::string withoutLast(const std::string& path, std::size_t count)
     return path.substr(0, path.size() - std::min(count, path.size()));
 }
 
-// The first of the two paths that `path` may be a partition of, its name being cut by one or two characters, that can
-// be opened; empty when neither can.
-std::string openableParent(const std::string& path)
-{
-    const std::string candidates[] = {withoutLast(path, 1), withoutLast(path, 2)};
-    for (const std::string& candidate : candidates) {
-        if (canBeOpened(candidate)) {
-            return candidate;
+// The parent of a partition path: the first of the two paths that are left of its name without its last one or two
+// characters that can be opened. It stays open until `close`, because the records about it come before.
+class ProbedParent {
+public:
+    explicit ProbedParent(const std::string& path)
+    {
+        for (std::size_t cut = 1; cut <= 2 && descriptor < 0; ++cut) {
+            candidate = withoutLast(path, cut);
+            descriptor = open(candidate.c_str(), O_RDONLY);
         }
     }
-    return {};
-}
+    ProbedParent(const ProbedParent&) = delete;
+    ProbedParent& operator=(const ProbedParent&) = delete;
+    ~ProbedParent() { close(); }
+
+    bool exists() const { return descriptor >= 0; }
+    const std::string& path() const { return candidate; }
+    void close()
+    {
+        if (exists()) {
+            ::close(descriptor);
+        }
+        descriptor = -1;
+    }
+
+private:
+    std::string candidate;
+    int descriptor = -1;
+};
 
 bool endsInPartAndOneDigit(const std::string& path)
 {
@@ -213,14 +230,15 @@ int CKivDeviceMapperClaim::isPartition(const std::string& path)
             KIV_TRACE(DETAIL, "%s: %s is not a partition", name, path.c_str());
             return 0;
         }
-        const std::string parent = isDigit(path.back()) ? openableParent(path) : std::string();
-        if (parent.empty()) {
-            KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
-            return 0;
+        if (isDigit(path.back())) {
+            const ProbedParent parent(path);
+            if (parent.exists()) {
+                KIV_TRACE(DETAIL, "%s: [%s] is a partition and [%s] is the possible parent device", name, path.c_str(),
+                          parent.path().c_str());
+                return 1;
+            }
         }
-        KIV_TRACE(DETAIL, "%s: [%s] is a partition and [%s] is the possible parent device", name, path.c_str(),
-                  parent.c_str());
-        return 1;
+        KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
     } catch (const std::out_of_range&) {
         KIV_TRACE(ERROR, "%s: Out of Range exception thrown in string function", name);
     } catch (...) {
@@ -299,16 +317,17 @@ std::string CKivDeviceMapperClaim::wholeDeviceOfUnknownRelease(const std::string
         KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
         return path;
     }
-    std::string parent = openableParent(path);
-    if (parent.empty()) {
+    ProbedParent parent(path);
+    if (!parent.exists()) {
         KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
         partition = 0;
         return path;
     }
-    KIV_TRACE(DETAIL, "%s: [%s] is the parent device", name, parent.c_str());
+    KIV_TRACE(DETAIL, "%s: [%s] is the parent device", name, parent.path().c_str());
+    parent.close();
     partition = lastDigitOf(path);
     KIV_TRACE(DETAIL, "%s: Partition no is [%d]", name, static_cast<int>(partition));
-    return parent;
+    return parent.path();
 }
 
 void CKivDeviceMapperClaim::clearLvmDeviceNameList()

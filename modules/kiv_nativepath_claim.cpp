@@ -155,9 +155,9 @@ int CZtKIVSupport::executeCommand(const char* command, std::vector<std::string>&
     output.clear();
     KIV_TRACE(INFORMATION, "ExecuteCommand command: %s", command);
     int result = 0;
+    CFiExecPipePosix runner(1);
+    runner.registerTraceLog(traceLog);
     try {
-        CFiExecPipePosix runner(1);
-        runner.registerTraceLog(traceLog);
         result = runner.Exec(command, output, "", commandTimeoutSeconds, "", "", "");
     } catch (EFiExecPipe) {  // NOLINT(misc-throw-by-value-catch-by-reference): thrown and caught by value
         // Deliberate: what the exception says is not traced. Pinned by
@@ -399,12 +399,13 @@ std::string CNativePathClaim::getActivePath(const std::string& device, bool wait
         return path;
     }
     // Deliberate: an empty node is looked up like any other. Pinned by
-    // NativePath.AnEmptyNodeIsLookedUpAllTheSame.
+    // NativePathUnderTheVolumeManager.AnEmptyNodeIsLookedUpAllTheSame.
     std::string osDisk;
     if (support.getOSDiskHandleForZtVMDisk(node, osDisk) != 0 || osDisk.empty()) {
         return path;
     }
-    // Deliberate: asked, and the answer left unused. Pinned by NativePath.AsksWhetherTheDeviceIsRawAndIgnoresTheAnswer.
+    // Deliberate: asked, and the answer left unused. Pinned by
+    // NativePathUnderTheVolumeManager.AsksWhetherTheDeviceIsRawAndIgnoresTheAnswer.
     static_cast<void>(isRawDevice(device));
     path = "/dev/" + osDisk;
     KIV_TRACE(DETAIL, "Got active path [%s].", path.c_str());

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -60,13 +61,12 @@ protected:
             content << std::ifstream(file).rdbuf();
             return content.str();
         };
-        for (const auto& process : std::filesystem::directory_iterator("/proc")) {
-            const bool isOurs = contentOf(process.path() / "environ").find(work.path() + "/state") != std::string::npos;
-            if (isOurs && (name.empty() || contentOf(process.path() / "comm") == name + "\n")) {
-                return true;
-            }
-        }
-        return false;
+        const auto isIt = [&](const std::filesystem::directory_entry& process) {
+            return contentOf(process.path() / "environ").find(work.path() + "/state") != std::string::npos &&
+                   (name.empty() || contentOf(process.path() / "comm") == name + "\n");
+        };
+        const std::filesystem::directory_iterator processes("/proc");
+        return std::any_of(begin(processes), end(processes), isIt);
     }
 
     tests::TemporaryFolder tools;

@@ -279,7 +279,8 @@ TEST(CommandUsage, SaysInOneLineWhatWasWrongAndWhatIsRight)
     };
     EXPECT_EQ(complaint({"claim"}),
               "kivclaim: PATH is required; usage: kivclaim claim [OPTIONS] PATH..., see 'kivclaim claim --help'\n");
-    EXPECT_THAT(complaint({"frobnicate"}), AllOf(HasSubstr("frobnicate"), HasSubstr("the commands are claim, ")));
+    EXPECT_THAT(complaint({"frobnicate"}),
+                AllOf(HasSubstr("frobnicate"), HasSubstr("the commands are active-path, claim, ")));
     EXPECT_THAT(complaint({"claim", "--frobnicate", "x"}), HasSubstr("--frobnicate"));
     EXPECT_THAT(complaint({"partition", "/dev/emcpowera"}), HasSubstr("N is required"));
     EXPECT_THAT(complaint({"partition", "/dev/emcpowera", "1", "2"}), HasSubstr("usage: kivclaim partition"));
@@ -296,7 +297,8 @@ TEST(CommandHelp, EveryCommandHasOneWithAnExample)
 {
     const Ended main = kivclaim({"--help"});
     EXPECT_EQ(main.status, 0);
-    for (const char* const command : {"list", "claim", "is-partition", "partition", "whole", "prefixes", "explain"}) {
+    for (const char* const command :
+         {"list", "claim", "is-partition", "partition", "whole", "prefixes", "explain", "active-path"}) {
         EXPECT_THAT(main.output, HasSubstr(std::string("\n  ") + command + " "));
         const Ended help = kivclaim({command, "--help"});
         EXPECT_EQ(help.status, 0);

@@ -123,9 +123,10 @@ TEST_F(DeviceMapper, ForATwoDigitPartitionTheProbeDecides)
     host.device("/dev/mapper/mpatha-part1");
     EXPECT_EQ(module.isPartition("/dev/mapper/mpatha-part12"), 1);
     EXPECT_EQ(host.effectsInside(),
-              lines({"open /dev/mapper/mpatha-part1: yes", "close /dev/mapper/mpatha-part1",
+              lines({"open /dev/mapper/mpatha-part1: yes",
                      "6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpatha-part12] is a partition and "
-                     "[/dev/mapper/mpatha-part1] is the possible parent device"}));
+                     "[/dev/mapper/mpatha-part1] is the possible parent device",
+                     "close /dev/mapper/mpatha-part1"}));
 }
 
 TEST_F(DeviceMapper, TheProbeTriesTheLongerParentFirst)
@@ -133,9 +134,10 @@ TEST_F(DeviceMapper, TheProbeTriesTheLongerParentFirst)
     host.device("/dev/mapper/mpath");
     EXPECT_EQ(module.isPartition("/dev/mapper/mpathp1"), 1);
     EXPECT_EQ(host.effectsInside(),
-              lines({"open /dev/mapper/mpathp: no", "open /dev/mapper/mpath: yes", "close /dev/mapper/mpath",
+              lines({"open /dev/mapper/mpathp: no", "open /dev/mapper/mpath: yes",
                      "6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpathp1] is a partition and "
-                     "[/dev/mapper/mpath] is the possible parent device"}));
+                     "[/dev/mapper/mpath] is the possible parent device",
+                     "close /dev/mapper/mpath"}));
 }
 
 TEST_F(DeviceMapper, TheProbeAppliesToAnyPath)
@@ -311,6 +313,27 @@ TEST_F(DeviceMapper, TwoDigitPartitionsComeBackWithTheirLastDigit)
     EXPECT_EQ(partition, 2U);
 }
 
+TEST_F(DeviceMapper, APathWithTheDirectoryInTheMiddleIsTakenApartAsWell)
+{
+    unsigned int partition = untouched;
+    EXPECT_EQ(module.removePartitionSuffix("/host/dev/mapper/x-part3", partition), "/host/dev/mapper/x");
+    EXPECT_EQ(partition, 3U);
+}
+
+TEST_F(DeviceMapper, ARecordThatThrowsLeavesNoNodeOpen)
+{
+    host.kernelRelease("3.5.0");
+    host.device("/dev/mapper/mpatha");
+    unsigned int partition = untouched;
+    host.failsTracing("CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpathap4] is a partition");
+    EXPECT_EQ(module.isPartition("/dev/mapper/mpathap4"), 0);
+    EXPECT_EQ(host.calls().back(), "close /dev/mapper/mpatha");
+    host.failsTracing("CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpatha] is the parent");
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathap4", partition), "/dev/mapper/mpathap4");
+    EXPECT_EQ(host.calls().back(), "close /dev/mapper/mpatha");
+    EXPECT_EQ(partition, untouched);
+}
+
 TEST_F(DeviceMapper, APathOutsideTheDirectoryComesBackWithTheCallersNumber)
 {
     unsigned int partition = untouched;
@@ -341,16 +364,17 @@ TEST_F(DeviceMapper, AnUnknownReleaseTakesTheParentThatExists)
     unsigned int partition = untouched;
     EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathap4", partition), "/dev/mapper/mpatha");
     EXPECT_EQ(partition, 4U);
-    EXPECT_EQ(
-        host.effectsInside(),
-        lines({"3 CKivDeviceMapperClaim::removePartitionSuffix: device: [/dev/mapper/mpathap4], partition: "
-               "[/dev/mapper/mpathap4]",
-               "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes", "close /dev/mapper/mpatha",
-               "6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpathap4] is a partition and "
-               "[/dev/mapper/mpatha] is the possible parent device",
-               "uname", "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes", "close /dev/mapper/mpatha",
-               "6 CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpatha] is the parent device",
-               "6 CKivDeviceMapperClaim::removePartitionSuffix: Partition no is [4]"}));
+    EXPECT_EQ(host.effectsInside(),
+              lines({"3 CKivDeviceMapperClaim::removePartitionSuffix: device: [/dev/mapper/mpathap4], partition: "
+                     "[/dev/mapper/mpathap4]",
+                     "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes",
+                     "6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpathap4] is a partition and "
+                     "[/dev/mapper/mpatha] is the possible parent device",
+                     "close /dev/mapper/mpatha", "uname", "open /dev/mapper/mpathap: no",
+                     "open /dev/mapper/mpatha: yes",
+                     "6 CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpatha] is the parent device",
+                     "close /dev/mapper/mpatha",
+                     "6 CKivDeviceMapperClaim::removePartitionSuffix: Partition no is [4]"}));
     host.forget();
     host.device("/dev/mapper/mpathap");
     EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathap4", partition), "/dev/mapper/mpathap");

@@ -317,6 +317,27 @@ TEST_F(LvList, AMissThatLeavesTheIndexOnAShortLineIsAnException)
     EXPECT_EQ(added(lines({"x", "LV Name a", "six-ch"})), lines({"/dev/mapper/-a"})) << "just long enough";
 }
 
+TEST_F(LvList, ALineWithNeitherSlashNorBlankEndsTheBuildAndKeepsWhatWasThere)
+{
+    host.falseHit = "LVName";
+    EXPECT_EQ(added(lines({"LV Name /dev/v/a", "VG Name v", "LVName", "VG Name v"}), 6), lines({"/dev/mapper/v-a"}));
+    EXPECT_EQ(host.trace(3), lines({"CKivDeviceMapperClaim::createLvmDeviceNamesList: / not found in LV NAME. Now "
+                                    "searching for space"}));
+    EXPECT_EQ(host.trace(1), lines({"CKivDeviceMapperClaim::createLvmDeviceNamesList: / and space both not found in "
+                                    "lvdisplay LV NAME"}));
+    host.forget();
+    EXPECT_EQ(module.isLinuxLogicalVolume("/dev/mapper/v-a"), 1) << "the partial list is used without a rebuild";
+    EXPECT_EQ(host.calls(), lines({}));
+}
+
+TEST_F(LvList, ABuildThatEndsEarlyAnswersNoForThisQuestion)
+{
+    host.falseHit = "LVName";
+    host.prints(listing, lines({"LV Name /dev/v/a", "VG Name v", "LVName"}));
+    EXPECT_EQ(module.isLinuxLogicalVolume("/dev/mapper/v-a"), 0);
+    EXPECT_EQ(host.trace(6).back(), "CKivDeviceMapperClaim::isLinuxLogicalVolume: creating LVM device list failed");
+}
+
 TEST_F(LvList, AMissThatTurnsTheIndexBackDoesNotGoOnForEver)
 {
     host.indexAfterMiss = 0;

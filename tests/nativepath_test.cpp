@@ -148,6 +148,23 @@ TEST_F(NativePath, APartitionPathIsCutToOneThousandAndTwentyThreeCharacters)
     EXPECT_EQ(module.appendPartitionSuffix(std::string(5000, 'a'), 12345), std::string(1023, 'a'));
 }
 
+TEST_F(NativePath, EveryDigitIsOne)
+{
+    for (unsigned int digit = 0; digit < 10; ++digit) {
+        unsigned int partition = 77;
+        EXPECT_EQ(module.removePartitionSuffix("/dev/sdc" + std::to_string(digit), partition), "/dev/sdc");
+        EXPECT_EQ(partition, digit);
+    }
+}
+
+TEST_F(NativePath, ClearingTheLogicalVolumeListChangesNothing)
+{
+    module.clearLvmDeviceNameList();
+    EXPECT_EQ(host.effects(), lines({}));
+    EXPECT_EQ(module.claim("/dev/sda"), 2U);
+    EXPECT_EQ(host.logCount(), 2U);
+}
+
 TEST_F(NativePath, TakesTheTrailingDigitsAway)
 {
     unsigned int partition = 77;

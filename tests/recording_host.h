@@ -101,6 +101,8 @@ public:
     }
     // What a search without a hit leaves in the line index; the contract is to leave it alone.
     std::optional<unsigned long> indexAfterMiss;
+    // A line that every search claims to contain its text, at its beginning, whatever it contains.
+    std::string falseHit;
     // Called before each record is written down.
     std::function<void()> onTrace;
 

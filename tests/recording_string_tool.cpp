@@ -48,14 +48,18 @@ std::string CFiStringTool::trim(const std::string& text, const std::string& char
 std::size_t CFiStringTool::find(const std::vector<std::string>& lines, const std::string& text, unsigned long& index,
                                 bool ignoreCase)
 {
+    const recording::Host* const host = recording::Host::current();
     for (unsigned long line = index; line < lines.size(); ++line) {
+        if (host != nullptr && !host->falseHit.empty() && lines[line] == host->falseHit) {
+            index = line;
+            return 0;
+        }
         const std::size_t position = ignoreCase ? lowered(lines[line]).find(lowered(text)) : lines[line].find(text);
         if (position != std::string::npos) {
             index = line;
             return position;
         }
     }
-    const recording::Host* const host = recording::Host::current();
     if (host != nullptr && host->indexAfterMiss) {
         index = *host->indexAfterMiss;
     }
