@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Every test that the docs or a comment name as the pin of a quirk exists.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+existing=$(grep -hoE 'TEST(_F)?\([A-Za-z0-9]+, [A-Za-z0-9]+' -r tests --include='*.cpp' | sed -E 's/TEST(_F)?\(//; s/, /./' | sort -u)
+named=$({
+    grep -oE "\`[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+\`" docs/quirks.md | tr -d "\`"
+    # A comment may go on in the next line behind "Pinned by".
+    cat claim/*.cpp claim/*.h modules/*.cpp modules/*.h framework/*.h host/*.cpp host/*.h |
+        sed -E 's#^ *// ?##' | tr '\n' ' ' | grep -oE 'Pinned by +[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+' | sed -E 's/Pinned by +//'
+} | sort -u)
+
+[ "$(wc -l <<<"$named")" -gt 30 ] || { echo "only $(wc -l <<<"$named") pins were found: is the search wrong?"; exit 1; }
+missing=$(comm -13 <(printf '%s\n' "$existing") <(printf '%s\n' "$named"))
+if [ -n "$missing" ]; then
+    printf 'no such test:\n%s\n' "$missing"
+    exit 1
+fi
