@@ -30,6 +30,36 @@ const Lines newForm = lines(
      "  LV Creation host, time lab, 2026-11-20 10:00:00 +0000", "   ", "  --- Logical volume ---",
      "  LV Name                pool", "  VG Name                data", "  LV Pool metadata       pool_tmeta", "   "});
 
+// Captured from lvdisplay of LVM 2.03.16, with two volumes that are not active.
+const Lines captured = lines({"  --- Logical volume ---",
+                              "  LV Path                /dev/vg-a/lvol1",
+                              "  LV Name                lvol1",
+                              "  VG Name                vg-a",
+                              "  LV UUID                LrWXwK-wEYP-vjor-Cb7c-zTX7-LHfE-9ovKYd",
+                              "  LV Write Access        read/write",
+                              "  LV Creation host, time lab, 2026-11-20 23:12:23 +0000",
+                              "  LV Status              NOT available",
+                              "  LV Size                20.00 MiB",
+                              "  Current LE             5",
+                              "  Segments               1",
+                              "  Allocation             inherit",
+                              "  Read ahead sectors     auto",
+                              "   ",
+                              "  --- Logical volume ---",
+                              "  LV Path                /dev/vg-a/home-dir",
+                              "  LV Name                home-dir",
+                              "  VG Name                vg-a",
+                              "  LV UUID                hTszQ6-MeT1-w9fx-VrmD-k2oA-GfHx-UsQ3FU",
+                              "  LV Write Access        read/write",
+                              "  LV Creation host, time lab, 2026-11-20 23:12:23 +0000",
+                              "  LV Status              NOT available",
+                              "  LV Size                20.00 MiB",
+                              "  Current LE             5",
+                              "  Segments               1",
+                              "  Allocation             inherit",
+                              "  Read ahead sectors     auto",
+                              "   "});
+
 class LvList : public testing::Test {
 protected:
     void SetUp() override { module.registerTraceLog(host.log()); }
@@ -83,6 +113,12 @@ TEST_F(LvList, ReadsTheNewFormOfTheListing)
                      "3 CKivDeviceMapperClaim::createLvmDeviceNamesList: / not found in LV NAME. Now searching for "
                      "space",
                      "6 CKivDeviceMapperClaim::createLvmDeviceNamesList: Output:[/dev/mapper/data-pool]"}));
+}
+
+TEST_F(LvList, ReadsWhatARealToolPrinted)
+{
+    EXPECT_EQ(added(captured), lines({"/dev/mapper/vg-a-lvol1", "/dev/mapper/vg-a-home-dir"}));
+    EXPECT_EQ(module.isLinuxLogicalVolume("/dev/mapper/vg--a-home--dir"), 0) << "the name of its node";
 }
 
 TEST_F(LvList, AnswersWhetherAPathIsALogicalVolume)
