@@ -245,7 +245,7 @@ public:
     CFiTraceLogFunction& operator=(const CFiTraceLogFunction&) = delete;
 
     // Slots 1 and 2 (complete and deleting destructor).
-    virtual ~CFiTraceLogFunction() noexcept(false)
+    virtual ~CFiTraceLogFunction() noexcept(false)  // NOLINT(bugprone-exception-escape): as promised above
     {
         if (!traces()) {
             return;

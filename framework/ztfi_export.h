@@ -3,5 +3,7 @@
 #define KIVCLAIM_FRAMEWORK_ZTFI_EXPORT_H
 
 #define ZTFI_API __attribute__((visibility("default")))
+// What an exported class needs for itself alone.
+#define ZTFI_INTERNAL __attribute__((visibility("hidden")))
 
 #endif

@@ -2,6 +2,7 @@
 #include "host/command_run.h"
 
 #include "host/abandoned_children.h"
+#include "host/cancellation_hold.h"
 #include "host/command_words.h"
 #include "host/output_streams.h"
 #include "host/printable_text.h"
@@ -9,7 +10,6 @@
 #include "host/wide_text.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -33,19 +33,6 @@ constexpr milliseconds longestWait = std::chrono::hours(1);  // poll counts mill
 constexpr milliseconds shortestPause{1};
 constexpr milliseconds longestPause{20};
 constexpr int signalResultBase = 128;
-
-// Puts a cancellation of the thread off while there is a child: it would otherwise strike inside the destructors that
-// have to end the child and close the pipes.
-class CancellationHold {
-public:
-    CancellationHold() { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &stateBefore); }
-    CancellationHold(const CancellationHold&) = delete;
-    CancellationHold& operator=(const CancellationHold&) = delete;
-    ~CancellationHold() { ::pthread_setcancelstate(stateBefore, nullptr); }
-
-private:
-    int stateBefore = PTHREAD_CANCEL_ENABLE;
-};
 
 // Takes the lines of a run away again, unless it is kept: half an output must not pass for a whole one.
 class LinesUntilKept {

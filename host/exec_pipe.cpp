@@ -2,6 +2,7 @@
 // is runCommand's.
 #include "framework/cfiexecpipe.h"
 
+#include "host/cancellation_hold.h"
 #include "host/command_run.h"
 #include "host/printable_text.h"
 #include "host/snapshot_place.h"
@@ -70,6 +71,7 @@ CFiExecPipePosix::CFiExecPipePosix(int)
 int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output, std::string,
                           unsigned long timeoutSeconds, std::string, std::string, std::string)
 {
+    const kivclaim::host_internal::CancellationHold hold;
     CFiTraceLog* const log = traceLog.get();
     SnapshotPlace* const place = kivclaim::host_internal::snapshotPlaceOf(command);
     const bool isGivenAgain = place != nullptr && place->isFilled;

@@ -1,6 +1,7 @@
 // The trace log on spdlog: records are formatted here once, spdlog frames and writes them.
 #include "host/trace_log.h"
 
+#include "host/cancellation_hold.h"
 #include "host/printable_text.h"
 
 #include <spdlog/logger.h>
@@ -192,6 +193,7 @@ void CFiTraceLog::trace(int level, const char* format, ...)
     if (log.drops(level)) {
         return;
     }
+    const kivclaim::host_internal::CancellationHold hold;
     va_list arguments;
     va_start(arguments, format);
     try {

@@ -37,8 +37,9 @@ struct ZTFI_API TraceDestination {
 // Standard error, in colour when it is a terminal.
 ZTFI_API TraceDestination traceToStandardError(int threshold);
 
-// A file, appended to. When it would grow beyond `maximumBytes` it is renamed to NAME.1.EXT and begun anew;
-// `keptFiles` of such earlier files are kept.
+// A file, appended to. In a process with a limit on file sizes, SIGXFSZ must be ignored for the limit to be a failure
+// like any other. When it would grow beyond `maximumBytes` it is renamed to NAME.1.EXT and begun anew; `keptFiles` of
+// such earlier files are kept.
 ZTFI_API TraceDestination traceToFile(int threshold, const std::string& path, std::size_t maximumBytes,
                                       std::size_t keptFiles);
 

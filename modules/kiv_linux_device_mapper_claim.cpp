@@ -7,6 +7,7 @@
 #include "framework/cfistringtool.h"
 #include "modules/kiv_path_text.h"
 
+#include <cxxabi.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -231,16 +232,19 @@ int CKivDeviceMapperClaim::isPartition(const std::string& path)
             return 0;
         }
         if (isDigit(path.back())) {
-            const ProbedParent parent(path);
+            ProbedParent parent(path);
             if (parent.exists()) {
                 KIV_TRACE(DETAIL, "%s: [%s] is a partition and [%s] is the possible parent device", name, path.c_str(),
                           parent.path().c_str());
+                parent.close();
                 return 1;
             }
         }
         KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
     } catch (const std::out_of_range&) {
         KIV_TRACE(ERROR, "%s: Out of Range exception thrown in string function", name);
+    } catch (const abi::__forced_unwind&) {
+        throw;  // a cancelled thread, which nobody may keep alive
     } catch (...) {
         KIV_TRACE(WARNING, "%s: Unknown exception caught", name);
     }
@@ -270,6 +274,8 @@ std::string CKivDeviceMapperClaim::appendPartitionSuffix(const std::string& devi
         }
         KIV_TRACE(INFORMATION, "%s: device: [%s], partition: [%s], partition number: [%d]", name, device.c_str(),
                   result.c_str(), number);
+    } catch (const abi::__forced_unwind&) {
+        throw;  // a cancelled thread, which nobody may keep alive
     } catch (...) {
         result = device;
         KIV_TRACE(ERROR, "%s: Unknown exception caught", name);
@@ -301,6 +307,8 @@ std::string CKivDeviceMapperClaim::removePartitionSuffix(const std::string& devi
         }
     } catch (const std::out_of_range& exception) {
         KIV_TRACE(ERROR, "%s: Out of Range exception thrown : %s", name, exception.what());
+    } catch (const abi::__forced_unwind&) {
+        throw;  // a cancelled thread, which nobody may keep alive
     } catch (...) {
         KIV_TRACE(ERROR, "%s: Unknown exception caught", name);
     }
@@ -378,6 +386,8 @@ int CKivDeviceMapperClaim::createLvmDeviceNamesList()
             return reportFailedListing(static_cast<long>(runner.getLastFailure().waitStatus), output);
         }
         return addLogicalVolumes(output);
+    } catch (const abi::__forced_unwind&) {
+        throw;  // a cancelled thread, which nobody may keep alive
     } catch (...) {
         KIV_TRACE(WARNING, "%s: Unknown exception caught", name);
         return listThrew;

@@ -53,10 +53,10 @@ public:
     long getExecPipeWaitPidStatus(long status);
 
 private:
-    std::string wholeDeviceOfUnknownRelease(const std::string& path, unsigned int& partition);
-    int reportFailedListing(long waitStatus, const std::vector<std::string>& output);
-    int addLogicalVolumes(const std::vector<std::string>& output);
-    bool logicalVolumeName(const std::string& line, std::string& name);
+    ZTFI_INTERNAL std::string wholeDeviceOfUnknownRelease(const std::string& path, unsigned int& partition);
+    ZTFI_INTERNAL int reportFailedListing(long waitStatus, const std::vector<std::string>& output);
+    ZTFI_INTERNAL int addLogicalVolumes(const std::vector<std::string>& output);
+    ZTFI_INTERNAL bool logicalVolumeName(const std::string& line, std::string& name);
 
     std::set<std::string> logicalVolumePaths;
 };

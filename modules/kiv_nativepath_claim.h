@@ -64,7 +64,7 @@ public:
 private:
     enum class Answer { commandFailed, unusable, noTable, table };
 
-    __attribute__((visibility("hidden"))) Answer query(const std::string& command, std::vector<std::string>& lines);
+    ZTFI_INTERNAL Answer query(const std::string& command, std::vector<std::string>& lines);
 };
 
 // The second getActivePath of the class below stands beside the inherited one on purpose; clang++ reports it here.

@@ -289,6 +289,7 @@ TEST(CommandUsage, SaysInOneLineWhatWasWrongAndWhatIsRight)
     EXPECT_THAT(complaint({"list", "-o", "DEVICE,NAME"}),
                 HasSubstr("'NAME' is no column; the columns are DEVICE, STACK, LEVEL, PART and WHOLE"));
     EXPECT_THAT(complaint({"list", "--json", "--raw"}), HasSubstr("excludes"));
+    EXPECT_THAT(complaint({"--trace-file", "", "prefixes"}), HasSubstr("names no file"));
     EXPECT_THAT(complaint({"--trace-file", "/none/x", "prefixes"}),
                 HasSubstr("cannot write the trace file '/none/x': No such file or directory; give a file"));
 }

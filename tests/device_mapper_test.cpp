@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
 using recording::Host;
 using recording::lines;
@@ -364,17 +367,16 @@ TEST_F(DeviceMapper, AnUnknownReleaseTakesTheParentThatExists)
     unsigned int partition = untouched;
     EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathap4", partition), "/dev/mapper/mpatha");
     EXPECT_EQ(partition, 4U);
-    EXPECT_EQ(host.effectsInside(),
-              lines({"3 CKivDeviceMapperClaim::removePartitionSuffix: device: [/dev/mapper/mpathap4], partition: "
-                     "[/dev/mapper/mpathap4]",
-                     "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes",
-                     "6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpathap4] is a partition and "
-                     "[/dev/mapper/mpatha] is the possible parent device",
-                     "close /dev/mapper/mpatha", "uname", "open /dev/mapper/mpathap: no",
-                     "open /dev/mapper/mpatha: yes",
-                     "6 CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpatha] is the parent device",
-                     "close /dev/mapper/mpatha",
-                     "6 CKivDeviceMapperClaim::removePartitionSuffix: Partition no is [4]"}));
+    EXPECT_EQ(
+        host.effectsInside(),
+        lines({"3 CKivDeviceMapperClaim::removePartitionSuffix: device: [/dev/mapper/mpathap4], partition: "
+               "[/dev/mapper/mpathap4]",
+               "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes",
+               "6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpathap4] is a partition and "
+               "[/dev/mapper/mpatha] is the possible parent device",
+               "close /dev/mapper/mpatha", "uname", "open /dev/mapper/mpathap: no", "open /dev/mapper/mpatha: yes",
+               "6 CKivDeviceMapperClaim::removePartitionSuffix: [/dev/mapper/mpatha] is the parent device",
+               "close /dev/mapper/mpatha", "6 CKivDeviceMapperClaim::removePartitionSuffix: Partition no is [4]"}));
     host.forget();
     host.device("/dev/mapper/mpathap");
     EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathap4", partition), "/dev/mapper/mpathap");
@@ -421,6 +423,27 @@ TEST_F(DeviceMapper, AnExceptionWhileRemovingGivesTheWorkingCopyBack)
     host.failsTracing("CKivDeviceMapperClaim::removePartitionSuffix: Partition no", [] { throw 42; });
     EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/a-part1", partition), "/dev/mapper/a");
     EXPECT_EQ(host.trace(1), lines({"CKivDeviceMapperClaim::removePartitionSuffix: Unknown exception caught"}));
+}
+
+TEST_F(DeviceMapper, AThreadThatEndsInsideAnOperationIsNotKeptAlive)
+{
+    unsigned int partition = 0;
+    const std::pair<const char*, std::function<void()>> operations[] = {
+        {"CKivDeviceMapperClaim::isPartition: [/dev/x]", [&] { module.isPartition("/dev/x"); }},
+        {"INFO: CKivDeviceMapperClaim::appendPartitionSuffix: dev", [&] { module.appendPartitionSuffix("/dev/x", 1); }},
+        {"CKivDeviceMapperClaim::removePartitionSuffix: [/dev/x]",
+         [&] { module.removePartitionSuffix("/dev/x", partition); }},
+        {"CKivDeviceMapperClaim::createLvmDeviceNamesList: Comm", [&] { module.createLvmDeviceNamesList(); }}};
+    for (const auto& [record, operation] : operations) {
+        bool wentOn = false;
+        host.failsTracing(record, [] { pthread_exit(nullptr); });
+        std::thread([&, &run = operation] {
+            run();
+            wentOn = true;
+        }).join();
+        EXPECT_FALSE(wentOn) << record;
+        EXPECT_EQ(host.logCount(), 2U) << record;
+    }
 }
 
 TEST_F(DeviceMapper, ClaimLetsExceptionsThrough)
@@ -517,7 +540,11 @@ TEST(DeviceMapperWithoutALog, AnswersTheSame)
     EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpatha-part1", partition), "/dev/mapper/mpatha");
     EXPECT_EQ(partition, 1U);
     EXPECT_EQ(module.removePartitionSuffix("/dev/sda1", partition), "/dev/sda1");
+    EXPECT_EQ(module.getExecPipeWaitPidStatus(0), 0);
+    EXPECT_EQ(module.getExecPipeWaitPidStatus(256), 1);
     EXPECT_EQ(module.getExecPipeWaitPidStatus(9), 9);
+    EXPECT_EQ(module.getExecPipeWaitPidStatus((19 << 8) | 127), 19);
     EXPECT_EQ(module.getExecPipeWaitPidStatus(65535), 65535);
+    EXPECT_EQ(module.getExecPipeWaitPidStatus(511), 511);
     EXPECT_EQ(host.effects(), lines({"runner without a log", "run [/sbin/lvdisplay]", "uname", "uname", "uname"}));
 }

@@ -1084,6 +1084,26 @@ void* runWhileBeingCancelled(void* argument)
 
 }  // namespace
 
+TEST_F(ExecPipe, HasTheLimitsThatHostsRelyOn)
+{
+    const kivclaim::host_internal::RunLimits limits;
+    EXPECT_EQ(limits.wholeRun.count(), 0);
+    EXPECT_EQ(limits.fromTermToKill.count(), 2000);
+    EXPECT_EQ(limits.fromKillToLeave.count(), 10000);
+    EXPECT_EQ(limits.silenceAfterEnd.count(), 1000);
+    EXPECT_EQ(limits.outputBytes, 1073741824U);
+}
+
+TEST_F(ExecPipe, KillsAChildThatIgnoresSigtermTwoSecondsBehindTheTimeLimit)
+{
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<std::string> output;
+    ztfi_pdk_4_4::CFiExecPipePosix runner(1);
+    EXPECT_EQ(runner.Exec(probe + " ignore 15 sleep 60000", output, "", 1, "", "", ""), 128 + SIGKILL);
+    EXPECT_EQ(runner.getLastFailure().waitStatus, SIGKILL);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
 TEST_F(ExecPipe, FinishesARunWhoseThreadIsCancelled)
 {
     CancelledRun run;

@@ -22,6 +22,11 @@ protected:
         device(name, "disk", "A: dm/name=" + mapperName + "\n");
     }
 
+    void partitionOf(const std::string& diskName, const std::string& name)
+    {
+        device(diskName + "/" + name, "partition", "");
+    }
+
     Ended list(std::vector<std::string> arguments)
     {
         const std::string file = folder.path() + "/devices";
@@ -33,7 +38,8 @@ protected:
 private:
     void device(const std::string& name, const std::string& type, const std::string& attributes)
     {
-        devices += "P: /devices/virtual/block/" + name + "\nN: " + name + "\nE: DEVNAME=/dev/" + name +
+        const std::string node = name.substr(name.rfind('/') + 1);
+        devices += "P: /devices/virtual/block/" + name + "\nN: " + node + "\nE: DEVNAME=/dev/" + node +
                    "\nE: DEVTYPE=" + type + "\nE: SUBSYSTEM=block\n" + attributes + "\n";
     }
 
@@ -84,6 +90,30 @@ TEST_F(List, ShowsPartitionsUnderTheirWholeDevice)
               "|-/dev/emcpowera1    1\n"
               "`-/dev/emcpowera2    2\n"
               "/dev/emcpowerb7      7\n");
+}
+
+TEST_F(List, ShowsUnclaimedPartitionsUnderTheKernelsWholeDevice)
+{
+    disk("xvda");
+    partitionOf("xvda", "xvda1");
+    EXPECT_EQ(list({"list", "--all", "--tree", "-o", "DEVICE,STACK"}).output,
+              "DEVICE       STACK\n"
+              "/dev/xvda    none\n"
+              "`-/dev/xvda1 none\n");
+}
+
+TEST_F(List, ShowsABackslashInANameAsItIs)
+{
+    mapped("dm-0", "my\\\\x20map");  // doubled for umockdev, which reads escape sequences
+    for (const char* const form : {"--raw", "--noheadings"}) {
+        EXPECT_THAT(list({"list", "--all", form, "-o", "DEVICE"}).output, HasSubstr("/dev/mapper/my\\x20map\n"));
+    }
+}
+
+TEST_F(List, TakesItsOptionsWithoutItsNameAsWell)
+{
+    disk("xvda");
+    EXPECT_EQ(list({"--all", "--noheadings", "-o", "DEVICE"}).output, "/dev/xvda\n");
 }
 
 TEST_F(List, PrintsJson)

@@ -374,6 +374,14 @@ TEST_F(LvList, ABuildThatEndsEarlyAnswersNoForThisQuestion)
     EXPECT_EQ(host.trace(6).back(), "CKivDeviceMapperClaim::isLinuxLogicalVolume: creating LVM device list failed");
 }
 
+TEST_F(LvList, AHitThatPointsBehindTheLinesIsAnException)
+{
+    for (const unsigned long wild : {2UL, ULONG_MAX}) {
+        host.indexAfterHit = wild;
+        EXPECT_EQ(added(lines({"LV Name a", "VG Name v"}), 1), lines({})) << wild;
+    }
+}
+
 TEST_F(LvList, AMissThatTurnsTheIndexBackDoesNotGoOnForEver)
 {
     host.indexAfterMiss = 0;

@@ -37,6 +37,12 @@ TEST(PrintableText, WritesControlCharactersAbove127InHexadecimal)
     EXPECT_EQ(printableText("\xc2\xa0"), "\xc2\xa0");
 }
 
+TEST(PrintableText, WritesCharactersThatTurnTheTextAroundInHexadecimal)
+{
+    EXPECT_EQ(printableText("a\u202Eb\u2066c\u200Fd"), "a\\xe2\\x80\\xaeb\\xe2\\x81\\xa6c\\xe2\\x80\\x8fd");
+    EXPECT_EQ(printableText("\u2029\u202F\u2065\u206A\u200D"), "\u2029\u202F\u2065\u206A\u200D");
+}
+
 TEST(PrintableText, WritesBytesThatAreNoUtf8InHexadecimal)
 {
     EXPECT_EQ(printableText("a\x9bz"), "a\\x9bz");

@@ -173,12 +173,12 @@ void Process::start()
     fcntl(toInput, F_SETFL, O_NONBLOCK);
 }
 
-void Process::write(const std::string& text)
+void Process::write(const std::string& text) const
 {
     ASSERT_EQ(::write(toInput, text.data(), text.size()), static_cast<ssize_t>(text.size()));
 }
 
-void Process::writeIgnoringClosedPipe(const std::string& text)
+void Process::writeIgnoringClosedPipe(const std::string& text) const
 {
     std::signal(SIGPIPE, SIG_IGN);
     fcntl(toInput, F_SETFL, 0);
@@ -199,7 +199,7 @@ std::string Process::readLine()
     std::size_t end = std::string::npos;
     while ((end = pendingOutput.find('\n')) == std::string::npos && readSome(fromOutput, pendingOutput)) {
     }
-    const std::string line = pendingOutput.substr(0, end);
+    std::string line = pendingOutput.substr(0, end);
     pendingOutput.erase(0, end == std::string::npos ? end : end + 1);
     return line;
 }

@@ -38,8 +38,8 @@ public:
 
     // Step by step.
     void start();
-    void write(const std::string& text);
-    void writeIgnoringClosedPipe(const std::string& text);
+    void write(const std::string& text) const;
+    void writeIgnoringClosedPipe(const std::string& text) const;
     std::string readLine();
     // Waits until `text` stands on standard error.
     void awaitError(const std::string& text);

@@ -103,6 +103,8 @@ public:
     std::optional<unsigned long> indexAfterMiss;
     // A line that every search claims to contain its text, at its beginning, whatever it contains.
     std::string falseHit;
+    // Where a search with a hit says that the hit is, instead of the truth.
+    std::optional<unsigned long> indexAfterHit;
     // Called before each record is written down.
     std::function<void()> onTrace;
 

@@ -56,7 +56,7 @@ std::size_t CFiStringTool::find(const std::vector<std::string>& lines, const std
         }
         const std::size_t position = ignoreCase ? lowered(lines[line]).find(lowered(text)) : lines[line].find(text);
         if (position != std::string::npos) {
-            index = line;
+            index = host != nullptr ? host->indexAfterHit.value_or(line) : line;
             return position;
         }
     }
@@ -68,7 +68,7 @@ std::size_t CFiStringTool::find(const std::vector<std::string>& lines, const std
 
 ACE_String_Base<char> CFiStringTool::str2tstr(const std::string& text)
 {
-    return ACE_String_Base<char>(text.data(), text.size());
+    return {text.data(), text.size()};
 }
 
 std::string CFiStringTool::tstr2str(const ACE_String_Base<char>& text)

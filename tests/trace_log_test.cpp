@@ -8,6 +8,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <fstream>
@@ -15,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 using kivclaim::host::makeTraceLog;
 using kivclaim::host::TraceDestination;
@@ -190,6 +192,32 @@ TEST_F(TraceLogFile, SeveralThreadsMayWriteAtOnce)
         const std::string text = line.substr(line.size() - 2002);
         EXPECT_TRUE(text == "[" + std::string(2000, 'a') + "]" || text == "[" + std::string(2000, 'b') + "]");
     }
+}
+
+TEST_F(TraceLogFile, AThreadThatIsCancelledWhileItTracesJustEnds)
+{
+    const TraceLogPointer traceLog = log(6);
+    std::atomic<bool> isTracing{false};
+    std::pair<const TraceLogPointer&, std::atomic<bool>&> shared{traceLog, isTracing};
+    pthread_t thread{};
+    const auto traceForEver = [](void* argument) -> void* {
+        const auto& [log, started] = *static_cast<decltype(shared)*>(argument);
+        for (;;) {
+            log->trace(3, "again");
+            started = true;
+            pthread_testcancel();
+        }
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, traceForEver, &shared), 0);
+    while (!isTracing) {
+        std::this_thread::yield();
+    }
+    pthread_cancel(thread);
+    void* end = nullptr;
+    pthread_join(thread, &end);
+    EXPECT_EQ(end, PTHREAD_CANCELED);
+    traceLog->trace(3, "the last");
+    EXPECT_THAT(linesOf(path).back(), testing::EndsWith(" the last")) << "the log is not left locked";
 }
 
 TEST(TraceLogFailure, AnUnwritableFileIsReportedOnceAndDisturbsNobody)

@@ -7,9 +7,14 @@
 
 namespace kivclaim::tools {
 
-// The path of every block device: its node under /dev, and under /dev/mapper for device-mapper devices. In the order
-// in which people count: sda9 before sda10. Throws CommandError when the kernel's list cannot be read.
-std::vector<std::string> blockDevicePaths();
+struct BlockDevice {
+    std::string path;         // its node under /dev, and under /dev/mapper for device-mapper devices
+    std::string wholeDevice;  // for a partition that the kernel made: the path of the disk it lies on; otherwise empty
+};
+
+// Every block device, in the order in which people count: sda9 before sda10. Throws CommandError when the kernel's list
+// cannot be read.
+std::vector<BlockDevice> blockDevices();
 
 }  // namespace kivclaim::tools
 

@@ -27,6 +27,7 @@ struct Answer {
     unsigned int level = 0;
     std::string partitionNumber;  // empty for a whole device
     std::string wholeDevice;      // empty for a whole device
+    std::string parent;           // what it stands under in a tree: by the library, otherwise by the kernel
 };
 
 struct Column {
@@ -44,10 +45,12 @@ constexpr Column allColumns[] = {
     {"WHOLE", 0, SCOLS_JSON_STRING, [](const Answer& answer) { return answer.wholeDevice; }},
 };
 
-Answer ask(CKivClaimManager& manager, const std::string& path)
+Answer ask(CKivClaimManager& manager, const BlockDevice& device)
 {
+    const std::string& path = device.path;
     Answer answer;
     answer.device = path;
+    answer.parent = device.wholeDevice;
     CKivDeviceClaimBase* module = nullptr;
     answer.level = manager.getClaimModule(module, path);
     answer.stack = stackName(module);
@@ -55,6 +58,7 @@ Answer ask(CKivClaimManager& manager, const std::string& path)
         unsigned int number = 0;
         answer.wholeDevice = module->removePartitionSuffix(path, number);
         answer.partitionNumber = std::to_string(number);
+        answer.parent = answer.wholeDevice;
     }
     return answer;
 }
@@ -107,6 +111,8 @@ public:
     {
         scols_table_set_name(table.get(), "blockdevices");
         scols_table_enable_json(table.get(), options.json ? 1 : 0);
+        // All texts are printable already; a second encoding would spoil the \x20 that names really contain.
+        scols_table_enable_noencoding(table.get(), 1);
         scols_table_enable_raw(table.get(), options.raw ? 1 : 0);
         scols_table_enable_noheadings(table.get(), options.noHeadings ? 1 : 0);
         for (std::size_t i = 0; i < columns.size(); ++i) {
@@ -120,7 +126,7 @@ public:
     // A partition stands under its whole device in a tree, when that is in the table already.
     void add(const Answer& answer)
     {
-        const auto parent = lines.find(answer.wholeDevice);
+        const auto parent = lines.find(answer.parent);
         libscols_line* const line =
             checked(scols_table_new_line(table.get(), tree && parent != lines.end() ? parent->second : nullptr));
         lines[answer.device] = line;
@@ -151,10 +157,10 @@ ExitStatus list(const SessionOptions& options, const ListOptions& form)
 {
     Table table(form, chosenColumns(form.columns));
     Session session(options, Questions::many);
-    const std::vector<std::string> paths = blockDevicePaths();
+    const std::vector<BlockDevice> devices = blockDevices();
     std::vector<Answer> answers;
-    for (const std::string& path : paths) {
-        Answer answer = ask(session.manager, path);
+    for (const BlockDevice& device : devices) {
+        Answer answer = ask(session.manager, device);
         if (form.all || answer.level != 0) {
             answers.push_back(std::move(answer));
         }
@@ -162,7 +168,7 @@ ExitStatus list(const SessionOptions& options, const ListOptions& form)
     // Whole devices first, so that every partition finds the line it belongs under.
     if (form.tree) {
         std::stable_partition(answers.begin(), answers.end(),
-                              [](const Answer& answer) { return answer.wholeDevice.empty(); });
+                              [](const Answer& answer) { return answer.parent.empty(); });
     }
     for (const Answer& answer : answers) {
         table.add(answer);
@@ -170,7 +176,7 @@ ExitStatus list(const SessionOptions& options, const ListOptions& form)
     table.print();
     if (answers.empty()) {
         complain(form.all ? "this machine has no block device"
-                          : "no stack claims any of the " + std::to_string(paths.size()) +
+                          : "no stack claims any of the " + std::to_string(devices.size()) +
                                 " block devices of this machine; 'kivclaim list --all' shows them");
     }
     return answeredYes;

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -48,10 +49,14 @@ public:
         app.add_option("--trace-file", session.traceFile,
                        "Keep the trace records in FILE, all of them unless --trace says "
                        "less")
-            ->type_name("FILE");
-        app.add_flag("--no-snapshot", session.noSnapshot,
-                     "Run what the library runs anew for every path, also for 'list' and paths from standard input");
-        app.footer(std::string("PATH of '-' reads paths from standard input, one a line.\n") + statusHelp);
+            ->type_name("FILE")
+            ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
+        app.add_flag(
+            "--no-snapshot", session.noSnapshot,
+            "Run what the library runs anew for every question, also for 'list', 'explain' and paths from standard "
+            "input");
+        app.footer(std::string("Example: kivclaim --tree\nPATH of '-' reads paths from standard input, one a line.\n") +
+                   statusHelp);
         app.formatter(std::make_shared<HelpFormatter>(usages));
         app.require_subcommand(0, 1);
         app.fallthrough();
@@ -65,7 +70,7 @@ public:
     ExitStatus run(int argc, char** argv)
     {
         try {
-            app.parse(argc, argv);
+            app.parse(withCommand({argv + 1, argv + argc}));
         } catch (const CLI::Success& request) {  // help or version
             app.exit(request);
             flushOutput();
@@ -148,6 +153,21 @@ private:
         sub.add_flag("-y,--yes", activePathOptions.yes, "Do not ask on a terminal before the node is forgotten");
         sub.add_flag("-v,--verbose", activePathOptions.verbose,
                      "Print a line for each attempt when standard error is no terminal");
+    }
+
+    // Options without a command are those of the default one. In reverse order, as CLI11 wants them.
+    std::vector<std::string> withCommand(std::vector<std::string> arguments) const
+    {
+        const auto isCommand = [&](const std::string& argument) { return usages.count(argument) != 0; };
+        const auto isOwnOption = [](const std::string& argument) {
+            return argument == "--help" || argument == "-h" || argument == "--version";
+        };
+        if (!arguments.empty() && arguments.front().compare(0, 1, "-") == 0 &&
+            std::none_of(arguments.begin(), arguments.end(), isCommand) &&
+            std::none_of(arguments.begin(), arguments.end(), isOwnOption)) {
+            arguments.insert(arguments.begin(), "list");
+        }
+        return {arguments.rbegin(), arguments.rend()};
     }
 
     // What is right, for whoever got it wrong.

@@ -12,9 +12,9 @@ namespace kivclaim::tools {
 
 namespace {
 
-constexpr std::size_t bufferSize = 64 * 1024;
+constexpr std::size_t bufferSize = 65536;
 // Far beyond what the kernel takes as a path; a longer line is no list of paths.
-constexpr std::size_t maximumLineLength = 1024 * 1024;
+constexpr std::size_t maximumLineLength = 1048576;
 
 // Reads standard input line by line. Before it has to wait for more, the answers so far are handed on, so that
 // whoever writes the paths can wait for them.

@@ -10,8 +10,6 @@
 #include <cstring>
 #include <string>
 
-extern char** environ;
-
 namespace {
 
 void write(int descriptor, const std::string& text)
