@@ -103,7 +103,8 @@ private:
 CommandRun::CommandRun(const std::vector<std::string>& words, const RunLimits& runLimits,
                        std::vector<std::string>& output, const SystemCalls& calls, Pipe outputPipe, Pipe errorPipe)
     : limits(runLimits),
-      streams(std::move(outputPipe.readEnd), std::move(errorPipe.readEnd), output, limits.outputBytes),
+      streams(std::move(outputPipe.readEnd), std::move(errorPipe.readEnd), output, limits.outputBytes,
+              limits.outputLines),
       deadline(limits.wholeRun.count() == 0 ? never : Clock::now() + limits.wholeRun),
       child(words, outputPipe.writeEnd, errorPipe.writeEnd, calls, limits.fromKillToLeave)
 {
@@ -225,7 +226,9 @@ RunEnd CommandRun::conclude()
     }
     const int waitStatus = child.collect();
     if (streams.areOverLimit()) {
-        throw RunProblem{EFBIG, "it wrote more than " + std::to_string(limits.outputBytes) + " bytes and was ended",
+        throw RunProblem{EFBIG,
+                         "it wrote more than " + std::to_string(limits.outputBytes) + " bytes or " +
+                             std::to_string(limits.outputLines) + " lines and was ended",
                          waitStatus, streams.errorTail()};
     }
     streams.finish();

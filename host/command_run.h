@@ -18,6 +18,7 @@ struct RunLimits {
     std::chrono::milliseconds fromKillToLeave{10000};  // for the kernel to end the child on SIGKILL
     std::chrono::milliseconds silenceAfterEnd{1000};   // how long others may keep the pipes silently open
     std::size_t outputBytes = std::size_t{1} << 30;    // of standard output, and of standard error
+    std::size_t outputLines = std::size_t{1} << 26;    // a short line costs far more memory than its bytes
 };
 
 struct CommandResult {

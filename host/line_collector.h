@@ -15,17 +15,21 @@ namespace kivclaim::host_internal {
 // Failure: running out of memory, as std::bad_alloc; the vector then holds the lines so far.
 class LineCollector {
 public:
-    explicit LineCollector(std::vector<std::string>& target) : lines(target) {}
+    explicit LineCollector(std::vector<std::string>& target) : lines(target), linesBefore(target.size()) {}
 
     void add(const char* bytes, std::size_t count);
 
     // The stream ended: what follows the last line feed is a line too, unless it is nothing.
     void finish();
 
+    // How many lines have been added.
+    std::size_t lineCount() const { return lines.size() - linesBefore; }
+
 private:
     void endLine(const char* rest, std::size_t count);
 
     std::vector<std::string>& lines;
+    std::size_t linesBefore;
     std::string unfinished;
 };
 

@@ -29,12 +29,13 @@ std::size_t bytesInPipe(const FileDescriptor& end)
 }  // namespace
 
 OutputStreams::OutputStreams(FileDescriptor outputEnd, FileDescriptor errorEnd, std::vector<std::string>& lines,
-                             std::size_t byteLimit)
+                             std::size_t mostBytes, std::size_t mostLines)
     : output{std::move(outputEnd)},
       error{std::move(errorEnd)},
       lineCollector(lines),
       tailCollector(keptErrorBytes),
-      limit(byteLimit),
+      byteLimit(mostBytes),
+      lineLimit(mostLines),
       buffer(new char[bufferBytes])
 {
 }

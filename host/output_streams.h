@@ -21,12 +21,15 @@ namespace kivclaim::host_internal {
 class OutputStreams {
 public:
     OutputStreams(FileDescriptor outputEnd, FileDescriptor errorEnd, std::vector<std::string>& lines,
-                  std::size_t byteLimit);
+                  std::size_t mostBytes, std::size_t mostLines);
 
     int outputDescriptor() const { return output.end.get(); }
     int errorDescriptor() const { return error.end.get(); }
     bool anyOpen() const { return output.end.isOpen() || error.end.isOpen(); }
-    bool areOverLimit() const { return output.byteCount > limit || error.byteCount > limit; }
+    bool areOverLimit() const
+    {
+        return output.byteCount > byteLimit || error.byteCount > byteLimit || lineCollector.lineCount() > lineLimit;
+    }
 
     // Each reads once; there must be something to read, or a hang-up.
     void readOutput();
@@ -54,7 +57,8 @@ private:
     Stream error;
     LineCollector lineCollector;
     TailCollector tailCollector;
-    std::size_t limit;
+    std::size_t byteLimit;
+    std::size_t lineLimit;
     bool isOutputPipeLarge = false;
     std::unique_ptr<char[]> buffer;
 };

@@ -107,15 +107,6 @@ TEST_F(ClaimManager, StartsWithTheBuiltInModulesAndWithoutALog)
     EXPECT_EQ(host.logCount(), 1U);
 }
 
-TEST_F(ClaimManager, TheBuiltInModulesClaimTheirOwnPaths)
-{
-    host.prints("/sbin/lvdisplay", {"  LV Name lvol1", "  VG Name vg00"});
-    EXPECT_EQ(manager->claim("/dev/mapper/mpatha"), 16U);
-    EXPECT_EQ(manager->claim("/dev/mapper/vg00-lvol1"), 0U);
-    EXPECT_EQ(manager->claim("/dev/emcpowera"), 16U);
-    EXPECT_EQ(manager->claim("/dev/null"), 0U);
-}
-
 TEST_F(ClaimManager, PowerPathWinsTheTieAgainstDeviceMapper)
 {
     host.prints("/sbin/lvdisplay", {"  LV Name lvol1", "  VG Name vg00"});
@@ -132,6 +123,10 @@ TEST_F(ClaimManager, ClearingTheListOnTheManagerLeavesTheLogicalVolumesAsTheyWer
 
 TEST_F(ClaimManager, TheBuiltInModulesClaimTheirPaths)
 {
+    host.prints("/sbin/lvdisplay", {"  LV Name lvol1", "  VG Name vg00"});
+    EXPECT_EQ(manager->claim("/dev/mapper/mpatha"), 16U);
+    EXPECT_EQ(manager->claim("/dev/mapper/vg00-lvol1"), 0U);
+    EXPECT_EQ(manager->claim("/dev/null"), 0U);
     EXPECT_EQ(manager->claim("/dev/sda"), 2U);
     EXPECT_EQ(manager->claim("/dev/sdab3"), 2U);
     EXPECT_EQ(manager->claim("/dev/emcpowera"), 16U);
@@ -321,7 +316,11 @@ TEST_F(ClaimManager, CountsAreTheSameBeforeAndAfterEveryOperation)
     manager->registerTraceLog(host.log());
     const unsigned int before = host.logCount();
     unsigned int partition = 0;
+    unsigned int during = 0;
+    host.onTrace = [&] { during = std::max(during, host.logCount()); };
     manager->claim("x");
+    // The scopes of claim, of getClaimModule, of a module's claim and of its question for its claim strings.
+    EXPECT_EQ(during, before + 4);
     EXPECT_EQ(host.logCount(), before);
     manager->isPartition("x");
     EXPECT_EQ(host.logCount(), before);

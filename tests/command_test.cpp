@@ -339,3 +339,17 @@ TEST(CommandTrace, KeepsRecordsInAFile)
     kivclaim({"--trace-file", some, "--trace", "3", "claim", "/dev/emcpowera"});
     EXPECT_THAT(contentOf(some), AllOf(HasSubstr("CLAIM_SECONDARY"), Not(HasSubstr("Entering"))));
 }
+
+TEST(ExampleHost, AnswersLikeTheCommand)
+{
+    const Ended ended = Process(EXAMPLE_HOST, {"/dev/emcpowera", "/dev/emcpowerb15", "/dev/null"}).run();
+    EXPECT_EQ(ended.output, "/dev/emcpowera 0\n/dev/emcpowerb 15\n/dev/null: not claimed\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ExampleHost, StandsInTheReadmeAsItIs)
+{
+    const std::string source = contentOf(KIVCLAIM_SOURCE "/examples/host/host.cpp");
+    const std::string code = source.substr(source.find("#include"));
+    EXPECT_THAT(contentOf(KIVCLAIM_SOURCE "/README.md"), HasSubstr("```cpp\n" + code + "```\n"));
+}

@@ -5,7 +5,8 @@ kivclaim_test(command_test
     DEFINITIONS
         KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
         KIVCLAIM_LIBRARY="$<TARGET_FILE:kivclaim>"
-        EXAMPLE_HOST="$<TARGET_FILE:example_host>")
+        EXAMPLE_HOST="$<TARGET_FILE:example_host>"
+        KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")
 add_dependencies(command_test kivclaim_command example_host)
 
 kivclaim_test(list_test

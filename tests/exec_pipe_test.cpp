@@ -782,6 +782,16 @@ TEST_P(ExecPipeLimits, EndsAGrandchildThatWritesOverTheCap)
     EXPECT_EQ(result.failure.errorNumber, EFBIG);
 }
 
+TEST_P(ExecPipeLimits, CapsTheNumberOfLinesAsWell)
+{
+    RunLimits limits = quickLimits();
+    limits.outputLines = 3;
+    EXPECT_EQ(run("print a@nb@n@n", limits).result, 0);
+    EXPECT_THAT(lines, ElementsAre("a", "b", ""));
+    EXPECT_EQ(run("print a@nb@n@n@n", limits).failure.errorNumber, EFBIG);
+    EXPECT_EQ(lines.size(), 3U) << "those of the first run";
+}
+
 TEST_P(ExecPipeLimits, GivesAnOutputOfExactlyTheCap)
 {
     RunLimits limits = quickLimits();
@@ -1092,6 +1102,7 @@ TEST_F(ExecPipe, HasTheLimitsThatHostsRelyOn)
     EXPECT_EQ(limits.fromKillToLeave.count(), 10000);
     EXPECT_EQ(limits.silenceAfterEnd.count(), 1000);
     EXPECT_EQ(limits.outputBytes, 1073741824U);
+    EXPECT_EQ(limits.outputLines, 67108864U);
 }
 
 TEST_F(ExecPipe, KillsAChildThatIgnoresSigtermTwoSecondsBehindTheTimeLimit)

@@ -66,6 +66,47 @@ TEST(SlotOrder, OfTheReferenceCount)
     EXPECT_EQ(slotOf(&CFiRefCount::getCount), 4U);
 }
 
+TEST(SlotOrder, OfTheSharedObjectsIsThatOfTheReferenceCount)
+{
+    // Reached through the virtual base, whose table keeps the order.
+    const auto countThroughSlots = [](CFiRefCount* object) {
+        EXPECT_EQ(callSlot<unsigned int>(object, 2), 1U);
+        EXPECT_EQ(callSlot<unsigned int>(object, 3), 0U);
+        EXPECT_EQ(callSlot<unsigned int>(object, 4), 0U);
+        callSlot<void>(object, 1);
+    };
+    countThroughSlots(new CFiMessage);
+    countThroughSlots(new CFiErrorManager);
+    const int destroyedBefore = recording::RecordingLog::destroyed;
+    countThroughSlots(new recording::RecordingLog("x"));
+    EXPECT_EQ(recording::RecordingLog::destroyed, destroyedBefore + 1) << "through the deleting destructor";
+}
+
+TEST(SlotOrder, OfTheScopeTracerIsItsDestructors)
+{
+    Host host;
+    auto* const scope = new CFiTraceLogFunction(host.log(), "claim", 1, "a/b");
+    callSlot<void>(scope, 1);
+    EXPECT_EQ(host.effects().back(), "6 Exiting Function claim [1, b]");
+    EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(Layout, FieldsOfTheScopeTracerStandInOrder)
+{
+    Host host;
+    const char* const function = "claim";
+    const char* const file = "a/b";
+    const CFiTraceLogFunction scope(host.log(), function, 7, file);
+    const auto fieldAt = [&](std::size_t offset, auto field) {
+        std::memcpy(&field, reinterpret_cast<const char*>(&scope) + offset, sizeof field);
+        return field;
+    };
+    EXPECT_EQ(fieldAt(8, static_cast<CFiTraceLog*>(nullptr)), host.log().get());
+    EXPECT_EQ(fieldAt(16, static_cast<const char*>(nullptr)), function);
+    EXPECT_EQ(fieldAt(24, 0), 7);
+    EXPECT_EQ(fieldAt(32, static_cast<const char*>(nullptr)), file + 2);
+}
+
 TEST(SlotOrder, OfTheTraceableBaseAndTheRunner)
 {
     EXPECT_EQ(slotOf(&CFiTraceable::registerTraceLog), 2U);
