@@ -18,7 +18,6 @@ using kivclaim::host::makeTraceLog;
 using kivclaim::host::traceToFunction;
 using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using ztfi_pdk_4_4::CFiExecPipePosix;
 

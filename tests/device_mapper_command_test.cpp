@@ -11,7 +11,6 @@
 
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 using tests::Ended;
 using tests::Process;
 
