@@ -100,7 +100,8 @@ private:
                                 "kivclaim list --tree -o DEVICE,STACK", [this] { return list(session, listOptions); });
         sub.add_flag("-a,--all", listOptions.all, "Show unclaimed devices as well");
         auto* const json = sub.add_flag("-J,--json", listOptions.json, "Print JSON");
-        sub.add_flag("-r,--raw", listOptions.raw, "Print unaligned columns, blanks as \\x20 and backslashes as \\x5c")->excludes(json);
+        sub.add_flag("-r,--raw", listOptions.raw, "Print unaligned columns, blanks as \\x20 and backslashes as \\x5c")
+            ->excludes(json);
         sub.add_flag("-n,--noheadings", listOptions.noHeadings, "Print no heading line");
         sub.add_flag("-T,--tree", listOptions.tree, "Show partitions under their whole device");
         sub.add_option("-o,--output", listOptions.columns,
