@@ -35,14 +35,12 @@ using kivclaim::host_internal::CommandResult;
 using kivclaim::host_internal::realSystemCalls;
 using kivclaim::host_internal::runCommand;
 using kivclaim::host_internal::RunLimits;
-using kivclaim::host_internal::SystemCalls;
 using kivclaim::host_internal::wideText;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using ztfi_pdk_4_4::CFiExecPipePosix;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
@@ -1060,6 +1058,7 @@ TEST_F(ExecPipe, StartsACommandAsFastFromALargeProcessAsFromASmallOne)
 TEST_F(ExecPipe, RunsCommandsOfSeveralThreadsAtOnce)
 {
     std::vector<std::thread> threads;
+    threads.reserve(8);
     std::atomic<int> right{0};
     for (int number = 0; number < 8; ++number) {
         threads.emplace_back([&right, text = "thread" + std::to_string(number), number] {

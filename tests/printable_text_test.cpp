@@ -39,7 +39,8 @@ TEST(PrintableText, WritesControlCharactersAbove127InHexadecimal)
 
 TEST(PrintableText, WritesCharactersThatTurnTheTextAroundInHexadecimal)
 {
-    EXPECT_EQ(printableText("a\u202Eb\u2066c\u200Fd"), "a\\xe2\\x80\\xaeb\\xe2\\x81\\xa6c\\xe2\\x80\\x8fd");
+    EXPECT_EQ(printableText("a\xe2\x80\xae|\xe2\x81\xa6|\xe2\x80\x8f|"),
+              "a\\xe2\\x80\\xae|\\xe2\\x81\\xa6|\\xe2\\x80\\x8f|");
     EXPECT_EQ(printableText("\u2029\u202F\u2065\u206A\u200D"), "\u2029\u202F\u2065\u206A\u200D");
 }
 
