@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -166,18 +167,32 @@ TEST_F(ActivePath, AWarningBeforeTheHeaderIsNoAnswer)
     EXPECT_EQ(ended.status, 1);
 }
 
-TEST_F(ActivePath, GarbageIsAnEmptyAnswer)
+TEST_F(ActivePath, GarbageFromThePathQueryIsNoAnswer)
 {
     volumeManager("garbage getsubpaths \\x1b[2J\n");
     const Ended ended = activePath({"/dev/sdc"});
     EXPECT_EQ(ended.output, "/dev/sdc\n");
+    EXPECT_EQ(ended.errors, "kivclaim: /dev/sdc as it was given: the path lookup gave no answer\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST_F(ActivePath, AnAnswerWithoutANodeIsTheNodeLookupsFault)
+{
+    volumeManager();
+    tools.addScript("ztkivadm", "echo one\necho two\n");
+    const Ended ended = activePath({"/dev/sdc"});
+    EXPECT_EQ(ended.output, "/dev/sdc\n");
+    EXPECT_EQ(ended.errors, "kivclaim: /dev/sdc as it was given: the node lookup gave no answer\n");
     EXPECT_EQ(ended.status, 1);
 }
 
 TEST_F(ActivePath, FollowsAnAnswerThatChangesBetweenTwoCalls)
 {
     volumeManager("then path kiv0_1 sdd DISABLED SECONDARY\n");
-    EXPECT_EQ(activePath({"/dev/sdc"}).output, "/dev/sdc\n") << "the active path went away before it was asked for";
+    const Ended ended = activePath({"/dev/sdd"});
+    EXPECT_EQ(ended.output, "/dev/sdc\n") << "the active path went away before it was asked for";
+    EXPECT_EQ(ended.errors, "");
+    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(ActivePath, RefusesWhatIsNoNativeDisk)
@@ -192,17 +207,48 @@ TEST_F(ActivePath, RefusesWhatIsNoNativeDisk)
     }
 }
 
-TEST_F(ActivePath, AnInterruptEndsItAtOnceWithTheProgramThatItRuns)
+TEST_F(ActivePath, ASignalEndsItWithTheProgramThatItRunsAndStartsNoOther)
 {
     volumeManager("hang getkivnode\n");
-    Process process = command({"active-path", "--waited", "--verbose", "/dev/sdc"});
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        const std::string trace = work.path() + "/trace" + std::to_string(signal);
+        Process process = command({"active-path", "--trace-file", trace, "/dev/sdc"});
+        process.start();
+        while (!runs("ztkivadm")) {
+        }
+        process.signal(signal);
+        EXPECT_EQ(process.finish().signal, signal);
+        EXPECT_FALSE(runs(""));
+        const std::string records = work.contentOf("trace" + std::to_string(signal));
+        const std::string command = "ExecuteCommand command:";
+        ASSERT_THAT(records, HasSubstr(command));
+        EXPECT_EQ(records.find(command), records.rfind(command)) << "one command was run";
+    }
+}
+
+TEST_F(ActivePath, ASignalEndsAProgramThatDoesNotWantToAndItsChildren)
+{
+    volumeManager();
+    tools.addScript("ztkivadm", "(trap '' TERM; exec /bin/sleep 300) &\n(trap '' TERM; exec /bin/sleep 300)\n");
+    Process process = command({"active-path", "/dev/sdc"});
     process.start();
-    process.awaitError("attempt 1 of 4: asking for the node");
-    while (!runs("ztkivadm")) {
+    while (!runs("sleep")) {
     }
     process.signal(SIGINT);
     EXPECT_EQ(process.finish().signal, SIGINT);
     EXPECT_FALSE(runs(""));
+}
+
+TEST_F(ActivePath, ASignalThatIsIgnoredStaysIgnored)
+{
+    volumeManager("hang getkivnode\n");
+    Process process = command({"-c", "trap '' HUP; exec " KIVCLAIM_COMMAND " active-path /dev/sdc"}, "sh");
+    process.start();
+    while (!runs("ztkivadm")) {
+    }
+    process.signal(SIGHUP);
+    process.signal(SIGTERM);
+    EXPECT_EQ(process.finish().signal, SIGTERM);
 }
 
 TEST_F(ActivePath, AnInterruptEndsAPause)
@@ -222,7 +268,9 @@ TEST_F(ActivePath, AnInterruptEndsAPause)
 TEST_F(ActivePath, PausesForReal)
 {
     volumeManager("lost kiv0_1\n");
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(command({"active-path", "--waited", "/dev/sdc"}).run().output, "/dev/sdd\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 TEST_F(ActivePath, AsksOnATerminalBeforeTheNodeIsForgotten)
@@ -238,6 +286,23 @@ TEST_F(ActivePath, AsksOnATerminalBeforeTheNodeIsForgotten)
     const Ended yes = command({"-qec", line, "/dev/null"}, "script").reads("y\n").run();
     EXPECT_THAT(yes.output, HasSubstr("/dev/sdd\r\n"));
     EXPECT_EQ(yes.status, 0);
+    const Ended redirected = command({"-qec", line + " 2>/dev/null", "/dev/null"}, "script").reads("n\n").run();
+    EXPECT_THAT(redirected.output, HasSubstr("Go on? [y/N] ")) << "the terminal is asked, wherever errors go";
+    EXPECT_EQ(redirected.status, 2);
+}
+
+TEST_F(ActivePath, DoesNotAskWhenToldSoOrWhenNothingChanges)
+{
+    volumeManager();
+    for (const char* const option : {" --yes", " --waited"}) {
+        const Ended ended =
+            command({"-qec", KIVCLAIM_COMMAND " active-path /dev/sdc" + std::string(option), "/dev/null"}, "script")
+                .run();
+        EXPECT_THAT(ended.output, AllOf(HasSubstr("/dev/sdd\r\n"), Not(HasSubstr("Go on?"))));
+    }
+    std::filesystem::remove(tools.path() + "/ztkivadm");
+    EXPECT_THAT(command({"-qec", KIVCLAIM_COMMAND " active-path /dev/sdc", "/dev/null"}, "script").run().output,
+                AllOf(HasSubstr("is not installed"), Not(HasSubstr("Go on?"))));
 }
 
 TEST_F(ActivePath, ShowsALiveLineOnATerminalAndClearsIt)

@@ -19,7 +19,6 @@
 #include <utility>
 
 using kivclaim::host::makeTraceLog;
-using kivclaim::host::TraceDestination;
 using kivclaim::host::TraceLogPointer;
 using kivclaim::host::traceToFile;
 using kivclaim::host::traceToFunction;

@@ -75,15 +75,26 @@ void requireNativeDisk(const std::string& path)
     }
 }
 
-bool isConfirmed(const std::string& path)
+bool isConfirmed(const std::string& path, FILE* terminal)
 {
-    std::fprintf(stderr,
+    std::fprintf(terminal,
                  "The volume manager will forget the node of %s and rescan all disks.\n"
                  "Go on? [y/N] ",
                  path.c_str());
+    std::fflush(terminal);
     std::string answer;
     std::getline(std::cin, answer);
     return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+// On a terminal, wherever standard error goes; nobody else is asked.
+void requireConfirmation(const std::string& path)
+{
+    const std::unique_ptr<FILE, int (*)(FILE*)> terminal(
+        isatty(STDIN_FILENO) != 0 ? std::fopen("/dev/tty", "w") : nullptr, &std::fclose);
+    if (terminal != nullptr && !isConfirmed(path, terminal.get())) {
+        throw CommandError("not confirmed, nothing was done; --waited looks up without forgetting the node");
+    }
 }
 
 const char* reasonOf(LookupProgress::Step step)
@@ -116,7 +127,8 @@ std::string lookUp(const SessionOptions& options, const ActivePathOptions& reque
     CNativePathClaim module;
     module.registerTraceLog(kivclaim::host::makeTraceLog(destinations));
     std::optional<LiveLine> line;
-    if (isatty(STDERR_FILENO) != 0 && !options.traceLevel) {
+    const bool recordsShowIt = options.traceLevel.value_or(0) >= ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_INFORMATION;
+    if (isatty(STDERR_FILENO) != 0 && !recordsShowIt) {
         line.emplace(progress);
     }
     return module.getActivePath(request.path, request.waited);
@@ -127,10 +139,9 @@ std::string lookUp(const SessionOptions& options, const ActivePathOptions& reque
 ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request)
 {
     requireNativeDisk(request.path);
-    const bool mayAsk = isatty(STDIN_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
     const bool changesSomething = !request.waited && CZtKIVSupport().isZtKIVInstalled();
-    if (changesSomething && !request.yes && mayAsk && !isConfirmed(request.path)) {
-        throw CommandError("not confirmed, nothing was done; --waited looks up without forgetting the node");
+    if (changesSomething && !request.yes) {
+        requireConfirmation(request.path);
     }
     LookupProgress progress;
     const std::string path = lookUp(options, request, progress);

@@ -3,10 +3,13 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,40 +26,66 @@ constexpr std::chrono::seconds patience{2};
 // Wakes the watching thread when there is nothing more to watch.
 constexpr int wakeUp = SIGUSR1;
 
-// The parent of a process, and whether it still runs; a process that has gone has parent 0.
-pid_t runningParentOf(const std::string& process)
+struct Process {
+    pid_t number = 0;
+    pid_t parent = 0;
+    pid_t group = 0;
+    bool runs = false;
+};
+
+Process processAt(const std::string& number)
 {
-    std::ifstream stat("/proc/" + process + "/stat");
+    std::ifstream stat("/proc/" + number + "/stat");
     std::string line;
     std::getline(stat, line);
     const std::size_t nameEnd = line.rfind(')');  // the name may contain anything
-    if (nameEnd == std::string::npos || nameEnd + 4 > line.size() || line[nameEnd + 2] == 'Z') {
-        return 0;
+    Process process;
+    if (nameEnd != std::string::npos) {
+        char state = 'Z';
+        std::istringstream(line.substr(nameEnd + 1)) >> state >> process.parent >> process.group;
+        process.number = static_cast<pid_t>(std::strtol(number.c_str(), nullptr, 10));
+        process.runs = state != 'Z' && state != 'X';
     }
-    return static_cast<pid_t>(std::strtol(line.c_str() + nameEnd + 4, nullptr, 10));
+    return process;
 }
 
-std::vector<pid_t> runningChildren()
+std::vector<Process> runningProcesses()
 {
-    std::vector<pid_t> children;
-    const std::unique_ptr<DIR, int (*)(DIR*)> processes(opendir("/proc"), &closedir);
-    if (processes == nullptr) {
-        return children;
-    }
-    while (const dirent* const entry = readdir(processes.get())) {
-        if (runningParentOf(entry->d_name) == getpid()) {
-            children.push_back(static_cast<pid_t>(std::strtol(entry->d_name, nullptr, 10)));
+    std::vector<Process> processes;
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc"), &closedir);
+    while (const dirent* const entry = folder != nullptr ? readdir(folder.get()) : nullptr) {
+        const Process process = processAt(entry->d_name);
+        if (process.runs) {
+            processes.push_back(process);
         }
     }
-    return children;
+    return processes;
 }
 
-void signalGroups(const std::vector<pid_t>& children, int signal)
+// Adds the groups of the children to `groups`, and tells whether anybody of the groups still runs.
+bool anybodyRuns(std::set<pid_t>& groups)
 {
-    for (const pid_t child : children) {
-        kill(-child, signal);
-        kill(child, signal);
+    const std::vector<Process> processes = runningProcesses();
+    for (const Process& process : processes) {
+        if (process.parent == getpid() && process.group != getpgrp()) {
+            groups.insert(process.group);
+        }
     }
+    return std::any_of(processes.begin(), processes.end(),
+                       [&](const Process& process) { return groups.count(process.group) != 0; });
+}
+
+void signalGroups(const std::set<pid_t>& groups, int signal)
+{
+    for (const pid_t group : groups) {
+        kill(-group, signal);
+    }
+}
+
+bool isIgnored(int signal)
+{
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
 }  // namespace
@@ -64,9 +93,11 @@ void signalGroups(const std::vector<pid_t>& children, int signal)
 Interruption::Interruption(std::function<bool()> isIdleNow) : isIdle(std::move(isIdleNow))
 {
     sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGHUP);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        if (!isIgnored(signal)) {
+            sigaddset(&signals, signal);
+        }
+    }
     sigaddset(&signals, wakeUp);
     pthread_sigmask(SIG_BLOCK, &signals, &maskBefore);
     watcher = std::thread([this] { watch(); });
@@ -94,7 +125,8 @@ void Interruption::watch()
 {
     while (!over) {
         int signal = 0;
-        if (sigwait(&signals, &signal) == 0 && signal != wakeUp) {
+        const bool isWakeUp = sigwait(&signals, &signal) != 0 || (signal == wakeUp && over);
+        if (!isWakeUp) {
             end(signal);
         }
     }
@@ -105,14 +137,15 @@ void Interruption::end(int signal)
 {
     interrupted = true;
     const Clock::time_point start = Clock::now();
+    std::set<pid_t> groups;
     for (;;) {
         const bool noneWillStart = holding || over || isIdle();
-        const std::vector<pid_t> children = runningChildren();
+        const bool someRun = anybodyRuns(groups);
         const auto passed = Clock::now() - start;
-        if ((noneWillStart && children.empty()) || passed > patience) {
+        if ((noneWillStart && !someRun) || passed > patience) {
             break;
         }
-        signalGroups(children, passed < fromTermToKill ? SIGTERM : SIGKILL);
+        signalGroups(groups, passed < fromTermToKill ? SIGTERM : SIGKILL);
         std::this_thread::sleep_for(betweenLooks);
     }
     ::signal(signal, SIG_DFL);

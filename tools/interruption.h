@@ -2,20 +2,21 @@
 #ifndef KIVCLAIM_TOOLS_INTERRUPTION_H
 #define KIVCLAIM_TOOLS_INTERRUPTION_H
 
-#include <signal.h>
-
 #include <atomic>
+#include <csignal>
 #include <functional>
 #include <thread>
 
 namespace kivclaim::tools {
 
-// While it lives, SIGINT, SIGTERM and SIGHUP end the process as they always do, but only when no child is left. The
-// runner's children are in process groups of their own, so a terminal's Ctrl-C does not reach them.
+// While it lives, SIGINT, SIGTERM, SIGHUP and SIGQUIT end the process as they always do, but only when no child is
+// left, nor anybody in a child's process group: the runner's children are in groups of their own, so a terminal's
+// Ctrl-C does not reach them. A signal that the process ignores stays ignored. Whoever has left a child's group is not
+// followed.
 //
 // Threads: made before any thread that it shall protect; the watching thread is its own.
 // Ownership: puts the signal mask back when it ends.
-// Failure: a child that does not even end on SIGKILL is left after two seconds.
+// Failure: who does not even end on SIGKILL is left after two seconds.
 class Interruption {
 public:
     // `isIdle` tells, on the watching thread, that the working thread neither runs nor will start a program.

@@ -10,6 +10,9 @@ constexpr int attempts = 4;
 constexpr std::chrono::seconds waitedPause{5};
 constexpr std::chrono::seconds refreshedPause{10};
 
+// An answer without a node leads to a question without a name.
+constexpr char queryWithoutNode[] = "ExecuteCommand command: /usr/sbin/ztkivadm   getsubpaths  kivnodename=";
+
 bool startsWith(const std::string& text, std::string_view start)
 {
     return text.compare(0, start.size(), start) == 0;
@@ -61,6 +64,8 @@ bool LookupProgress::take(const std::string& record, Clock::time_point now)
     } else if (enters(record, "getOSDiskHandleForZtVMDisk")) {
         current = Step::pathLookup;
         activity = "asking for the paths of the node";
+    } else if (record == queryWithoutNode) {
+        isNodeEmpty = true;
     } else if (startsWith(record, "Got active path [")) {
         current = Step::answered;
     }
@@ -70,7 +75,7 @@ bool LookupProgress::take(const std::string& record, Clock::time_point now)
 LookupProgress::Step LookupProgress::step() const
 {
     const std::lock_guard<std::mutex> guard(lock);
-    return current;
+    return isNodeEmpty && current == Step::pathLookup ? Step::nodeLookup : current;
 }
 
 bool LookupProgress::isPausing() const

@@ -36,6 +36,7 @@ private:
     bool isRefreshing = false;
     bool hasAskedForOldNode = false;
     int attempt = 0;
+    bool isNodeEmpty = false;
     bool pausing = false;
     Clock::time_point pauseEnd;
     std::string activity = "looking for the volume manager";
