@@ -293,6 +293,17 @@ TEST_F(ClaimManager, RegisteringThroughTheTraceableBaseReachesTheManagersOwn)
     EXPECT_EQ(host.effects(), lines({"mine: gets a log"}));
 }
 
+TEST_F(ClaimManager, ALogThatTheManagerCannotLockIsHandedToTheModulesAllTheSame)
+{
+    add("mine", {});
+    {
+        const recording::FailingLocks failing;
+        manager->registerTraceLog(host.log());
+    }
+    EXPECT_EQ(host.effects(), lines({"mine: gets a log"}));
+    EXPECT_EQ(host.logCount(), 1U) << "nobody could count it";
+}
+
 TEST_F(ClaimManager, EveryModuleHoldsTheLogAndLetsGoOfItAtTheEnd)
 {
     const auto builtIn = static_cast<unsigned int>(manager->claimModules().size());

@@ -90,7 +90,6 @@ public:
     void kernelRelease(const std::string& release) { release_ = release; }
     void device(const std::string& path) { devices.insert(path); }
     void executable(const std::string& path) { executables.insert(path); }
-    void noDevice(const std::string& path) { devices.erase(path); }
 
     // Accidents. Each record whose text begins with `text` throws std::runtime_error("trace failed"), or whatever
     // `thrower` throws.
