@@ -26,6 +26,12 @@ struct ActivePathOptions {
     bool verbose = false;
 };
 
+struct AuditOptions {
+    std::vector<std::string> paths;  // empty: every block device of this machine
+    bool json = false;
+    bool onlyDifferences = false;
+};
+
 ExitStatus list(const SessionOptions& options, const ListOptions& form);
 ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths);
@@ -33,6 +39,7 @@ ExitStatus partition(const SessionOptions& options, const std::string& path, con
 ExitStatus whole(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus prefixes(const SessionOptions& options);
 ExitStatus explain(const SessionOptions& options, const std::string& path);
+ExitStatus audit(const SessionOptions& options, const AuditOptions& request);
 ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request);
 
 }  // namespace kivclaim::tools

@@ -63,6 +63,7 @@ public:
         addList();
         addQuestions();
         addExplain();
+        addAudit();
         addActivePath();
         chosen = [this] { return list(session, listOptions); };
     }
@@ -141,6 +142,18 @@ private:
         sub.add_option("PATH", path, "Device path")->required()->type_name("");
     }
 
+    void addAudit()
+    {
+        CLI::App& sub = command("audit", "[PATH...]",
+                                "Compare the answers about each PATH, or about every block device, with what the "
+                                "kernel says, and give a reason for each difference",
+                                "kivclaim audit --only-differences", [this] { return audit(session, auditOptions); });
+        sub.add_option("PATH", auditOptions.paths, "Device paths, '-' for standard input; none: every block device")
+            ->type_name("");
+        sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
+        sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences, "Leave out the devices that agree");
+    }
+
     void addActivePath()
     {
         CLI::App& sub =
@@ -189,6 +202,7 @@ private:
     std::map<std::string, std::string> usages;
     SessionOptions session;
     ListOptions listOptions;
+    AuditOptions auditOptions;
     ActivePathOptions activePathOptions;
     std::vector<std::string> paths;
     std::string path;

@@ -1,0 +1,413 @@
+// `kivclaim audit` on machines that umockdev plays: what it says where the library and the kernel differ, and why.
+#include "tests/mock_machine.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using tests::Ended;
+
+namespace {
+
+class Audit : public testing::Test {
+protected:
+    Audit() { listings({""}); }
+
+    // What the tool that lists logical volumes prints, run by run; the last listing again for every further run.
+    void listings(const std::vector<std::string>& texts)
+    {
+        tools.addFile("runs", "");
+        for (std::size_t run = 0; run < texts.size(); ++run) {
+            tools.addFile("listing." + std::to_string(run), texts[run]);
+        }
+        tools.addScript("lvdisplay",
+                        "read -r n 2>/dev/null </usr/sbin/runs || n=0\n/bin/cat /usr/sbin/listing.$n\n"
+                        "[ ! -e /usr/sbin/listing.$((n + 1)) ] || echo $((n + 1)) >/usr/sbin/runs\n");
+    }
+    void failingListing() { tools.addScript("lvdisplay", "echo 'no locking' >&2\nexit 5\n"); }
+
+    static std::string volume(const std::string& group, const std::string& name)
+    {
+        return "  --- Logical volume ---\n  LV Path                /dev/" + group + "/" + name +
+               "\n  LV Name                " + name + "\n  VG Name                " + group + "\n   \n";
+    }
+
+    Ended audit(std::vector<std::string> arguments = {}, const std::string& input = "")
+    {
+        arguments.insert(arguments.begin(), "audit");
+        return machine.process(KIVCLAIM_COMMAND, std::move(arguments))
+            .environment("LC_ALL", "C")
+            .sees(tools.path(), "/usr/sbin")
+            .reads(input)
+            .run();
+    }
+
+    // The lines about differences, blanks collapsed, without the summary.
+    std::vector<std::string> differences(const std::vector<std::string>& paths = {}, const std::string& input = "")
+    {
+        std::vector<std::string> arguments = {"--only-differences"};
+        arguments.insert(arguments.end(), paths.begin(), paths.end());
+        const Ended ended = audit(arguments, input);
+        EXPECT_EQ(ended.errors, "");
+        EXPECT_EQ(ended.status, 0);
+        std::vector<std::string> lines;
+        std::string line;
+        for (const char character : ended.output) {
+            if (character == '\n') {
+                lines.push_back(line);
+                line.clear();
+            } else if (character != ' ' || (!line.empty() && line.back() != ' ')) {
+                line += character;
+            }
+        }
+        EXPECT_FALSE(lines.empty());
+        lines.pop_back();
+        if (!lines.empty()) {
+            lines.erase(lines.begin());
+        }
+        return lines;
+    }
+
+    tests::MockMachine machine;
+    tests::TemporaryFolder tools;
+};
+
+using Lines = std::vector<std::string>;
+
+}  // namespace
+
+TEST_F(Audit, ShowsWhatTheLibraryAndTheKernelAgreeOn)
+{
+    listings({volume("vg00", "lvol1")});
+    machine.disk("xvda").partition("xvda", "xvda1", 1);
+    machine.disk("sda").partition("sda", "sda12", 12);
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-1", "mpatha-part1", "part1-mpath-36001", {"dm-0"});
+    machine.mapped("dm-2", "vg00-lvol1", "LVM-AbCd");
+    const Ended ended = audit();
+    EXPECT_EQ(ended.output,
+              "DEVICE                   QUESTION LIBRARY                                          "
+              "KERNEL                            VERDICT QUIRK REASON\n"
+              "/dev/mapper/mpatha       all      device-mapper                                    "
+              "multipath map                     agrees        \n"
+              "/dev/mapper/mpatha-part1 all      device-mapper, partition 1 of /dev/mapper/mpatha "
+              "partition 1 of /dev/mapper/mpatha agrees        \n"
+              "/dev/mapper/vg00-lvol1   all      none                                             "
+              "logical volume                    agrees        \n"
+              "/dev/sda                 all      native                                           "
+              "SCSI disk                         agrees        \n"
+              "/dev/sda12               all      native, partition 12 of /dev/sda                 "
+              "partition 12 of /dev/sda          agrees        \n"
+              "/dev/xvda                all      none                                             "
+              "block device of no stack          agrees        \n"
+              "/dev/xvda1               all      none                                             "
+              "partition 1 of /dev/xvda          agrees        \n"
+              "7 devices: 7 agree, 0 differ by known quirks (see docs/quirks.md), 0 differ otherwise\n");
+    EXPECT_EQ(ended.errors, "");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(Audit, PowerPathDevicesAgree)
+{
+    machine.disk("emcpowera").partition("emcpowera", "emcpowera3", 3);
+    EXPECT_THAT(audit().output, HasSubstr("\n2 devices: 2 agree, "));
+}
+
+TEST_F(Audit, AVolumeWithADashIsClaimed)
+{
+    listings({volume("vg-a", "lv1")});
+    machine.mapped("dm-0", "vg--a-lv1", "LVM-AbCd");
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/vg--a-lv1 claim device-mapper logical volume quirk dashed-volume "
+                                   "the list of volumes has it as /dev/mapper/vg-a-lv1"});
+}
+
+TEST_F(Audit, AMapThatIsNamedLikeAVolumeWithADashInTheListIsRefused)
+{
+    listings({volume("vg-a", "lv1")});
+    machine.mapped("dm-0", "vg-a-lv1", "mpath-36001");
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/vg-a-lv1 claim none multipath map quirk dashed-volume "
+                                   "the list has a volume with dashes under this name"});
+}
+
+TEST_F(Audit, AVolumeIsClaimedWhenTheListingFails)
+{
+    failingListing();
+    machine.mapped("dm-0", "vg00-lvol1", "LVM-AbCd");
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/vg00-lvol1 claim device-mapper logical volume quirk failed-listing "
+                                   "/sbin/lvdisplay failed, so no volume is known as one"});
+}
+
+TEST_F(Audit, AVolumeThatWasCreatedAfterTheListingIsClaimed)
+{
+    listings({volume("vg00", "lvol1"), volume("vg00", "lvol1") + volume("vg00", "lvol2")});
+    machine.mapped("dm-0", "vg00-lvol1", "LVM-AbCd").mapped("dm-1", "vg00-lvol2", "LVM-AbCe");
+    EXPECT_EQ(differences({"-"}, "/dev/mapper/vg00-lvol1\n/dev/mapper/vg00-lvol2\n"),
+              Lines{"/dev/mapper/vg00-lvol2 claim device-mapper logical volume quirk stale-list "
+                    "the list of volumes was read before this one was created"});
+}
+
+TEST_F(Audit, AMapThatHasTheNameOfAVolumeRemovedSinceIsRefused)
+{
+    listings({volume("vg00", "lvol1"), volume("vg00", "lvol2")});
+    machine.mapped("dm-0", "vg00-lvol1", "mpath-36001");
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/vg00-lvol1 claim none multipath map quirk stale-list "
+                                   "the list was read while this was the name of a volume"});
+}
+
+TEST_F(Audit, AVolumeThatIsNotPrintedIsClaimed)
+{
+    listings({volume("vg00", "thin")});
+    machine.mapped("dm-0", "vg00-pool_tdata", "LVM-AbCd").mapped("dm-1", "vg00-thin", "LVM-AbCe");
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/vg00-pool_tdata claim device-mapper logical volume quirk "
+                                   "unlisted-volume /sbin/lvdisplay does not print this volume"});
+}
+
+TEST_F(Audit, AnyOtherMappingIsClaimed)
+{
+    machine.mapped("dm-0", "secret", "CRYPT-LUKS2-1234-secret").mapped("dm-1", "zero", "");
+    machine.mapped("dm-3", "loose1", "part1-LVM-AbCd", {"dm-1"});
+    EXPECT_EQ(differences(), (Lines{"/dev/mapper/loose1 claim device-mapper partition 1 of /dev/mapper/zero quirk "
+                                    "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed",
+                                    "/dev/mapper/loose1 is-partition no yes quirk name-decides "
+                                    "neither /dev/mapper/loose nor /dev/mapper/loos exists",
+                                    "/dev/mapper/secret claim device-mapper device-mapper device, CRYPT quirk "
+                                    "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed",
+                                    "/dev/mapper/zero claim device-mapper device-mapper device, without uuid quirk "
+                                    "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed"}));
+}
+
+TEST_F(Audit, APathOfAMapIsClaimedAsNative)
+{
+    machine.disk("sda").partition("sda", "sda1", 1);
+    machine.mapped("dm-0", "mpatha", "mpath-36001", {"sda"});
+    EXPECT_EQ(differences(),
+              (Lines{"/dev/sda claim native SCSI disk, path of /dev/mapper/mpatha quirk path-of-a-map "
+                     "the name is a disk's; that /dev/mapper/mpatha uses it does not count",
+                     "/dev/sda1 claim native partition 1 of /dev/sda, path of /dev/mapper/mpatha quirk path-of-a-map "
+                     "the name is a disk's; that /dev/mapper/mpatha uses it does not count"}));
+}
+
+TEST_F(Audit, ADiskUnderAVolumeIsADiskAllTheSame)
+{
+    listings({volume("vg00", "lvol1")});
+    machine.disk("sda").mapped("dm-0", "vg00-lvol1", "LVM-AbCd", {"sda"});
+    EXPECT_EQ(differences(), Lines{});
+}
+
+TEST_F(Audit, ATwoDigitPartitionComesBackWithItsLastDigit)
+{
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-1", "mpatha-part1", "part1-mpath-36001", {"dm-0"});
+    machine.mapped("dm-12", "mpatha-part12", "part12-mpath-36001", {"dm-0"});
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/mpatha-part12 whole /dev/mapper/mpatha- 2 /dev/mapper/mpatha 12 quirk "
+                                   "last-digit six characters are cut and the last one is the number"});
+}
+
+TEST_F(Audit, ATwoDigitPartitionWithoutItsNeighbourIsNone)
+{
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-12", "mpatha-part12", "part12-mpath-36001", {"dm-0"});
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/mpatha-part12 is-partition no yes quirk missing-neighbour "
+                                   "neither /dev/mapper/mpatha-part1 nor /dev/mapper/mpatha-part exists"});
+}
+
+TEST_F(Audit, AMapThatIsNamedLikeAPartitionIsTakenForOne)
+{
+    machine.mapped("dm-0", "data-part1", "mpath-36001");
+    machine.mapped("dm-1", "mpath", "mpath-36002").mapped("dm-2", "mpath1", "mpath-36003");
+    EXPECT_EQ(differences(), (Lines{"/dev/mapper/data-part1 is-partition yes no quirk partition-like-name "
+                                    "the name ends like a partition's",
+                                    "/dev/mapper/mpath1 is-partition yes no quirk partition-like-name "
+                                    "it ends in a digit, and /dev/mapper/mpath exists"}));
+}
+
+TEST_F(Audit, PartitionsUnderNamesOfAnotherKernelAreNotProposed)
+{
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-1", "mpatha_part1", "part1-mpath-36001", {"dm-0"});
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/mpatha partition 1 /dev/mapper/mpatha-part1 /dev/mapper/mpatha_part1 "
+                                   "quirk release-decides the kernel's release decides on the name, here -part1, "
+                                   "not the nodes"});
+}
+
+TEST_F(Audit, PartitionsThatAreNotNamedPartAreCutTooFar)
+{
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-1", "mpatha1", "part1-mpath-36001", {"dm-0"});
+    EXPECT_EQ(differences(), (Lines{"/dev/mapper/mpatha partition 1 /dev/mapper/mpatha-part1 /dev/mapper/mpatha1 "
+                                    "quirk release-decides the kernel's release decides on the name, here -part1, "
+                                    "not the nodes",
+                                    "/dev/mapper/mpatha1 whole /dev/mapper/m 1 /dev/mapper/mpatha 1 quirk "
+                                    "six-characters six characters are cut, the length of -part and a digit"}));
+}
+
+TEST_F(Audit, AnotherNameForTheSamePartitionAgrees)
+{
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-1", "mpatha_part1", "part1-mpath-36001", {"dm-0"}).node("mapper/mpatha-part1", "dm-1");
+    EXPECT_EQ(differences(), Lines{});
+}
+
+TEST_F(Audit, ANameIsClaimedWithoutADevice)
+{
+    EXPECT_EQ(differences({"/dev/mapper/gone", "/dev/emcpowerzz", "/dev/nothing"}),
+              (Lines{"/dev/mapper/gone claim device-mapper no such device quirk name-decides "
+                     "the name is enough, nothing needs to be there",
+                     "/dev/emcpowerzz claim powerpath no such device quirk name-decides "
+                     "the name is enough, nothing needs to be there"}));
+}
+
+TEST_F(Audit, ADeviceIsKnownByOneNameOnly)
+{
+    machine.disk("sda").node("emcpowera", "sda");
+    machine.mappedWithoutName("dm-0", "mpatha", "mpath-36001");
+    EXPECT_EQ(differences({"/dev/dm-0", "/dev/emcpowera"}),
+              (Lines{"/dev/dm-0 claim none multipath map, /dev/mapper/mpatha quirk name-decides the name decides; "
+                     "the device behind it, 240:1, is the kernel's /dev/mapper/mpatha",
+                     "/dev/emcpowera claim powerpath SCSI disk, /dev/sda quirk name-decides the name decides; "
+                     "the device behind it, 240:0, is the kernel's /dev/sda"}));
+}
+
+TEST_F(Audit, ANodeMayBeAnotherDevices)
+{
+    machine.disk("xvda").mappedWithoutName("dm-0", "mpatha", "mpath-36001").node("mapper/mpatha", "xvda");
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/mpatha number 240:0 240:1 quirk name-decides "
+                                   "the node that has this name is another device's"});
+}
+
+TEST_F(Audit, APrefixCountsAnywhere)
+{
+    EXPECT_EQ(differences({"/srv/dev/sda"}), Lines{"/srv/dev/sda claim native no such device quirk prefix-anywhere "
+                                                   "'/dev/sd' counts wherever it stands in a path"});
+}
+
+TEST_F(Audit, CountsWhatItFound)
+{
+    machine.disk("xvda").mapped("dm-0", "zero", "");
+    EXPECT_THAT(audit().output, HasSubstr("\n2 devices: 1 agrees, 1 differs by known quirks (see docs/quirks.md), "
+                                          "0 differ otherwise\n"));
+    EXPECT_EQ(audit({"--only-differences", "/dev/xvda"}).output,
+              "1 device: 1 agrees, 0 differ by known quirks (see docs/quirks.md), 0 differ otherwise\n");
+}
+
+TEST_F(Audit, PrintsJson)
+{
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-1", "mpatha_part1", "part1-mpath-36001", {"dm-0"});
+    const Ended ended = audit({"--json"});
+    EXPECT_EQ(ended.output, R"({
+   "devices": [
+      {
+         "device": "/dev/mapper/mpatha",
+         "verdict": "quirk",
+         "library": {
+            "claimed": true,
+            "level": 16,
+            "stack": "device-mapper",
+            "partition": null,
+            "whole": null,
+            "partitions": [
+               {
+                  "number": 1,
+                  "path": "/dev/mapper/mpatha-part1"
+               }
+            ]
+         },
+         "kernel": {
+            "exists": true,
+            "is": "multipath map",
+            "stack": "device-mapper",
+            "path": "/dev/mapper/mpatha",
+            "number": "240:0",
+            "uuid": "mpath-36001",
+            "map": null,
+            "partition": null,
+            "whole": null,
+            "partitions": [
+               {
+                  "number": 1,
+                  "path": "/dev/mapper/mpatha_part1"
+               }
+            ]
+         },
+         "differences": [
+            {
+               "question": "partition",
+               "partition": 1,
+               "library": "/dev/mapper/mpatha-part1",
+               "kernel": "/dev/mapper/mpatha_part1",
+               "verdict": "quirk",
+               "quirk": "release-decides",
+               "reason": "the kernel's release decides on the name, here -part1, not the nodes"
+            }
+         ]
+      },
+      {
+         "device": "/dev/mapper/mpatha_part1",
+         "verdict": "agrees",
+         "library": {
+            "claimed": true,
+            "level": 16,
+            "stack": "device-mapper",
+            "partition": 1,
+            "whole": "/dev/mapper/mpatha",
+            "partitions": []
+         },
+         "kernel": {
+            "exists": true,
+            "is": "partition 1 of /dev/mapper/mpatha",
+            "stack": "device-mapper",
+            "path": "/dev/mapper/mpatha_part1",
+            "number": "240:1",
+            "uuid": "part1-mpath-36001",
+            "map": null,
+            "partition": 1,
+            "whole": "/dev/mapper/mpatha",
+            "partitions": []
+         },
+         "differences": []
+      }
+   ],
+   "summary": {
+      "devices": 2,
+      "agree": 1,
+      "quirks": 1,
+      "unknown": 0
+   }
+}
+)");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(audit({"--json", "--only-differences", "/dev/mapper/mpatha_part1"}).output,
+              "{\n   \"devices\": [],\n   \"summary\": {\n      \"devices\": 1,\n      \"agree\": 1,\n"
+              "      \"quirks\": 0,\n      \"unknown\": 0\n   }\n}\n");
+}
+
+TEST_F(Audit, ShowsHostileNamesSafely)
+{
+    machine.mapped("dm-0", "a\x1b[31mb", "mpath-36001");
+    EXPECT_THAT(audit().output, AllOf(HasSubstr("/dev/mapper/a\\x1b[31mb"), Not(HasSubstr("\x1b"))));
+    EXPECT_THAT(audit({"--json"}).output, AllOf(HasSubstr("/dev/mapper/a\\\\x1b[31mb"), Not(HasSubstr("\x1b"))));
+}
+
+TEST_F(Audit, PassesOverAnInputThatCanBeNoPath)
+{
+    machine.disk("xvda");
+    const Ended ended = audit({"/dev/xvda", ""});
+    EXPECT_THAT(ended.output, HasSubstr("1 device: 1 agrees"));
+    EXPECT_THAT(ended.errors, HasSubstr("is empty"));
+    EXPECT_EQ(ended.status, 2);
+}
+
+TEST_F(Audit, RefusesAnUnknownOption)
+{
+    const Ended ended = audit({"--differences"});
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.errors, HasSubstr("usage: kivclaim audit [OPTIONS] [PATH...]"));
+    EXPECT_EQ(ended.status, 2);
+}

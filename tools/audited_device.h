@@ -1,0 +1,59 @@
+// The library's answers about one device beside the kernel's.
+#ifndef KIVCLAIM_TOOLS_AUDITED_DEVICE_H
+#define KIVCLAIM_TOOLS_AUDITED_DEVICE_H
+
+#include "claim/kiv_claim_manager.h"
+#include "tools/kernel_device.h"
+
+#include <string>
+#include <vector>
+
+namespace kivclaim::tools {
+
+// What the library answers about a device. Beyond level and stack only for a claimed one.
+struct LibraryAnswer {
+    unsigned int level = 0;
+    std::string stack;  // by the names of tools/stack_name.h
+    bool isPartition = false;
+    std::string wholeDevice;
+    unsigned int partition = 0;               // the number that comes with wholeDevice
+    std::vector<KernelPartition> partitions;  // the path that it gives each partition known to the kernel
+};
+
+// The first four are named after the commands that ask the same.
+enum class Question {
+    claim,
+    isPartition,
+    whole,
+    partition,
+    number  // is the node that has the device's name the device?
+};
+
+const char* name(Question question);
+
+// One answer of the library that is not the kernel's.
+struct Difference {
+    Question question = Question::claim;
+    unsigned int partition = 0;  // for Question::partition: which one
+    std::string library;
+    std::string kernel;
+    std::string quirk;   // its name in docs/quirks.md; empty: no known quirk explains it
+    std::string reason;  // one line
+};
+
+struct AuditedDevice {
+    std::string path;  // as it was asked
+    LibraryAnswer library;
+    KernelDevice kernel;
+    std::vector<Difference> differences;
+};
+
+// Asks `manager` about `path` and compares the answers with what the kernel says; explains nothing yet.
+AuditedDevice audited(CKivClaimManager& manager, const std::string& path, KernelDevice kernel);
+
+// What the library answers, in a few words.
+std::string description(const LibraryAnswer& answer);
+
+}  // namespace kivclaim::tools
+
+#endif

@@ -1,0 +1,19 @@
+// Why the library's answers differ from the kernel's: the quirks that docs/quirks.md describes.
+#ifndef KIVCLAIM_TOOLS_KNOWN_QUIRKS_H
+#define KIVCLAIM_TOOLS_KNOWN_QUIRKS_H
+
+#include "tools/audited_device.h"
+
+#include <memory>
+#include <vector>
+
+namespace kivclaim::tools {
+
+// Names the quirk behind each difference of `devices` that a known one explains, with the reason; the others get a
+// reason without a quirk. A quirk explains a difference only when what it foretells is exactly what the library
+// answered. May run /sbin/lvdisplay and look at nodes. `devices` were audited by one session, which is still open.
+void explainDifferences(std::vector<AuditedDevice>& devices);
+
+}  // namespace kivclaim::tools
+
+#endif
