@@ -21,11 +21,11 @@ std::string link(const std::string& place, const std::string& target)
 
 }  // namespace
 
-MockMachine::Device& MockMachine::add(const std::string& kernelName, const std::string& folder, const std::string& node)
+MockMachine::Device& MockMachine::add(const std::string& kernelName, const std::string& place, const std::string& node)
 {
     const int minor = static_cast<int>(devices.size());
     Device& device = devices[kernelName];
-    device.place = folder + kernelName;
+    device.place = place + kernelName;
     device.node = node;
     device.minor = minor;
     return device;

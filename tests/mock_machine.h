@@ -37,7 +37,7 @@ private:
         std::vector<std::string> otherNodes;
         int minor = 0;
     };
-    Device& add(const std::string& kernelName, const std::string& folder, const std::string& node);
+    Device& add(const std::string& kernelName, const std::string& place, const std::string& node);
     static std::string number(const Device& device);
     std::string makeOtherNodes() const;
     void hold(const std::string& slave, const std::string& holder);

@@ -35,9 +35,9 @@ void addColumn(libscols_table* table, const TableColumn& head, int treeFlag)
 
 }  // namespace
 
-void Table::Unref::operator()(libscols_table* table) const
+void Table::Unref::operator()(libscols_table* unused) const
 {
-    scols_unref_table(table);
+    scols_unref_table(unused);
 }
 
 Table::Table(const TableForm& form, const std::vector<TableColumn>& columns)
