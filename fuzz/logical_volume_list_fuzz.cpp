@@ -36,7 +36,7 @@ bool readPlainly(const std::vector<std::string>& lines, std::set<std::string>& p
             return false;
         }
         const std::string group = trimmed(lines[at].substr(lines[at].find("VG Name") + 7));
-        paths.insert("/dev/mapper/" + group + "-" + name);
+        paths.insert(std::string("/dev/mapper/").append(group).append("-").append(name));
     }
     return true;
 }

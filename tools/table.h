@@ -50,7 +50,7 @@ public:
 
 private:
     struct Unref {
-        void operator()(libscols_table* table) const;
+        void operator()(libscols_table* unused) const;
     };
     std::unique_ptr<libscols_table, Unref> table;
     bool tree;
