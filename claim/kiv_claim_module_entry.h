@@ -32,11 +32,14 @@
 // every new slot or field, also at the end: a module of before does not have it.
 constexpr unsigned int kivClaimModuleContract = (1U << 8) | sizeof(std::string);
 
-// The function, and its name for dlsym.
-//
-// `hostContract` is the caller's kivClaimModuleContract; the function writes its own to `moduleContract`, in every
-// case. Returns a new module, or null when the two differ, or when the module could not be made.
-using KivCreateClaimModule = CKivDeviceClaimBase*(unsigned int hostContract, unsigned int* moduleContract);
+// What a module's file exports; defined by KIV_CLAIM_MODULE_ENTRY. `hostContract` is the caller's
+// kivClaimModuleContract; the function writes its own to `moduleContract`, in every case. Returns a new module, or null
+// when the two differ, or when the module could not be made.
+extern "C" ZTFI_API CKivDeviceClaimBase* kivclaim_create_claim_module(unsigned int hostContract,
+                                                                      unsigned int* moduleContract);
+
+// Its type, and its name for dlsym.
+using KivCreateClaimModule = decltype(kivclaim_create_claim_module);
 constexpr char kivCreateClaimModuleName[] = "kivclaim_create_claim_module";
 
 namespace kivclaim {
@@ -59,11 +62,13 @@ CKivDeviceClaimBase* createClaimModule(unsigned int hostContract, unsigned int* 
 }  // namespace kivclaim
 
 // Defines the function for the class `Module`, which must be complete and have a default constructor.
+// NOLINTBEGIN(bugprone-macro-parentheses): a function, no expression
 #define KIV_CLAIM_MODULE_ENTRY(Module)                                                                  \
     extern "C" ZTFI_API CKivDeviceClaimBase* kivclaim_create_claim_module(unsigned int hostContract,    \
                                                                           unsigned int* moduleContract) \
     {                                                                                                   \
         return kivclaim::createClaimModule<Module>(hostContract, moduleContract);                       \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 #endif

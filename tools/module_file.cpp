@@ -124,6 +124,7 @@ std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
 std::vector<std::unique_ptr<CKivDeviceClaimBase>> loadModules(const std::vector<std::string>& paths)
 {
     std::vector<std::unique_ptr<CKivDeviceClaimBase>> modules;
+    modules.reserve(paths.size());
     for (const std::string& path : paths) {
         modules.push_back(loadModule(path));
     }
