@@ -1,5 +1,6 @@
 // The binary contract: slot order, sizes and alignments. A host that was compiled long ago calls through these slots.
 #include "claim/kiv_claim_manager.h"
+#include "claim/kiv_claim_module_entry.h"
 #include "claim/kiv_device_claim_base.h"
 #include "claim/kiv_release.h"
 #include "framework/cfiexecpipe.h"
@@ -54,6 +55,12 @@ callSlot(void* object, std::size_t slot, Arguments... arguments)
 
 template <class T>
 constexpr std::size_t words = sizeof(T) / sizeof(void*);
+
+// What it adds comes behind the last slot of a claim module.
+class OneSlotMore : public CKivDeviceClaimBase {
+public:
+    virtual void oneMore() {}
+};
 
 }  // namespace
 
@@ -363,6 +370,16 @@ TEST(Contract, OnlyTheManagerDerivesVirtuallyFromTheTraceableBase)
     EXPECT_EQ(static_cast<void*>(static_cast<CFiTraceable*>(&module)), static_cast<void*>(&module));
     CZtKIVSupport support;
     EXPECT_EQ(static_cast<void*>(static_cast<CFiTraceable*>(&support)), static_cast<void*>(&support));
+}
+
+TEST(Contract, OfModulesInFilesStandsForTheseSlotsAndTypes)
+{
+    EXPECT_EQ(kivClaimModuleContract, (1U << 8) + 32U) << "whoever changes one of the following counts it up";
+    EXPECT_EQ(slotOf(&OneSlotMore::oneMore), 12U);
+    EXPECT_EQ(sizeof(CKivDeviceClaimBase), 16U);
+    EXPECT_EQ(sizeof(CFiTraceable), 16U);
+    EXPECT_EQ(sizeof(CFiTraceLog), 280U);
+    EXPECT_EQ(sizeof(std::string), 32U);
 }
 
 TEST(Contract, TheReleaseIdentificationNamesLibraryVersionAndRevision)

@@ -139,6 +139,9 @@ std::string lookUp(const SessionOptions& options, const ActivePathOptions& reque
 ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request)
 {
     requireNativeDisk(request.path);
+    if (!options.moduleFiles.empty()) {
+        throw CommandError("active-path asks the volume manager and no claim module; leave out --module");
+    }
     const bool changesSomething = !request.waited && CZtKIVSupport().isZtKIVInstalled();
     if (changesSomething && !request.yes) {
         requireConfirmation(request.path);

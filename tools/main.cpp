@@ -55,6 +55,13 @@ public:
             "--no-snapshot", session.noSnapshot,
             "Run what the library runs anew for every question, also for 'list', 'explain' and paths from standard "
             "input");
+        app.add_option("--module", session.moduleFiles,
+                       "Ask the claim module in FILE as well, behind the built-in ones; may be given several times. "
+                       "FILE is a shared library, without a slash one in the current directory, and its code runs "
+                       "with your rights")
+            ->type_name("FILE")
+            ->allow_extra_args(false)
+            ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
         app.footer(std::string("Example: kivclaim --tree\nPATH of '-' reads paths from standard input, one a line.\n") +
                    statusHelp);
         app.formatter(std::make_shared<HelpFormatter>(usages));
@@ -222,6 +229,9 @@ int runCommand(int argc, char** argv)
         return status;
     } catch (const std::exception& error) {
         complain(error.what());
+        return failed;
+    } catch (...) {  // a module of somebody else's may throw anything
+        complain("a claim module threw an unknown exception; leave out --module to ask the built-in ones alone");
         return failed;
     }
 }

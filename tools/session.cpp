@@ -1,6 +1,7 @@
 #include "tools/session.h"
 
 #include "tools/exit_status.h"
+#include "tools/module_file.h"
 
 #include <unistd.h>
 
@@ -49,6 +50,11 @@ Session::Session(const SessionOptions& options, Questions questions,
     if (questions == Questions::many && !options.noSnapshot) {
         snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
     }
+    for (std::unique_ptr<CKivDeviceClaimBase>& module : loadModules(options.moduleFiles)) {
+        manager.registerClaimModule(module.get());
+        static_cast<void>(module.release());  // the manager has it now
+    }
+    // Behind the modules, so that the records are those of the questions alone.
     if (!destinations.empty()) {
         manager.registerTraceLog(kivclaim::host::makeTraceLog(destinations));
     }

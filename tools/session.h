@@ -14,9 +14,10 @@ namespace kivclaim::tools {
 
 // The options that every command has.
 struct SessionOptions {
-    std::optional<int> traceLevel;  // --trace: show the records up to this level on standard error
-    std::string traceFile;          // --trace-file: keep them in this file; all of them when no level is given
-    bool noSnapshot = false;        // --no-snapshot: run the same command again for every question
+    std::optional<int> traceLevel;         // --trace: show the records up to this level on standard error
+    std::string traceFile;                 // --trace-file: keep them in this file; all of them when no level is given
+    bool noSnapshot = false;               // --no-snapshot: run the same command again for every question
+    std::vector<std::string> moduleFiles;  // --module: ask the modules in these files too, behind the built-in ones
 
     // The trace destinations that were asked for; none without the options. Throws CommandError for an unwritable
     // file.
@@ -27,7 +28,9 @@ struct SessionOptions {
 // for each of them is run once.
 enum class Questions { one, many };
 
-// A new manager that traces to `destinations`; without any, no log is registered and tracing costs nothing.
+// A new manager with a module out of each module file, which traces to `destinations`; without any, no log is
+// registered and tracing costs nothing. Throws CommandError for a file that gives no module; nothing has been traced
+// then.
 class Session {
 public:
     Session(const SessionOptions& options, Questions questions) : Session(options, questions, options.destinations()) {}

@@ -1,0 +1,134 @@
+#include "tools/module_file.h"
+
+#include "claim/kiv_claim_module_entry.h"
+#include "tools/exit_status.h"
+
+#include <dlfcn.h>
+#include <elf.h>
+
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+namespace kivclaim::tools {
+
+namespace {
+
+[[noreturn]] void refuse(const std::string& path, const std::string& reason, const std::string& remedy)
+{
+    throw CommandError("cannot load the module '" + path + "': " + reason + "; " + remedy);
+}
+
+constexpr char giveAModule[] = "give a claim module built against this release, see claim/kiv_claim_module_entry.h";
+constexpr char askItsMaker[] = "ask whoever made it";
+
+// Only a regular file is opened: to open a pipe would wait for somebody who writes to it.
+void requireRegularFile(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (error) {
+        refuse(path, error.message(), giveAModule);
+    }
+    if (!std::filesystem::is_regular_file(status)) {
+        refuse(path, "it is no regular file", giveAModule);
+    }
+}
+
+// Whether some part that the loader would map lies behind the end of the file, as in a copy that was interrupted: it
+// checks that itself no more than the kernel does, and the process would end with SIGBUS. Whatever else may be wrong
+// with the file is found by the loader.
+bool isCutOff(const std::string& path)
+{
+    const std::uintmax_t size = std::filesystem::file_size(path);
+    std::ifstream file(path, std::ios::binary);
+    Elf64_Ehdr header{};
+    file.read(reinterpret_cast<char*>(&header), sizeof header);
+    if (!file || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) {
+        return false;
+    }
+    file.seekg(static_cast<std::streamoff>(header.e_phoff));
+    for (unsigned int i = 0; i < header.e_phnum; ++i) {
+        Elf64_Phdr part{};
+        file.read(reinterpret_cast<char*>(&part), sizeof part);
+        if (!file || (part.p_type == PT_LOAD && (part.p_filesz > size || part.p_offset > size - part.p_filesz))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// What the loader says, without the file's name in front.
+std::string loaderError(const std::string& file)
+{
+    const char* const text = dlerror();
+    const std::string error = text != nullptr ? text : "the loader gives no reason";
+    const std::string name = file + ": ";
+    return error.compare(0, name.size(), name) == 0 ? error.substr(name.size()) : error;
+}
+
+void* openLibrary(const std::string& path)
+{
+    requireRegularFile(path);
+    if (isCutOff(path)) {
+        refuse(path, "the file is cut off", "copy it anew");
+    }
+    const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
+    // All symbols at once: a missing one is refused here, not met in the middle of an answer.
+    void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        refuse(path, loaderError(file), giveAModule);
+    }
+    return library;
+}
+
+// The function belongs to somebody else, and may throw although it must not.
+CKivDeviceClaimBase* callGuarded(const std::string& path, KivCreateClaimModule* create, unsigned int& itsContract)
+{
+    try {
+        return create(kivClaimModuleContract, &itsContract);
+    } catch (const std::exception& error) {
+        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception: " + error.what(), askItsMaker);
+    } catch (...) {
+        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception", askItsMaker);
+    }
+}
+
+}  // namespace
+
+std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
+{
+    void* const library = openLibrary(path);
+    auto* const create = reinterpret_cast<KivCreateClaimModule*>(dlsym(library, kivCreateClaimModuleName));
+    if (create == nullptr) {
+        refuse(path, std::string("it has no function ") + kivCreateClaimModuleName, giveAModule);
+    }
+    unsigned int itsContract = 0;
+    CKivDeviceClaimBase* const module = callGuarded(path, create, itsContract);
+    if (itsContract != kivClaimModuleContract) {
+        // Whatever it made is left alone: its destructor need not be where ours is.
+        refuse(path,
+               "it was built against contract " + std::to_string(itsContract) + ", and this kivclaim is of contract " +
+                   std::to_string(kivClaimModuleContract),
+               "build it against this release's headers");
+    }
+    if (module == nullptr) {
+        refuse(path, std::string(kivCreateClaimModuleName) + " made no module", askItsMaker);
+    }
+    return std::unique_ptr<CKivDeviceClaimBase>(module);
+}
+
+std::vector<std::unique_ptr<CKivDeviceClaimBase>> loadModules(const std::vector<std::string>& paths)
+{
+    std::vector<std::unique_ptr<CKivDeviceClaimBase>> modules;
+    modules.reserve(paths.size());
+    for (const std::string& path : paths) {
+        modules.push_back(loadModule(path));
+    }
+    return modules;
+}
+
+}  // namespace kivclaim::tools

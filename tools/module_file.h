@@ -1,0 +1,23 @@
+// Claim modules that come from files of their own.
+#ifndef KIVCLAIM_TOOLS_MODULE_FILE_H
+#define KIVCLAIM_TOOLS_MODULE_FILE_H
+
+#include "claim/kiv_device_claim_base.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kivclaim::tools {
+
+// A new module out of the file at `path`, as claim/kiv_claim_module_entry.h says. A name without a slash is a file of
+// the current directory: no library path is searched. The file is never unloaded, so the module may live as long as it
+// likes; loading it again gives another module. Throws CommandError, which names the file, when it gives none.
+std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path);
+
+// One module out of each file, in order; all or none.
+std::vector<std::unique_ptr<CKivDeviceClaimBase>> loadModules(const std::vector<std::string>& paths);
+
+}  // namespace kivclaim::tools
+
+#endif
