@@ -388,6 +388,40 @@ TEST_F(Audit, PrintsJson)
               "      \"quirks\": 0,\n      \"unknown\": 0\n   }\n}\n");
 }
 
+// A machine without any quirk, and a module of somebody else's that claims all of it.
+TEST_F(Audit, AModuleThatClaimsTooMuchDiffersByNoKnownQuirk)
+{
+    machine.disk("sda").partition("sda", "sda1", 1);
+    EXPECT_EQ(audit().status, 0);
+    const Ended ended = audit({"--module", CLAIMS_TOO_MUCH});
+    EXPECT_EQ(
+        ended.output,
+        "DEVICE    QUESTION     LIBRARY        KERNEL                  VERDICT QUIRK REASON\n"
+        "/dev/sda  claim        CClaimsTooMuch SCSI disk               differs       no known quirk explains this\n"
+        "/dev/sda  partition 1  /dev/sda#1     /dev/sda1               differs       no known quirk explains this\n"
+        "/dev/sda1 claim        CClaimsTooMuch partition 1 of /dev/sda differs       no known quirk explains this\n"
+        "/dev/sda1 is-partition no             yes                     differs       no known quirk explains this\n"
+        "2 devices: 0 agree, 0 differ by known quirks (see docs/quirks.md), 2 differ otherwise\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(audit({"--json", "--module", CLAIMS_TOO_MUCH}).output, HasSubstr("\"unknown\": 2"));
+}
+
+TEST_F(Audit, AModuleThatClaimsWhatIsNotThereDiffersByNoKnownQuirk)
+{
+    const Ended ended = audit({"--module", CLAIMS_TOO_MUCH, "/dev/mapper/gone"});
+    EXPECT_THAT(ended.output, HasSubstr("no such device differs       no known quirk explains this\n"));
+    EXPECT_EQ(ended.status, 1);
+}
+
+// Differences that look like a quirk but are not what it foretells.
+TEST_F(Audit, AVolumeThatAnotherModuleClaimsDiffersByNoKnownQuirk)
+{
+    listings({volume("vg-a", "lv1")});
+    machine.mapped("dm-0", "vg--a-lv1", "LVM-AbCd");
+    EXPECT_EQ(audit().status, 0);
+    EXPECT_EQ(audit({"--module", CLAIMS_TOO_MUCH}).status, 1);
+}
+
 TEST_F(Audit, ShowsHostileNamesSafely)
 {
     machine.mapped("dm-0", "a\x1b[31mb", "mpath-36001");

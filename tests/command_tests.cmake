@@ -19,8 +19,8 @@ target_link_libraries(mock_machine PUBLIC process)
 kivclaim_test(audit_test
     SOURCES audit_test.cpp
     LIBRARIES mock_machine process
-    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
-add_dependencies(audit_test kivclaim_command)
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>")
+add_dependencies(audit_test kivclaim_command claims_too_much)
 
 kivclaim_test(device_mapper_command_test
     SOURCES device_mapper_command_test.cpp
