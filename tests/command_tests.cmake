@@ -9,12 +9,12 @@ kivclaim_test(command_test
         KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")
 add_dependencies(command_test kivclaim_command example_host)
 
-kivclaim_test(list_test
-    SOURCES list_test.cpp LIBRARIES process DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
-add_dependencies(list_test kivclaim_command)
-
 add_library(mock_machine OBJECT mock_machine.cpp)
 target_link_libraries(mock_machine PUBLIC process)
+
+kivclaim_test(list_test
+    SOURCES list_test.cpp LIBRARIES mock_machine process DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(list_test kivclaim_command)
 
 kivclaim_test(audit_test
     SOURCES audit_test.cpp
@@ -24,6 +24,6 @@ add_dependencies(audit_test kivclaim_command claims_too_much)
 
 kivclaim_test(device_mapper_command_test
     SOURCES device_mapper_command_test.cpp
-    LIBRARIES process
+    LIBRARIES mock_machine process
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
 add_dependencies(device_mapper_command_test kivclaim_command)

@@ -1,6 +1,6 @@
 // The command, the plug-in and the bundled runner together, on device-mapper paths. The tool that lists logical volumes
 // is a script that only the command sees.
-#include "tests/process.h"
+#include "tests/mock_machine.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -161,22 +161,19 @@ TEST_F(DeviceMapperCommand, AHostileNameReachesNoShell)
     EXPECT_EQ(runs(), 1);
 }
 
-TEST_F(DeviceMapperCommand, ListsTwoThousandDevicesWithOneRunOfTheTool)
+TEST_F(DeviceMapperCommand, TwoThousandDevicesAreListedAndAuditedWithOneRunOfTheToolEach)
 {
     lvdisplay("");
-    std::string devices;
+    tests::MockMachine machine;
     for (int i = 0; i < 2000; ++i) {
         const std::string number = std::to_string(i);
-        devices += "P: /devices/virtual/block/dm-" + number + "\nN: dm-" + number + "\nE: DEVNAME=/dev/dm-" + number +
-                   "\nE: DEVTYPE=disk\nE: SUBSYSTEM=block\nA: dm/name=mpath" + number + "-x\n\n";
+        machine.mapped("dm-" + number, "mpath" + number + "-x", "mpath-" + number);
     }
-    const tests::TemporaryFolder folder;
-    folder.addFile("devices", devices);
-    const Ended ended =
-        Process("umockdev-run", {"-d", folder.path() + "/devices", "--", KIVCLAIM_COMMAND, "list", "-n"})
-            .sees(tools.path(), "/usr/sbin")
-            .run();
-    EXPECT_EQ(std::count(ended.output.begin(), ended.output.end(), '\n'), 2000) << ended.errors;
-    EXPECT_THAT(ended.output, HasSubstr("/dev/mapper/mpath1999-x device-mapper    16"));
+    const Ended listed = machine.process(KIVCLAIM_COMMAND, {"list", "-n"}).sees(tools.path(), "/usr/sbin").run();
+    EXPECT_EQ(std::count(listed.output.begin(), listed.output.end(), '\n'), 2000) << listed.errors;
+    EXPECT_THAT(listed.output, HasSubstr("/dev/mapper/mpath1999-x device-mapper    16"));
     EXPECT_EQ(runs(), 1);
+    const Ended audited = machine.process(KIVCLAIM_COMMAND, {"audit"}).sees(tools.path(), "/usr/sbin").run();
+    EXPECT_THAT(audited.output, HasSubstr("\n2000 devices: 2000 agree, ")) << audited.errors;
+    EXPECT_EQ(runs(), 2);
 }

@@ -1,50 +1,30 @@
-// `kivclaim list` on machines with other devices than this one: umockdev plays the kernel's list.
-#include "tests/process.h"
+// `kivclaim list` on machines with other devices than this one.
+#include "tests/mock_machine.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <string>
 
 using testing::HasSubstr;
 using tests::Ended;
-using tests::Process;
 
 namespace {
 
 class List : public testing::Test {
 protected:
-    void disk(const std::string& name) { device(name, "disk", ""); }
-    void mapped(const std::string& name, const std::string& mapperName)
-    {
-        device(name, "disk", "A: dm/name=" + mapperName + "\n");
-    }
-
-    void partitionOf(const std::string& diskName, const std::string& name)
-    {
-        device(diskName + "/" + name, "partition", "");
-    }
+    void disk(const std::string& name) { machine.disk(name); }
+    void mapped(const std::string& name, const std::string& mapperName) { machine.mapped(name, mapperName, ""); }
+    void partitionOf(const std::string& diskName, const std::string& name) { machine.partition(diskName, name, 1); }
 
     Ended list(std::vector<std::string> arguments)
     {
-        const std::string file = folder.path() + "/devices";
-        std::ofstream(file) << devices;
-        arguments.insert(arguments.begin(), {"-d", file, "--", KIVCLAIM_COMMAND});
-        return Process("umockdev-run", std::move(arguments)).environment("LC_ALL", "C").run();
+        return machine.process(KIVCLAIM_COMMAND, std::move(arguments)).environment("LC_ALL", "C").run();
     }
 
 private:
-    void device(const std::string& name, const std::string& type, const std::string& attributes)
-    {
-        const std::string node = name.substr(name.rfind('/') + 1);
-        devices += "P: /devices/virtual/block/" + name + "\nN: " + node + "\nE: DEVNAME=/dev/" + node +
-                   "\nE: DEVTYPE=" + type + "\nE: SUBSYSTEM=block\n" + attributes + "\n";
-    }
-
-    tests::TemporaryFolder folder;
-    std::string devices;
+    tests::MockMachine machine;
 };
 
 }  // namespace
