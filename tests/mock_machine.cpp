@@ -77,11 +77,12 @@ MockMachine& MockMachine::node(const std::string& name, const std::string& kerne
     return *this;
 }
 
-// umockdev gives each device one node; a block device's is a file with the sticky bit, and a link tells its number.
+// Empty when there are none. umockdev gives each device one node; a block device's is a file with the sticky bit, and a
+// link tells its number.
 std::string MockMachine::makeOtherNodes() const
 {
     const std::string root = "\"$UMOCKDEV_DIR/dev/";
-    std::string script = "set -e\nmkdir -p " + root + "mapper\"\n";
+    std::string script;
     for (const auto& [kernelName, device] : devices) {
         for (const std::string& name : device.otherNodes) {
             std::string linkName = name;
@@ -90,7 +91,7 @@ std::string MockMachine::makeOtherNodes() const
                       root + ".node/" + linkName + "\"\n";
         }
     }
-    return script + "exec \"$@\"\n";
+    return script.empty() ? "" : "set -e\nmkdir -p " + root + "mapper\"\n" + script + "exec \"$@\"\n";
 }
 
 std::string MockMachine::number(const Device& device)
@@ -98,20 +99,35 @@ std::string MockMachine::number(const Device& device)
     return "240:" + std::to_string(device.minor);
 }
 
-Process MockMachine::process(const std::string& program, std::vector<std::string> arguments) const
+std::string MockMachine::description() const
 {
-    std::string description;
+    std::string text;
     // Disks stand before their partitions, as umockdev wants them: a name sorts before a longer one.
     for (const auto& [kernelName, device] : devices) {
         const std::string minor = std::to_string(device.minor);
-        description += "P: " + device.place + "\nN: " + device.node + "\nE: DEVNAME=/dev/" + device.node +
-                       "\nE: DEVTYPE=" + device.type + "\nE: SUBSYSTEM=block\nE: MAJOR=240\nE: MINOR=" + minor +
-                       "\nA: dev=" + number(device) + "\n" + device.lines + "\n";
+        text += "P: " + device.place + "\nN: " + device.node + "\nE: DEVNAME=/dev/" + device.node +
+                "\nE: DEVTYPE=" + device.type + "\nE: SUBSYSTEM=block\nE: MAJOR=240\nE: MINOR=" + minor +
+                "\nA: dev=" + number(device) + "\n" + device.lines + "\n";
     }
-    folder.addFile("devices", description);
-    arguments.insert(arguments.begin(),
-                     {"-d", folder.path() + "/devices", "--", "/bin/sh", "-c", makeOtherNodes(), "sh", program});
-    return {"umockdev-run", std::move(arguments)};
+    return text;
+}
+
+Process MockMachine::process(const std::string& program, std::vector<std::string> arguments) const
+{
+    folder.addFile("devices", description());
+    arguments.insert(arguments.begin(), program);
+    const std::string script = makeOtherNodes();
+    if (!script.empty()) {
+        arguments.insert(arguments.begin(), {"/bin/sh", "-c", script, "sh"});
+    }
+    arguments.insert(arguments.begin(), {"-d", folder.path() + "/devices", "--"});
+    Process process("umockdev-run", std::move(arguments));
+    if (script.empty()) {
+        // umockdev waits for the disk behind each file that it makes; here is none. Its folder must not be under /dev
+        // when a shell makes nodes in it.
+        process.environment("TMPDIR", "/dev/shm");
+    }
+    return process;
 }
 
 }  // namespace tests

@@ -39,6 +39,7 @@ private:
     };
     Device& add(const std::string& kernelName, const std::string& place, const std::string& node);
     static std::string number(const Device& device);
+    std::string description() const;
     std::string makeOtherNodes() const;
     void hold(const std::string& slave, const std::string& holder);
 
