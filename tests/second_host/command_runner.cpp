@@ -35,17 +35,15 @@ std::vector<std::string> wordsOf(const std::string& command)
 
 [[noreturn]] void refuse(const std::string& command, int errorNumber)
 {
-    EFiExecPipe problem;
-    problem.message = command + ": " + std::strerror(errorNumber);
-    problem.wideMessage.assign(problem.message.begin(), problem.message.end());
-    problem.errorNumber = errorNumber;
-    throw problem;
+    const std::string message = command + ": " + std::strerror(errorNumber);
+    throw EFiExecPipe{message, std::wstring(message.begin(), message.end()), errorNumber, 0};
 }
 
 // In the child; tells the parent through `report` when there is nothing to run.
 [[noreturn]] void become(std::vector<std::string> words, int output, int report)
 {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
