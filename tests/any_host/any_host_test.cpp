@@ -67,12 +67,13 @@ class AnyHost : public testing::TestWithParam<HostKind> {
 protected:
     void lvdisplay(const std::string& body) const { tools.addScript("lvdisplay", body); }
 
-    // Disk sdc of node kiv0_1 is used by path sdd.
-    void volumeManager() const
+    // Disk sdc of node kiv0_1 is used by path sdd. Pauses take no time.
+    void volumeManager()
     {
         std::filesystem::copy_file(KIVCLAIM_ZTKIVADM, tools.path() + "/ztkivadm");
         std::filesystem::copy_file(KIVCLAIM_ZTDISK, tools.path() + "/ztdisk");
         work.addFile("state", "path kiv0_1 sdc ENABLED PRIMARY\npath kiv0_1 sdd ENABLED(A) SECONDARY\n");
+        preloaded = KIVCLAIM_INSTANT_SLEEP;
     }
 
     // Everything that the program printed: records and answers.
@@ -81,7 +82,7 @@ protected:
         Process process(GetParam().program, std::move(questions));
         process.sees(tools.path(), "/usr/sbin")
             .environment("PLUGIN", GetParam().plugin != nullptr ? GetParam().plugin : "")
-            .environment("LD_PRELOAD", KIVCLAIM_INSTANT_SLEEP)
+            .environment("LD_PRELOAD", preloaded)
             .environment("KIVCLAIM_SLEEPS", work.path() + "/sleeps")
             .environment("KIVCLAIM_VM_STATE", work.path() + "/state");
         const Ended ended = process.run();
@@ -107,6 +108,7 @@ protected:
 
     tests::TemporaryFolder tools;
     tests::TemporaryFolder work;
+    std::string preloaded;
 };
 
 std::string nameOf(const testing::TestParamInfo<HostKind>& info)
