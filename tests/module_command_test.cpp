@@ -239,6 +239,8 @@ TEST(CommandModule, RefusesAModuleThatNeedsASymbolNobodyHas)
 {
     EXPECT_THAT(refusal(MODULES "old_strings.so"),
                 AllOf(StartsWith("undefined symbol: _ZN19CKivDeviceClaimBase"), EndsWith(giveAModule)));
+    EXPECT_EQ(refusal(MODULES "needs_nobodys_function.so"),
+              std::string("undefined symbol: kivclaim_test_nobody_has_this") + giveAModule);
 }
 
 TEST(CommandModule, RefusesAFileWhoseFunctionFails)

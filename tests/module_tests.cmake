@@ -9,8 +9,11 @@ endfunction()
 set(nvme_claim ${PROJECT_SOURCE_DIR}/examples/nvme_module/nvme_claim.cpp)
 kivclaim_test_module(claims_too_much modules/claims_too_much.cpp)
 kivclaim_test_module(wrong_module modules/wrong_module.cpp)
-add_library(no_entry MODULE modules/no_entry.cpp)
-set_target_properties(no_entry PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/modules)
+kivclaim_test_module(no_entry modules/no_entry.cpp)
+kivclaim_test_module(needs_nobodys_function modules/needs_nobodys_function.cpp)
+# Bound at the first call, unless whoever loads it asks for everything at once.
+target_link_options(needs_nobodys_function PRIVATE -Wl,-z,lazy)
+set_target_properties(needs_nobodys_function PROPERTIES CXX_VISIBILITY_PRESET default)
 
 # The example against the C++ library's other string type.
 kivclaim_test_module(old_strings ${nvme_claim})
@@ -37,4 +40,5 @@ kivclaim_test(module_command_test
         NVME_MODULE="$<TARGET_FILE:nvme_module>"
         MODULES="${CMAKE_CURRENT_BINARY_DIR}/modules/")
 add_dependencies(module_command_test
-    kivclaim_command example_host nvme_module claims_too_much wrong_module no_entry old_strings other_contract)
+    kivclaim_command example_host nvme_module claims_too_much wrong_module no_entry needs_nobodys_function
+    old_strings other_contract)
