@@ -103,7 +103,7 @@ if(NOT KIVCLAIM_SANITIZERS)
     add_dependencies(missing_operation_test ${without_one} plugin_without_host plugin_bound_lazily)
 
     add_test(NAME HostLibrary.ThePluginIsConfiguredForAnotherHost
-        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/any_host/host_library_test.sh ${PROJECT_SOURCE_DIR} $<TARGET_FILE:second_host>
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/host_library_test.sh ${PROJECT_SOURCE_DIR} $<TARGET_FILE:second_host>
                 $<TARGET_FILE:any_host_test> ${CMAKE_CXX_COMPILER})
     set_tests_properties(HostLibrary.ThePluginIsConfiguredForAnotherHost PROPERTIES TIMEOUT 300)
 endif()
