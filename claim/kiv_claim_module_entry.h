@@ -30,7 +30,7 @@
 // count the releases that changed any of the first; the low byte is the size of std::string, which differs between
 // libstdc++'s two string types and other libraries. A module works with hosts of the same number only. It grows with
 // every new slot or field, also at the end: a module of before does not have it.
-constexpr unsigned int kivClaimModuleContract = (1U << 8) | sizeof(std::string);
+inline constexpr unsigned int kivClaimModuleContract = (1U << 8) | sizeof(std::string);
 
 // What a module's file exports; defined by KIV_CLAIM_MODULE_ENTRY. `hostContract` is the caller's
 // kivClaimModuleContract; the function writes its own to `moduleContract`, in every case. Returns a new module, or null
@@ -40,7 +40,7 @@ extern "C" ZTFI_API CKivDeviceClaimBase* kivclaim_create_claim_module(unsigned i
 
 // Its type, and its name for dlsym.
 using KivCreateClaimModule = decltype(kivclaim_create_claim_module);
-constexpr char kivCreateClaimModuleName[] = "kivclaim_create_claim_module";
+inline constexpr char kivCreateClaimModuleName[] = "kivclaim_create_claim_module";
 
 namespace kivclaim {
 
