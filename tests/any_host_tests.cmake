@@ -37,11 +37,10 @@ if(KIVCLAIM_SANITIZERS MATCHES undefined)
     target_compile_options(claim_questions PRIVATE -fno-sanitize=vptr,function)
 endif()
 
-add_executable(questions_on_bundled_host
-    $<FILTER:$<TARGET_OBJECTS:claim_questions>,EXCLUDE,opened_manager> any_host/linked_manager.cpp any_host/bundled_log.cpp)
+set(linked_questions $<FILTER:$<TARGET_OBJECTS:claim_questions>,EXCLUDE,opened_manager> any_host/linked_manager.cpp)
+add_executable(questions_on_bundled_host ${linked_questions} any_host/bundled_log.cpp)
 target_link_libraries(questions_on_bundled_host PRIVATE kivclaim::kivclaim kivclaim::ztfi_pdk)
-add_executable(questions_on_second_host
-    $<FILTER:$<TARGET_OBJECTS:claim_questions>,EXCLUDE,opened_manager> any_host/linked_manager.cpp any_host/second_log.cpp)
+add_executable(questions_on_second_host ${linked_questions} any_host/second_log.cpp)
 target_link_libraries(questions_on_second_host PRIVATE plugin_on_second_host second_host)
 
 # Opens the plug-in, and has the framework's operations itself: exports all of them, or all but one.
@@ -71,7 +70,7 @@ add_dependencies(any_host_test
     questions_on_bundled_host questions_on_second_host questions_of_framework_process kivclaim plugin_without_host
     ztkivadm ztdisk instant_sleep)
 
-# What a missing operation does, and the library's configuration for another host: the same with every sanitizer.
+# What a missing operation does, and the configuration for another host: no sanitizer would see more of it.
 if(NOT KIVCLAIM_SANITIZERS)
     set(operations "CFiTraceLog::trace" "CFiExecPipeBase::Exec" "CFiExecPipePosix::CFiExecPipePosix"
         "CFiStringTool::tokenize" "CFiStringTool::trim" "CFiStringTool::find" "CFiStringTool::str2tstr"

@@ -278,7 +278,7 @@ TEST(CommandUsage, SaysInOneLineWhatWasWrongAndWhatIsRight)
     EXPECT_EQ(complaint({"claim"}),
               "kivclaim: PATH is required; usage: kivclaim claim [OPTIONS] PATH..., see 'kivclaim claim --help'\n");
     EXPECT_THAT(complaint({"frobnicate"}),
-                AllOf(HasSubstr("frobnicate"), HasSubstr("the commands are active-path, claim, ")));
+                AllOf(HasSubstr("frobnicate"), HasSubstr("the commands are active-path, audit, claim, ")));
     EXPECT_THAT(complaint({"claim", "--frobnicate", "x"}), HasSubstr("--frobnicate"));
     EXPECT_THAT(complaint({"partition", "/dev/emcpowera"}), HasSubstr("N is required"));
     EXPECT_THAT(complaint({"partition", "/dev/emcpowera", "1", "2"}), HasSubstr("usage: kivclaim partition"));
