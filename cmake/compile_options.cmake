@@ -22,8 +22,8 @@ endif()
 # Exports only what `script` lists, and finds a missing symbol when linking or loading, never at the first call.
 function(kivclaim_export_policy target script)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
-    # The dump of the binary contract is read from it; an installation strips it.
-    target_compile_options(${target} PRIVATE -g)
+    # The dump of the binary contract is read from it, and wants every class whole; an installation strips it.
+    target_compile_options(${target} PRIVATE -g $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
     target_link_options(${target} PRIVATE -Wl,--version-script=${script} -Wl,-z,now -Wl,-z,relro)
     if(NOT KIVCLAIM_SANITIZERS)
         target_link_options(${target} PRIVATE -Wl,--no-undefined)
