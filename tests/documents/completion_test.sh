@@ -41,7 +41,7 @@ expect 'the options behind another' "$("$here/help_words.sh" "$kivclaim" options
 columns=$("$kivclaim" list --help | sed -nE 's/.*columns only: ([A-Z, ]+), separated.*/\1/p' | tr -s ', ' '\n' | sort)
 expect 'the columns' "$columns" list -o ''
 expect 'a further column' STACK list -o DEVICE,ST
-for command in claim is-partition partition whole explain active-path; do
+for command in claim is-partition partition whole explain audit active-path; do
     [[ $(offered "$command" /de) == ?(/)dev?(/) ]] || { echo "$shell offers no path for $command" && failed=1; }
 done
 exit "$failed"

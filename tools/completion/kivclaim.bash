@@ -19,21 +19,21 @@ _kivclaim_columns() {
 }
 
 _kivclaim() {
-    local commands='list claim is-partition partition whole prefixes explain active-path'
-    local options='-h --help --version --trace --trace-file --no-snapshot'
+    local commands='list claim is-partition partition whole prefixes explain audit active-path'
+    local options='-h --help --version --trace --trace-file --no-snapshot --module'
     local list_options='-a --all -J --json -r --raw -n --noheadings -T --tree -o --output'
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
     COMPREPLY=()
 
     case $before in
         --trace) mapfile -t COMPREPLY < <(compgen -W '1 2 3 6' -- "$word") && return ;;
-        --trace-file) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
+        --trace-file | --module) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
         -o | --output) _kivclaim_columns "$word" && return ;;
     esac
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --trace | --trace-file) i=$((i + 1)) ;;
+            --trace | --trace-file | --module) i=$((i + 1)) ;;
             -*) ;;
             *) command=${COMP_WORDS[i]} && break ;;
         esac
@@ -42,6 +42,7 @@ _kivclaim() {
     case $command in
         # Options without a command are those of `list`.
         '' | list) options+=" $list_options" ;;
+        audit) options+=' -J --json -d --only-differences' ;;
         active-path) options+=' -w --waited -y --yes -v --verbose' ;;
     esac
     if [[ $word == -* ]]; then
