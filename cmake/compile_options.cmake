@@ -5,6 +5,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     add_compile_options(-Wno-unknown-warning-option -Wshadow)
 endif()
 
+# Debug information, __FILE__ and the like name sources relative to the tree: the bytes do not depend on its place.
+if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=./build)
+endif()
+
 if(KIVCLAIM_SANITIZERS)
     add_compile_options(-fsanitize=${KIVCLAIM_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${KIVCLAIM_SANITIZERS})
@@ -17,6 +22,8 @@ endif()
 # Exports only what `script` lists, and finds a missing symbol when linking or loading, never at the first call.
 function(kivclaim_export_policy target script)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
+    # The dump of the binary contract is read from it, and wants every class whole; an installation strips it.
+    target_compile_options(${target} PRIVATE -g $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
     target_link_options(${target} PRIVATE -Wl,--version-script=${script} -Wl,-z,now -Wl,-z,relro)
     if(NOT KIVCLAIM_SANITIZERS)
         target_link_options(${target} PRIVATE -Wl,--no-undefined)

@@ -9,7 +9,6 @@ set(claim_test_sources
     logical_volume_list_test.cpp
     nativepath_test.cpp
     powerpath_test.cpp
-    slot_order_test.cpp
     trace_contract_test.cpp
     volume_manager_support_test.cpp)
 

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs a build and looks at what arrived: installed_tree_test.sh BUILD PREFIX. Leaves the tree for other tests.
+set -euo pipefail
+export LC_ALL=C
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+root=$(cd "$here/../.." && pwd)
+build=$1 prefix=$2
+
+rm -rf "$prefix"
+cmake --install "$build" --prefix "$prefix" --strip >/dev/null
+
+cd "$prefix"
+if ! diff "$root/contract/installed_files" <("$here/installed_files.sh" .); then
+    echo "The installed files are not those of contract/installed_files, see above: < missing, > new."
+    echo "If people are meant to see this change, renew the list: ./dev contract --accept"
+    exit 1
+fi
+
+soname() {
+    readelf -d "$1" | sed -nE 's/.*\(SONAME\).*\[(.*)\]/\1/p'
+}
+for library in libkivclaim.so.1 libztfi_pdk.so.4.4; do
+    [ "$(soname "lib/$library")" = "$library" ] || { echo "$library calls itself '$(soname "lib/$library")'" && exit 1; }
+done
+for file in lib/libkivclaim.so.1 lib/libztfi_pdk.so.4.4 bin/kivclaim; do
+    ! readelf -d "$file" | grep -E 'RPATH|RUNPATH' || { echo "$file has a run path" && exit 1; }
+done
+if grep -rnF -e "$root" -e "$build" -e "$prefix" .; then
+    echo 'the files above name the folder that they were built or installed in' && exit 1
+fi

@@ -1,0 +1,70 @@
+# The contract with hosts: tables, sizes, symbols, types, installed files.
+set(contract ${PROJECT_SOURCE_DIR}/contract)
+set(contract_scripts ${CMAKE_CURRENT_SOURCE_DIR}/contract)
+set(plug_in_name libkivclaim.so.1)
+set(host_name libztfi_pdk.so.4.4)
+
+kivclaim_test(contract_test PREFIX Contract.${CMAKE_CXX_COMPILER_ID}.
+    SOURCES slot_order_test.cpp recording_string_tool.cpp
+    LIBRARIES kivclaim::kivclaim recording_host)
+
+# The golden lists are those of the build that is shipped; in every other one, header code may be carried or not.
+set(is_shipped_build FALSE)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KIVCLAIM_SANITIZERS)
+    set(is_shipped_build TRUE)
+endif()
+
+set(mode any-compiler)
+if(is_shipped_build)
+    set(mode exact)
+endif()
+add_test(NAME Contract.ExportedSymbolsOfThePlugIn
+         COMMAND ${contract_scripts}/check_symbols.sh ${mode} ${contract}/${plug_in_name}.symbols
+                 $<TARGET_FILE:kivclaim>)
+add_test(NAME Contract.ExportedSymbolsOfTheHostFramework
+         COMMAND ${contract_scripts}/check_symbols.sh ${mode} ${contract}/${host_name}.symbols $<TARGET_FILE:ztfi_pdk>)
+
+if(NOT is_shipped_build)
+    return()
+endif()
+
+add_test(NAME Contract.TypesOfThePlugIn
+         COMMAND ${contract_scripts}/check_abi.sh ${contract}/${plug_in_name}.abi $<TARGET_FILE:kivclaim>)
+add_test(NAME Contract.TypesOfTheHostFramework
+         COMMAND ${contract_scripts}/check_abi.sh ${contract}/${host_name}.abi $<TARGET_FILE:ztfi_pdk>)
+
+# kivclaim_guard_test(name alteration) shows that a guard sees an alteration.
+function(kivclaim_guard_test name alteration)
+    add_test(NAME Contract.Guard.${name}
+             COMMAND ${contract_scripts}/guard_test.sh ${alteration} ${KIVCLAIM_RELEASE_SOURCE} $<TARGET_FILE:ztfi_pdk>)
+    set_tests_properties(Contract.Guard.${name} PROPERTIES TIMEOUT 120)
+endfunction()
+
+kivclaim_guard_test(NothingIsSeenWhereNothingChanged nothing)
+kivclaim_guard_test(TheDumpShowsSwappedSlotsOfAModule swapped_slots)
+kivclaim_guard_test(TheDumpShowsSwappedSlotsOfTheManager swapped_slots_of_the_manager)
+kivclaim_guard_test(TheDumpShowsSwappedSlotsOfTheReferenceCount swapped_slots_of_the_reference_count)
+kivclaim_guard_test(TheDumpShowsANewField new_field)
+kivclaim_guard_test(TheDumpShowsANewFieldOfTheRunner new_field_of_the_runner)
+kivclaim_guard_test(TheDumpShowsAnotherClaimLevel other_claim_level)
+kivclaim_guard_test(TheSymbolListShowsALostExport lost_export)
+kivclaim_guard_test(TheSymbolListShowsAnUnwantedExport unwanted_export)
+kivclaim_guard_test(TheSymbolListShowsAnotherParameter other_parameter)
+
+# What is installed, and each header of it alone.
+set(installed ${PROJECT_BINARY_DIR}/installed)
+add_test(NAME Contract.InstalledFiles
+         COMMAND ${contract_scripts}/installed_tree_test.sh ${PROJECT_BINARY_DIR} ${installed})
+set_tests_properties(Contract.InstalledFiles PROPERTIES FIXTURES_SETUP installed)
+
+get_property(headers GLOBAL PROPERTY KIVCLAIM_PUBLIC_HEADERS)
+foreach(header IN LISTS headers)
+    foreach(compiler IN ITEMS g++ clang++)
+        foreach(standard IN ITEMS c++17 c++20)
+            set(name Contract.Header.${header}.${compiler}.${standard})
+            add_test(NAME ${name}
+                     COMMAND ${contract_scripts}/header_test.sh ${compiler} ${standard} ${installed} ${header})
+            set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED installed)
+        endforeach()
+    endforeach()
+endforeach()

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Prints the words that the command's own help names: help_words.sh KIVCLAIM commands, or help_words.sh KIVCLAIM options
+# [COMMAND]. The options are those that work there: 'kivclaim --help' lists those of all commands, and without a command
+# those of 'list' work too.
+set -euo pipefail
+export LC_ALL=C
+kivclaim=$1 kind=$2 command=${3:-list}
+
+# Prints the first word of each entry below the heading $1.
+entries() {
+    awk -v heading="$1:" '$0 == heading { inside = 1; next } /^[^ ]/ { inside = 0 } inside && /^  [^ ]/ { print $1 }'
+}
+
+case $kind in
+    commands) "$kivclaim" --help | entries Subcommands ;;
+    options)
+        {
+            "$kivclaim" --help
+            "$kivclaim" "$command" --help
+        } | entries Options | tr , '\n'
+        ;;
+esac | sort -u

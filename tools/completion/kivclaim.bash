@@ -1,0 +1,57 @@
+# Completion for bash: commands, options with their values, device paths.
+
+# Offers block devices and the folders on the way to them.
+_kivclaim_devices() {
+    local path
+    for path in "${1:-/dev/}"*; do
+        if [ -d "$path" ] || [ -b "$path" ]; then
+            COMPREPLY+=("$path")
+        fi
+    done
+    compopt -o filenames 2>/dev/null || true
+}
+
+# Offers the columns of `list` behind what is there of a list separated by commas.
+_kivclaim_columns() {
+    local chosen=${1%"${1##*,}"}
+    mapfile -t COMPREPLY < <(compgen -P "$chosen" -W 'DEVICE STACK LEVEL PART WHOLE' -- "${1##*,}")
+    compopt -o nospace 2>/dev/null || true
+}
+
+_kivclaim() {
+    local commands='list claim is-partition partition whole prefixes explain audit active-path'
+    local options='-h --help --version --trace --trace-file --no-snapshot --module'
+    local list_options='-a --all -J --json -r --raw -n --noheadings -T --tree -o --output'
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
+    COMPREPLY=()
+
+    case $before in
+        --trace) mapfile -t COMPREPLY < <(compgen -W '1 2 3 6' -- "$word") && return ;;
+        --trace-file | --module) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
+        -o | --output) _kivclaim_columns "$word" && return ;;
+    esac
+
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case ${COMP_WORDS[i]} in
+            --trace | --trace-file | --module) i=$((i + 1)) ;;
+            -*) ;;
+            *) command=${COMP_WORDS[i]} && break ;;
+        esac
+    done
+
+    case $command in
+        # Options without a command are those of `list`.
+        '' | list) options+=" $list_options" ;;
+        audit) options+=' -J --json -d --only-differences' ;;
+        active-path) options+=' -w --waited -y --yes -v --verbose' ;;
+    esac
+    if [[ $word == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+    elif [ -z "$command" ]; then
+        mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$word")
+    elif [ "$command" != list ] && [ "$command" != prefixes ]; then
+        _kivclaim_devices "$word"
+    fi
+}
+
+complete -F _kivclaim kivclaim
