@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Makes a clean Debian with a compiler and what builds programs, as an archive: clean_root.sh ARCHIVE. To be run as root.
+# Takes its packages from where this machine takes them. Does nothing when the archive is there already.
+set -euo pipefail
+archive=$1
+release=bookworm
+unfinished=${archive%.tar}.unfinished.tar
+[ ! -e "$archive" ] || exit 0
+
+sources=$(apt-get indextargets --format "deb \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" 'Created-By: Packages' \
+    'Origin: Debian' | grep -E "^deb [^ ]+ $release(-[a-z]+)? main\$" | sort -u)
+if [ -z "$sources" ]; then
+    echo "apt knows no source of Debian $release: add one to /etc/apt/sources.list.d and run apt-get update" >&2
+    exit 1
+fi
+mmdebstrap --variant=minbase --skip=cleanup/apt/lists --include=g++,cmake,make,pkg-config "$release" "$unfinished" \
+    "$sources" >"$archive.log" 2>&1 || { tail -n 20 "$archive.log" >&2 && exit 1; }
+mv "$unfinished" "$archive"
