@@ -22,6 +22,16 @@ kivclaim_test(audit_test
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>")
 add_dependencies(audit_test kivclaim_command claims_too_much)
 
+pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
+kivclaim_test(known_quirks_test
+    SOURCES
+        known_quirks_test.cpp
+        ${PROJECT_SOURCE_DIR}/tools/foretold_answers.cpp
+        ${PROJECT_SOURCE_DIR}/tools/known_quirks.cpp
+        ${PROJECT_SOURCE_DIR}/tools/kernel_device.cpp
+        ${PROJECT_SOURCE_DIR}/tools/block_devices.cpp
+    LIBRARIES process kivclaim::ztfi_pdk PkgConfig::UDEV)
+
 kivclaim_test(device_mapper_command_test
     SOURCES device_mapper_command_test.cpp
     LIBRARIES mock_machine process

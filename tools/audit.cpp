@@ -216,7 +216,8 @@ ExitStatus audit(const SessionOptions& options, const AuditOptions& request)
     Session session(options, Questions::many);
     std::vector<AuditedDevice> devices;
     const ExitStatus asked = audit(session.manager, request.paths, devices);
-    explainDifferences(devices);
+    VolumeListings volumes;
+    explainDifferences(volumes, devices);
     const Summary summary = summaryOf(devices);
     if (request.json) {
         printJson(devices, summary, request.onlyDifferences);

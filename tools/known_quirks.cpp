@@ -1,11 +1,8 @@
 #include "tools/known_quirks.h"
 
-#include "host/command_snapshot.h"
-#include "modules/kiv_linux_device_mapper_claim.h"
+#include "tools/foretold_answers.h"
 
-#include <unistd.h>
-
-#include <cctype>
+#include <algorithm>
 #include <optional>
 #include <string_view>
 
@@ -32,37 +29,6 @@ std::string_view claimString(const std::string& stack)
     return stack == "native" ? "/dev/sd" : "";
 }
 
-bool isMapperPath(const std::string& path)
-{
-    return path.rfind(mapperFolder, 0) == 0;
-}
-
-bool endsInDigit(const std::string& path)
-{
-    return !path.empty() && std::isdigit(static_cast<unsigned char>(path.back())) != 0;
-}
-
-std::string withoutLast(const std::string& path, std::size_t characters)
-{
-    return path.substr(0, path.size() - std::min(path.size(), characters));
-}
-
-bool nodeExists(const std::string& path)
-{
-    return access(path.c_str(), F_OK) == 0;
-}
-
-// The one of the two names that the device-mapper module takes for the whole device and that exists, or nothing.
-std::string neighbour(const std::string& path)
-{
-    for (const std::size_t characters : {1UL, 2UL}) {
-        if (nodeExists(withoutLast(path, characters))) {
-            return withoutLast(path, characters);
-        }
-    }
-    return "";
-}
-
 // LVM writes a dash of a name twice, the library's list once.
 std::string withSingleDashes(std::string path)
 {
@@ -72,41 +38,18 @@ std::string withSingleDashes(std::string path)
     return path;
 }
 
-// Two looks at the list of logical volumes: the one that the session remembers, and one of now. Each is taken when it
-// is first needed.
-class VolumeLists {
-public:
-    // Without a snapshot of the session's, this is a look of now as well.
-    bool rememberedFails()
-    {
-        if (!rememberedStatus) {
-            CKivDeviceMapperClaim module;
-            rememberedStatus = module.createLvmDeviceNamesList();
-        }
-        return *rememberedStatus != 0;
-    }
-
-    bool nowNames(const std::string& path)
-    {
-        if (!snapshot) {
-            rememberedFails();  // which this look would hide
-            snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
-        }
-        return now.isLinuxLogicalVolume(path) != 0;
-    }
-
-private:
-    std::optional<int> rememberedStatus;
-    std::optional<kivclaim::host::CommandSnapshot> snapshot;
-    CKivDeviceMapperClaim now;
-};
-
 class Explainer {
 public:
-    Explainer(VolumeLists& volumes, const AuditedDevice& device) : volumes(volumes), device(device) {}
+    Explainer(VolumeListings& volumes, const AuditedDevice& device) : volumes(volumes), device(device) {}
 
     std::optional<Explanation> explain(const Difference& difference)
     {
+        if (difference.question == Question::number) {
+            return Explanation{"name-decides", "the node that has this name is another device's"};
+        }
+        if (!isForetold(difference)) {
+            return std::nullopt;
+        }
         if (std::optional<Explanation> byName = explainName()) {
             return byName;
         }
@@ -122,10 +65,32 @@ public:
             case Question::number:
                 break;
         }
-        return Explanation{"name-decides", "the node that has this name is another device's"};
+        return std::nullopt;
     }
 
 private:
+    // Is the answer what the rules make of the name? If not, it is an error of the library's, or another module's.
+    bool isForetold(const Difference& difference)
+    {
+        const LibraryAnswer foretold = foretoldAnswer(volumes, path, kernel.partitions);
+        if (library.stack != foretold.stack || library.level != foretold.level) {
+            return false;
+        }
+        switch (difference.question) {
+            case Question::isPartition:
+            case Question::whole:
+                return library.isPartition == foretold.isPartition && library.wholeDevice == foretold.wholeDevice &&
+                       library.partition == foretold.partition;
+            case Question::partition:
+                return std::any_of(
+                    foretold.partitions.begin(), foretold.partitions.end(), [&](const KernelPartition& partition) {
+                        return partition.number == difference.partition && partition.path == difference.library;
+                    });
+            default:
+                return true;
+        }
+    }
+
     // All that follows from asking by a name which is not the kernel's name for the device.
     std::optional<Explanation> explainName() const
     {
@@ -133,8 +98,7 @@ private:
         if (!prefix.empty() && path.rfind(prefix, 0) != 0) {
             return Explanation{"prefix-anywhere", "'" + std::string(prefix) + "' counts wherever it stands in a path"};
         }
-        const bool builtIn = !prefix.empty() || library.level == 0;
-        if (!builtIn || path == kernel.path) {
+        if (path == kernel.path) {
             return std::nullopt;
         }
         if (!kernel.exists()) {
@@ -146,17 +110,14 @@ private:
 
     std::optional<Explanation> explainClaimedVolume()
     {
-        if (library.stack != "device-mapper") {
-            return std::nullopt;
-        }
-        if (volumes.rememberedFails()) {
+        if (volumes.remembered().failed) {
             return Explanation{"failed-listing", "/sbin/lvdisplay failed, so no volume is known as one"};
         }
-        if (volumes.nowNames(path)) {
+        if (volumes.now().names(path)) {
             return Explanation{"stale-list", "the list of volumes was read before this one was created"};
         }
         const std::string listed = withSingleDashes(path);
-        if (listed != path && volumes.nowNames(listed)) {
+        if (listed != path && volumes.now().names(listed)) {
             return Explanation{"dashed-volume", "the list of volumes has it as " + listed};
         }
         return Explanation{"unlisted-volume", "/sbin/lvdisplay does not print this volume"};
@@ -170,9 +131,9 @@ private:
         if (library.stack == "device-mapper" && kernel.kind == KernelKind::otherMapping) {
             return Explanation{"any-mapping", "whatever is under /dev/mapper/ and no logical volume is claimed"};
         }
-        if (library.level == 0 && kernel.kind == KernelKind::multipathMap && isMapperPath(path)) {
-            return volumes.nowNames(path)
-                       ? Explanation{"dashed-volume", "the list has a volume with dashes under this name"}
+        if (library.level == 0 && kernel.kind == KernelKind::multipathMap) {
+            return volumes.now().names(path)
+                       ? Explanation{"dashed-volume", "the list has a volume under this name"}
                        : Explanation{"stale-list", "the list was read while this was the name of a volume"};
         }
         return std::nullopt;
@@ -191,10 +152,8 @@ private:
         if (!endsInDigit(path)) {
             return Explanation{"name-decides", "the name does not end in a number, so it is no partition's"};
         }
-        if (!neighbour(path).empty()) {
-            return std::nullopt;
-        }
-        const std::string missing = "neither " + withoutLast(path, 1) + " nor " + withoutLast(path, 2) + " exists";
+        const std::string missing =
+            "neither " + withoutLast(path, 1) + " nor " + withoutLast(path, 2) + " can be opened";
         const bool named = path == kernel.wholeDevice + "-part" + std::to_string(kernel.partition) ||
                            path == kernel.wholeDevice + "_part" + std::to_string(kernel.partition);
         return Explanation{named ? "missing-neighbour" : "name-decides", missing};
@@ -202,47 +161,45 @@ private:
 
     std::optional<Explanation> explainSupposedPartition() const
     {
-        if (!endsInDigit(path)) {
-            return std::nullopt;
-        }
-        if (path.size() > 5 && path.compare(path.size() - 5, 4, "part") == 0) {
+        if (endsLikeAPartition(path)) {
             return Explanation{"partition-like-name", "the name ends like a partition's"};
         }
-        const std::string parent = neighbour(path);
-        if (parent.empty()) {
-            return std::nullopt;
-        }
-        return Explanation{"partition-like-name", "it ends in a digit, and " + parent + " exists"};
+        return Explanation{"partition-like-name", "it ends in a digit, and " + openableNeighbour(path) + " exists"};
     }
 
     std::optional<Explanation> explainWhole() const
     {
-        const bool cut = library.stack == "device-mapper" && kernel.partition != 0 && endsInDigit(path) &&
-                         library.partition == static_cast<unsigned int>(path.back() - '0') &&
-                         library.wholeDevice == withoutLast(path, 6);
-        if (!cut) {
+        if (library.stack != "device-mapper" || kernel.partition == 0) {
             return std::nullopt;
         }
-        if (kernel.partition > 9) {
-            return Explanation{"last-digit", "six characters are cut and the last one is the number"};
+        const bool probed = partitionNames() == PartitionNames::probed;
+        if (kernel.partition > 9 && library.partition != 0) {
+            return Explanation{"last-digit", probed ? "the last digit is the number"
+                                                    : "six characters are cut and the last one is the number"};
+        }
+        if (probed) {
+            return Explanation{"release-decides",
+                               "on this kernel release, a partition is called like the whole device "
+                               "with a number or p and a number"};
         }
         return Explanation{"six-characters", "six characters are cut, the length of -part and a digit"};
     }
 
-    // The release decides between these, whatever the nodes are called.
     std::optional<Explanation> explainPartition(const Difference& difference) const
     {
-        const std::string number = std::to_string(difference.partition);
-        for (const char* const suffix : {"-part", "_part", "p", ""}) {
-            if (library.stack == "device-mapper" && difference.library == path + suffix + number) {
-                return Explanation{"release-decides", "the kernel's release decides on the name, here " +
-                                                          (suffix + number) + ", not the nodes"};
-            }
+        if (library.stack != "device-mapper") {
+            return std::nullopt;
         }
-        return std::nullopt;
+        if (difference.library == path) {
+            return Explanation{"unknown-release",
+                               "on this kernel release, a partition's name is the number or p and "
+                               "the number behind the device's, and no such node exists"};
+        }
+        return Explanation{"release-decides", "the kernel's release decides on the name, here " +
+                                                  difference.library.substr(path.size()) + ", not the nodes"};
     }
 
-    VolumeLists& volumes;
+    VolumeListings& volumes;
     const AuditedDevice& device;
     const std::string& path = device.path;
     const LibraryAnswer& library = device.library;
@@ -251,9 +208,8 @@ private:
 
 }  // namespace
 
-void explainDifferences(std::vector<AuditedDevice>& devices)
+void explainDifferences(VolumeListings& volumes, std::vector<AuditedDevice>& devices)
 {
-    VolumeLists volumes;
     for (AuditedDevice& device : devices) {
         Explainer explainer(volumes, device);
         for (Difference& difference : device.differences) {

@@ -3,16 +3,17 @@
 #define KIVCLAIM_TOOLS_KNOWN_QUIRKS_H
 
 #include "tools/audited_device.h"
+#include "tools/foretold_answers.h"
 
-#include <memory>
 #include <vector>
 
 namespace kivclaim::tools {
 
 // Names the quirk behind each difference of `devices` that a known one explains, with the reason; the others get a
 // reason without a quirk. A quirk explains a difference only when what it foretells is exactly what the library
-// answered. May run /sbin/lvdisplay and look at nodes. `devices` were audited by one session, which is still open.
-void explainDifferences(std::vector<AuditedDevice>& devices);
+// answered. Takes the looks of `volumes` that it needs, and opens nodes. `devices` were audited by one session, which
+// is still open.
+void explainDifferences(VolumeListings& volumes, std::vector<AuditedDevice>& devices);
 
 }  // namespace kivclaim::tools
 

@@ -1,0 +1,257 @@
+// What the audit takes for a known quirk: nothing but the answers that the quirk foretells. The answers here are made
+// up, because the library does not give the wrong ones.
+#include "tools/known_quirks.h"
+
+#include "tests/process.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+using kivclaim::tools::AuditedDevice;
+using kivclaim::tools::Difference;
+using kivclaim::tools::KernelDevice;
+using kivclaim::tools::KernelKind;
+using kivclaim::tools::LibraryAnswer;
+using kivclaim::tools::Question;
+using kivclaim::tools::VolumeListing;
+using kivclaim::tools::VolumeListings;
+
+namespace {
+
+const char* kernelRelease = "6.1.0-18-amd64";
+
+class KnownQuirks : public testing::Test {
+protected:
+    KnownQuirks() { kernelRelease = "6.1.0-18-amd64"; }
+
+    // A device of the kernel's, by its own name.
+    void kernelHas(KernelKind kind, const std::string& path)
+    {
+        device.path = path;
+        device.kernel.kind = kind;
+        device.kernel.path = path;
+    }
+    void kernelHasPartition(const std::string& path, unsigned int number, const std::string& wholeDevice)
+    {
+        kernelHas(KernelKind::multipathMap, path);
+        device.kernel.partition = number;
+        device.kernel.wholeDevice = wholeDevice;
+    }
+    void libraryClaims(const std::string& stack, unsigned int level)
+    {
+        device.library.stack = stack;
+        device.library.level = level;
+        device.library.wholeDevice = device.path;
+    }
+    void libraryTakesApart(const std::string& wholeDevice, unsigned int number)
+    {
+        libraryClaims("device-mapper", 16);
+        device.library.isPartition = true;
+        device.library.wholeDevice = wholeDevice;
+        device.library.partition = number;
+    }
+
+    std::string quirkOf(Question question, const VolumeListing& remembered = {}, const VolumeListing& now = {})
+    {
+        Difference difference;
+        difference.question = question;
+        if (!device.kernel.partitions.empty()) {
+            difference.partition = 1;
+            difference.library = device.library.partitions.at(0).path;
+        }
+        device.differences = {difference};
+        VolumeListings volumes(remembered, now);
+        std::vector<AuditedDevice> devices = {device};
+        explainDifferences(volumes, devices);
+        return devices.at(0).differences.at(0).quirk;
+    }
+
+    std::string quirkOfPartition(const std::string& answer)
+    {
+        device.kernel.partitions = {{1, "/dev/mapper/mpatha_1"}};
+        device.library.partitions = {{1, answer}};
+        return quirkOf(Question::partition);
+    }
+
+    const VolumeListing failed = {true, {}};
+    const VolumeListing lvol1 = {false, {"/dev/mapper/vg00-lvol1"}};
+    AuditedDevice device;
+};
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" int uname(utsname* system)
+{
+    std::snprintf(system->release, sizeof system->release, "%s", kernelRelease);
+    return 0;
+}
+
+TEST_F(KnownQuirks, ADiskOfAnotherKindThatIsClaimedAsNativeIsNone)
+{
+    kernelHas(KernelKind::other, "/dev/xvda");
+    libraryClaims("native", 2);
+    EXPECT_EQ(quirkOf(Question::claim), "");
+    kernelHas(KernelKind::other, "/srv/dev/sda");
+    EXPECT_EQ(quirkOf(Question::claim), "prefix-anywhere");
+}
+
+TEST_F(KnownQuirks, ANameWithoutADeviceThatIsNotClaimedByItsNameIsNone)
+{
+    device.path = "/dev/nothing";
+    libraryClaims("powerpath", 16);
+    EXPECT_EQ(quirkOf(Question::claim), "");
+    device.path = "/dev/emcpowerx";
+    EXPECT_EQ(quirkOf(Question::claim), "name-decides");
+}
+
+TEST_F(KnownQuirks, ALinkThatIsNotClaimedThoughItsNameWouldDecideIsNone)
+{
+    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpatha");
+    device.library.stack = "none";
+    device.path = "/dev/mapper/link";
+    EXPECT_EQ(quirkOf(Question::claim), "");
+    device.path = "/dev/disk/by-id/link";
+    EXPECT_EQ(quirkOf(Question::claim), "name-decides");
+}
+
+TEST_F(KnownQuirks, AClaimAtAnotherLevelIsNone)
+{
+    kernelHas(KernelKind::scsiDisk, "/dev/sda");
+    device.kernel.map = "/dev/mapper/mpatha";
+    libraryClaims("native", 16);
+    EXPECT_EQ(quirkOf(Question::claim), "");
+    libraryClaims("native", 2);
+    EXPECT_EQ(quirkOf(Question::claim), "path-of-a-map");
+}
+
+TEST_F(KnownQuirks, AVolumeThatIsClaimedThoughTheLibraryHasListedItIsNone)
+{
+    kernelHas(KernelKind::logicalVolume, "/dev/mapper/vg00-lvol1");
+    libraryClaims("device-mapper", 16);
+    EXPECT_EQ(quirkOf(Question::claim, lvol1, lvol1), "");
+    EXPECT_EQ(quirkOf(Question::claim, {}, lvol1), "stale-list");
+    EXPECT_EQ(quirkOf(Question::claim, failed, lvol1), "failed-listing");
+}
+
+TEST_F(KnownQuirks, AMapThatIsRefusedThoughNoVolumeIsListedByItsNameIsNone)
+{
+    kernelHas(KernelKind::multipathMap, "/dev/mapper/vg00-lvol1");
+    device.library.stack = "none";
+    EXPECT_EQ(quirkOf(Question::claim), "");
+    EXPECT_EQ(quirkOf(Question::claim, failed, failed), "");
+    EXPECT_EQ(quirkOf(Question::claim, lvol1, {}), "stale-list");
+    EXPECT_EQ(quirkOf(Question::claim, lvol1, lvol1), "dashed-volume");
+}
+
+TEST_F(KnownQuirks, AOneDigitPartitionThatIsNotRecognisedIsNone)
+{
+    kernelHasPartition("/dev/mapper/mpatha-part1", 1, "/dev/mapper/mpatha");
+    libraryClaims("device-mapper", 16);
+    EXPECT_EQ(quirkOf(Question::isPartition), "");
+    kernelHasPartition("/dev/mapper/mpatha-part12", 12, "/dev/mapper/mpatha");
+    libraryClaims("device-mapper", 16);
+    EXPECT_EQ(quirkOf(Question::isPartition), "missing-neighbour");
+}
+
+TEST_F(KnownQuirks, AMapThatIsTakenForAPartitionWithoutTheNameOfOneIsNone)
+{
+    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpath7");
+    libraryTakesApart("/dev/mapp", 7);
+    EXPECT_EQ(quirkOf(Question::isPartition), "");
+    kernelHas(KernelKind::multipathMap, "/dev/mapper/a-part7");
+    libraryTakesApart("/dev/mapper/a", 7);
+    EXPECT_EQ(quirkOf(Question::isPartition), "partition-like-name");
+}
+
+TEST_F(KnownQuirks, APartitionThatIsTakenApartInAnotherWayIsNone)
+{
+    kernelHasPartition("/dev/mapper/a-part3", 3, "/dev/mapper/mpatha");
+    libraryTakesApart("/dev/mapper/", 3);
+    EXPECT_EQ(quirkOf(Question::whole), "");
+    libraryTakesApart("/dev/mapper/a", 2);
+    EXPECT_EQ(quirkOf(Question::whole), "");
+    libraryTakesApart("/dev/mapper/a", 3);
+    EXPECT_EQ(quirkOf(Question::whole), "six-characters");
+    kernelHasPartition("/dev/mapper/a-part3", 13, "/dev/mapper/mpatha");
+    EXPECT_EQ(quirkOf(Question::whole), "last-digit");
+}
+
+TEST_F(KnownQuirks, ANativePartitionThatIsNotTakenApartIsNone)
+{
+    kernelHas(KernelKind::scsiDisk, "/dev/sda1");
+    device.kernel.partition = 1;
+    libraryClaims("native", 2);
+    EXPECT_EQ(quirkOf(Question::isPartition), "");
+    device.library.isPartition = true;
+    EXPECT_EQ(quirkOf(Question::whole), "");
+}
+
+TEST_F(KnownQuirks, APartitionPathThatTheReleaseDoesNotDecideOnIsNone)
+{
+    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpatha");
+    libraryClaims("device-mapper", 16);
+    EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha-part1"), "release-decides");
+    EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha_part1"), "");
+    kernelRelease = "3.0.101";
+    EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha_part1"), "release-decides");
+    EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha-part1"), "");
+    kernelRelease = "2.6.27";
+    EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha_part1"), "release-decides");
+    kernelRelease = "3.12.0";
+    EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha-part1"), "release-decides");
+}
+
+TEST_F(KnownQuirks, OnAnUnknownReleaseThePathItselfStandsForAPartition)
+{
+    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpatha");
+    libraryClaims("device-mapper", 16);
+    for (const char* const release : {"3.10.0-1160.el7", "3.11.9", "2.6.26", "2.6"}) {
+        kernelRelease = release;
+        EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha"), "unknown-release");
+        EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha-part1"), "");
+    }
+    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpath7");
+    EXPECT_EQ(quirkOfPartition("/dev/mapper/mpath7p1"), "release-decides");
+}
+
+TEST_F(KnownQuirks, OnAnUnknownReleaseAPartitionNamedPartIsNotTakenApart)
+{
+    kernelRelease = "3.10.0";
+    kernelHasPartition("/dev/mapper/mpatha-part3", 3, "/dev/mapper/mpatha");
+    libraryTakesApart("/dev/mapper/mpatha-part3", 0);
+    EXPECT_EQ(quirkOf(Question::whole), "release-decides");
+    libraryTakesApart("/dev/mapper/mpath", 3);
+    EXPECT_EQ(quirkOf(Question::whole), "");
+}
+
+// As for somebody who may not open the nodes of devices. Nobody can open a socket.
+TEST_F(KnownQuirks, ANeighbourCountsWhenItCanBeOpened)
+{
+    const tests::TemporaryFolder folder;
+    const std::string place = folder.path() + "/dev/mapper/";
+    ASSERT_EQ(mkdir((folder.path() + "/dev").c_str(), 0700), 0);
+    ASSERT_EQ(mkdir(place.c_str(), 0700), 0);
+    kernelHasPartition(place + "mpatha12", 12, place + "mpatha");
+    libraryClaims("device-mapper", 16);
+
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%smpatha1", place.c_str());
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(quirkOf(Question::isPartition), "prefix-anywhere");
+    close(listener);
+    ASSERT_EQ(unlink(address.sun_path), 0);
+    folder.addFile("dev/mapper/mpatha1", "");
+    EXPECT_EQ(quirkOf(Question::isPartition), "");
+}

@@ -1,0 +1,68 @@
+// What the built-in modules answer to names, as their headers and docs/quirks.md describe it.
+#ifndef KIVCLAIM_TOOLS_FORETOLD_ANSWERS_H
+#define KIVCLAIM_TOOLS_FORETOLD_ANSWERS_H
+
+#include "host/command_snapshot.h"
+#include "tools/audited_device.h"
+
+#include <optional>
+#include <set>
+#include <string>
+
+namespace kivclaim::tools {
+
+// The volumes that /sbin/lvdisplay prints, under the paths by which the library knows them.
+struct VolumeListing {
+    bool failed = false;
+    std::set<std::string> paths;
+
+    bool names(const std::string& path) const { return paths.count(path) != 0; }
+};
+
+// Two looks at the logical volumes, each taken when it is first needed.
+class VolumeListings {
+public:
+    VolumeListings() = default;
+    // Looks that were taken before.
+    VolumeListings(VolumeListing remembered, VolumeListing now);
+
+    // What the open session has seen. Without a snapshot of the session's, this is a look of now as well, and may
+    // differ from what the library saw.
+    const VolumeListing& remembered();
+
+    // What is printed now.
+    const VolumeListing& now();
+
+private:
+    std::optional<VolumeListing> first;
+    std::optional<kivclaim::host::CommandSnapshot> snapshot;
+    std::optional<VolumeListing> second;
+};
+
+// The answers about `path`, with a path for each of `partitions`. Worked out from the rules, without asking the
+// library: an answer of the library that differs from these is an error of the library, not one of its quirks. Opens
+// neighbours of `path`, like the library.
+LibraryAnswer foretoldAnswer(VolumeListings& volumes, const std::string& path,
+                             const std::vector<KernelPartition>& partitions);
+
+// How the running kernel's release makes the device-mapper module name partitions.
+enum class PartitionNames {
+    underscore,  // _part1
+    dash,        // -part1
+    probed       // 1 or p1, whichever exists
+};
+PartitionNames partitionNames();
+
+// The path without its last one or two characters, the first of the two that can be opened; empty when neither can.
+std::string openableNeighbour(const std::string& path);
+
+// Does `path` end in "part" and one digit?
+bool endsLikeAPartition(const std::string& path);
+
+bool endsInDigit(const std::string& path);
+
+std::string withoutLast(const std::string& path, std::size_t characters);
+
+}  // namespace kivclaim::tools
+
+#endif
