@@ -179,7 +179,10 @@ TEST_F(Audit, AnyOtherMappingIsClaimed)
                                     "/dev/mapper/secret claim device-mapper device-mapper device, CRYPT quirk "
                                     "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed",
                                     "/dev/mapper/zero claim device-mapper device-mapper device, without uuid quirk "
-                                    "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed"}));
+                                    "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed",
+                                    "/dev/mapper/zero partition 1 /dev/mapper/zero-part1 /dev/mapper/loose1 quirk "
+                                    "release-decides the kernel's release decides on the name, here -part1, not the "
+                                    "nodes"}));
 }
 
 TEST_F(Audit, APathOfAMapIsClaimedAsNative)
@@ -293,6 +296,50 @@ TEST_F(Audit, CountsWhatItFound)
     EXPECT_THAT(audit().output, HasSubstr("\n2 devices: 1 agrees, 1 differs by known quirks (see docs/quirks.md), "
                                           "0 differ otherwise\n"));
     EXPECT_EQ(audit({"--only-differences", "/dev/xvda"}).output,
+              "1 device: 1 agrees, 0 differ by known quirks (see docs/quirks.md), 0 differ otherwise\n");
+}
+
+// kpartx lays logical partitions on the extended one.
+TEST_F(Audit, ALogicalPartitionBelongsToTheMap)
+{
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-2", "mpatha-part2", "part2-mpath-36001", {"dm-0"});
+    machine.mapped("dm-5", "mpatha-part5", "part5-mpath-36001", {"dm-2"});
+    machine.mapped("dm-6", "mpatha-part6", "part6-mpath-36001", {"dm-2"});
+    EXPECT_EQ(differences(), Lines{});
+    const std::string output = audit({"--json", "/dev/mapper/mpatha"}).output;
+    EXPECT_THAT(output, AllOf(HasSubstr("/dev/mapper/mpatha-part2"), HasSubstr("/dev/mapper/mpatha-part5"),
+                              HasSubstr("/dev/mapper/mpatha-part6")));
+}
+
+TEST_F(Audit, APartitionInsideAPartitionBelongsToThatPartition)
+{
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    machine.mapped("dm-1", "mpatha-part1", "part1-mpath-36001", {"dm-0"});
+    machine.mapped("dm-2", "mpatha-part1-part3", "part3-part1-mpath-36001", {"dm-1"});
+    const std::string output = audit({"--json", "/dev/mapper/mpatha-part1-part3"}).output;
+    EXPECT_THAT(output, HasSubstr("\"is\": \"partition 3 of /dev/mapper/mpatha-part1\""));
+    EXPECT_THAT(audit({"--json", "/dev/mapper/mpatha"}).output, Not(HasSubstr("part3")));
+}
+
+TEST_F(Audit, TheNameOfADiskMayHaveASlash)
+{
+    machine.disk("cciss!c0d0").partition("cciss!c0d0", "cciss!c0d0p1", 1);
+    machine.mapped("dm-0", "mpatha", "mpath-36001", {"cciss!c0d0"});
+    machine.mapped("dm-1", "c0d0p2", "part2-DISK-1", {"cciss!c0d0"});
+    const std::string output = audit({"--json"}).output;
+    EXPECT_THAT(output, AllOf(HasSubstr("\"path\": \"/dev/cciss/c0d0p1\""),
+                              HasSubstr("\"is\": \"partition 1 of /dev/cciss/c0d0, path of /dev/mapper/mpatha\""),
+                              HasSubstr("\"is\": \"partition 2 of /dev/cciss/c0d0\"")));
+    EXPECT_THAT(output, HasSubstr("\"number\": 1,\n                  \"path\": \"/dev/cciss/c0d0p1\""));
+}
+
+// The tool that lists volumes runs between the kernel's account of the first map and the library's answer.
+TEST_F(Audit, ADeviceThatVanishesMeanwhileIsLeftOut)
+{
+    tools.addScript("lvdisplay", "/bin/rm -r \"$UMOCKDEV_DIR/sys/devices/virtual/block/dm-0\"\n");
+    machine.disk("xvda").mapped("dm-0", "zero", "");
+    EXPECT_EQ(audit({"--only-differences"}).output,
               "1 device: 1 agrees, 0 differ by known quirks (see docs/quirks.md), 0 differ otherwise\n");
 }
 

@@ -18,9 +18,7 @@
 
 using kivclaim::tools::AuditedDevice;
 using kivclaim::tools::Difference;
-using kivclaim::tools::KernelDevice;
 using kivclaim::tools::KernelKind;
-using kivclaim::tools::LibraryAnswer;
 using kivclaim::tools::Question;
 using kivclaim::tools::VolumeListing;
 using kivclaim::tools::VolumeListings;

@@ -9,6 +9,13 @@ namespace {
 
 constexpr char virtualFolder[] = "/devices/virtual/block/";
 
+// sysfs writes the slash in the name of a node as an exclamation mark.
+std::string nodeNamed(std::string kernelName)
+{
+    std::replace(kernelName.begin(), kernelName.end(), '!', '/');
+    return kernelName;
+}
+
 // A relative link from a folder below `place` to `target`.
 std::string link(const std::string& place, const std::string& target)
 {
@@ -33,13 +40,13 @@ MockMachine::Device& MockMachine::add(const std::string& kernelName, const std::
 
 MockMachine& MockMachine::disk(const std::string& name)
 {
-    add(name, virtualFolder, name);
+    add(name, virtualFolder, nodeNamed(name));
     return *this;
 }
 
 MockMachine& MockMachine::partition(const std::string& diskName, const std::string& name, unsigned int number)
 {
-    Device& device = add(name, devices.at(diskName).place + "/", name);
+    Device& device = add(name, devices.at(diskName).place + "/", nodeNamed(name));
     device.type = "partition";
     device.lines = "A: partition=" + std::to_string(number) + "\n";
     return *this;

@@ -78,8 +78,13 @@ ExitStatus audit(CKivClaimManager& manager, const std::vector<std::string>& path
     }
     for (const BlockDevice& device : blockDevices()) {
         KernelDevice truth = kernel.deviceAt(device.sysfsPath);
-        if (truth.exists()) {
-            devices.push_back(audited(manager, device.path, std::move(truth)));
+        if (!truth.exists()) {
+            continue;
+        }
+        AuditedDevice answers = audited(manager, device.path, std::move(truth));
+        // What has gone meanwhile cannot be compared.
+        if (answers.differences.empty() || kernel.deviceAt(device.sysfsPath).exists()) {
+            devices.push_back(std::move(answers));
         }
     }
     return answeredYes;

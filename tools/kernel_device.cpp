@@ -118,25 +118,45 @@ private:
         return UdevDevice(udev_device_new_from_subsystem_sysname(&context, "block", kernelName.c_str()));
     }
 
-    // A mapping's partitions hold it, and the whole device of a partition is what it is mapped onto.
     void readMapping(KernelDevice& result) const
     {
         const MappingUuid uuid(result.uuid);
         result.kind = kindOfMapping(uuid);
         result.partition = uuid.partition;
         if (result.partition != 0) {
-            for (const std::string& slave : entriesOf(folder + "/slaves")) {
-                const UdevDevice whole = named(slave);
-                result.wholeDevice = whole != nullptr ? nodeOf(*whole) : "";
-            }
-            return;
+            result.wholeDevice = wholeBelow(folder, uuid.origin);
+        } else {
+            addPartitionsAbove(folder, result.uuid, result.partitions);
         }
-        for (const std::string& holder : entriesOf(folder + "/holders")) {
-            const UdevDevice other = named(holder);
-            const std::string itsUuid = other != nullptr ? attribute(*other, "dm/uuid") : "";
-            const MappingUuid holderUuid(itsUuid);
-            if (holderUuid.partition != 0 && holderUuid.origin == result.uuid) {
-                result.partitions.push_back({holderUuid.partition, nodeOf(*other)});
+    }
+
+    // The whole device of a partition is what it is mapped onto, except that kpartx maps logical partitions onto the
+    // extended one.
+    std::string wholeBelow(const std::string& partitionFolder, std::string_view origin) const
+    {
+        for (const std::string& slave : entriesOf(partitionFolder + "/slaves")) {
+            const UdevDevice below = named(slave);
+            const std::string itsUuid = below != nullptr ? attribute(*below, "dm/uuid") : "";
+            const MappingUuid uuid(itsUuid);
+            if (uuid.partition != 0 && uuid.origin == origin) {
+                return wholeBelow(udev_device_get_syspath(below.get()), origin);
+            }
+            return below != nullptr ? nodeOf(*below) : "";
+        }
+        return "";
+    }
+
+    // What `origin` names is all that the uuid of a partition tells about its whole device, which may have none.
+    void addPartitionsAbove(const std::string& mappingFolder, std::string_view origin,
+                            std::vector<KernelPartition>& partitions) const
+    {
+        for (const std::string& holder : entriesOf(mappingFolder + "/holders")) {
+            const UdevDevice above = named(holder);
+            const std::string itsUuid = above != nullptr ? attribute(*above, "dm/uuid") : "";
+            const MappingUuid uuid(itsUuid);
+            if (uuid.partition != 0 && (origin.empty() || uuid.origin == origin)) {
+                partitions.push_back({uuid.partition, nodeOf(*above)});
+                addPartitionsAbove(udev_device_get_syspath(above.get()), uuid.origin, partitions);
             }
         }
     }
@@ -152,8 +172,10 @@ private:
             return;
         }
         result.map = mapHolding(folder);
+        // As it stands in sysfs; libudev makes a slash of the exclamation mark in cciss!c0d0.
+        const std::string diskName = folder.substr(folder.rfind('/') + 1);
         for (const std::string& name : entriesOf(folder)) {
-            const UdevDevice child(beginsWith(name, udev_device_get_sysname(&device))
+            const UdevDevice child(beginsWith(name, diskName)
                                        ? udev_device_new_from_syspath(&context, (folder + "/" + name).c_str())
                                        : nullptr);
             const unsigned int number = child != nullptr ? numberIn(attribute(*child, "partition")) : 0;
