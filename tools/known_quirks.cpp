@@ -169,11 +169,14 @@ private:
 
     std::optional<Explanation> explainWhole() const
     {
-        if (library.stack != "device-mapper" || kernel.partition == 0) {
+        if (library.stack != "device-mapper") {
             return std::nullopt;
         }
+        if (library.wholeDevice == kernel.wholeDevice) {
+            return Explanation{"name-decides", "the number in the name is not the partition's"};
+        }
         const bool probed = partitionNames() == PartitionNames::probed;
-        if (kernel.partition > 9 && library.partition != 0) {
+        if (kernel.partition > 9 && library.wholeDevice != path) {
             return Explanation{"last-digit", probed ? "the last digit is the number"
                                                     : "six characters are cut and the last one is the number"};
         }

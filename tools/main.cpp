@@ -151,10 +151,11 @@ private:
 
     void addAudit()
     {
-        CLI::App& sub = command("audit", "[PATH...]",
-                                "Compare the answers about each PATH, or about every block device, with what the "
-                                "kernel says, and give a reason for each difference",
-                                "kivclaim audit --only-differences", [this] { return audit(session, auditOptions); });
+        CLI::App& sub = command(
+            "audit", "[PATH...]",
+            "Compare the answers about each PATH, or about every block device, with what the "
+            "kernel says, and give a reason for each difference. Exit status 1: some difference is no known quirk",
+            "kivclaim audit --only-differences", [this] { return audit(session, auditOptions); });
         sub.add_option("PATH", auditOptions.paths, "Device paths, '-' for standard input; none: every block device")
             ->type_name("");
         sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
