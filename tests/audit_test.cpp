@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -138,11 +140,21 @@ TEST_F(Audit, AMapThatIsNamedLikeAVolumeWithADashInTheListIsRefused)
     machine.mapped("dm-0", "vg-a-lv1", "mpath-36001");
     EXPECT_EQ(differences(), Lines{"/dev/mapper/vg-a-lv1 claim none multipath map quirk dashed-volume "
                                    "the list has a volume under this name"});
+    listings({"  LV Name                /dev/vg-a/lv1\n  VG Name                vg-a\n"});
+    EXPECT_EQ(differences().size(), 1);
 }
 
 TEST_F(Audit, AVolumeIsClaimedWhenTheListingFails)
 {
     failingListing();
+    machine.mapped("dm-0", "vg00-lvol1", "LVM-AbCd");
+    EXPECT_EQ(differences(), Lines{"/dev/mapper/vg00-lvol1 claim device-mapper logical volume quirk failed-listing "
+                                   "/sbin/lvdisplay failed, so no volume is known as one"});
+}
+
+TEST_F(Audit, AVolumeIsClaimedWithoutTheToolThatListsIt)
+{
+    ASSERT_EQ(unlink((tools.path() + "/lvdisplay").c_str()), 0);
     machine.mapped("dm-0", "vg00-lvol1", "LVM-AbCd");
     EXPECT_EQ(differences(), Lines{"/dev/mapper/vg00-lvol1 claim device-mapper logical volume quirk failed-listing "
                                    "/sbin/lvdisplay failed, so no volume is known as one"});
@@ -403,8 +415,8 @@ TEST_F(Audit, TheNameOfADiskMayHaveASlash)
 // The tool that lists volumes runs between the kernel's account of the first map and the library's answer.
 TEST_F(Audit, ADeviceThatVanishesMeanwhileIsLeftOut)
 {
-    tools.addScript("lvdisplay", "/bin/rm -r \"$UMOCKDEV_DIR/sys/devices/virtual/block/dm-0\"\n");
-    machine.disk("xvda").mapped("dm-0", "zero", "");
+    tools.addScript("lvdisplay", "cd \"$UMOCKDEV_DIR/sys/devices/virtual/block\"\n/bin/rm -r dm-0 xvda\n");
+    machine.disk("vda").disk("xvda").mapped("dm-0", "zero", "");
     EXPECT_EQ(audit({"--only-differences"}).output,
               "1 device: 1 agrees, 0 differ by known quirks (see docs/quirks.md), 0 differ otherwise\n");
 }
