@@ -30,6 +30,7 @@ same_bytes() {
         if ! cmp "$package" "$others/$(basename "$package")"; then
             differ=1
             rm -rf "$root"
+            mkdir -p "$root"
             dpkg-deb -R "$package" "$root/one"
             dpkg-deb -R "$others/$(basename "$package")" "$root/other"
             diff -rq "$root/one" "$root/other" || true
