@@ -53,9 +53,11 @@ kivclaim_guard_test(TheSymbolListShowsAnotherParameter other_parameter)
 
 # What is installed, and each header of it alone.
 set(installed ${PROJECT_BINARY_DIR}/installed)
+add_test(NAME Contract.Installing COMMAND ${contract_scripts}/install.sh ${PROJECT_BINARY_DIR} ${installed})
+set_tests_properties(Contract.Installing PROPERTIES FIXTURES_SETUP installed)
 add_test(NAME Contract.InstalledFiles
          COMMAND ${contract_scripts}/installed_tree_test.sh ${PROJECT_BINARY_DIR} ${installed})
-set_tests_properties(Contract.InstalledFiles PROPERTIES FIXTURES_SETUP installed)
+set_tests_properties(Contract.InstalledFiles PROPERTIES FIXTURES_REQUIRED installed)
 
 get_property(headers GLOBAL PROPERTY KIVCLAIM_PUBLIC_HEADERS)
 foreach(header IN LISTS headers)
