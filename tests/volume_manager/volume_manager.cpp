@@ -158,10 +158,14 @@ bool isToFail(const State& state, const std::string& command)
 Answer answerOf(const StateFile& file, const std::string& name, const Command& command, const std::string& argument)
 {
     State state = parse(file.text());
+    const std::string before = printed(state);
     Answer answer = isToFail(state, name) ? Answer() : command(state, argument);
     applyMoods(state, name, answer);
     applyNextChange(state);
-    file.replace(printed(state));
+    // A tool that only answers writes nothing, so that it may be killed at any time.
+    if (printed(state) != before) {
+        file.replace(printed(state));
+    }
     return answer;
 }
 
