@@ -15,7 +15,7 @@ namespace {
 class List : public testing::Test {
 protected:
     void disk(const std::string& name) { machine.disk(name); }
-    void mapped(const std::string& name, const std::string& mapperName) { machine.mapped(name, mapperName, ""); }
+    void mapped(const std::string& kernelName, const std::string& name) { machine.mapped(kernelName, name, ""); }
     void partitionOf(const std::string& diskName, const std::string& name) { machine.partition(diskName, name, 1); }
 
     Ended list(std::vector<std::string> arguments)

@@ -80,6 +80,7 @@ std::vector<Column> chosenColumns(const std::string& names)
 Table emptyTable(const ListOptions& options, const std::vector<Column>& columns)
 {
     std::vector<TableColumn> heads;
+    heads.reserve(columns.size());
     for (const Column& column : columns) {
         heads.push_back(column.head);
     }
@@ -95,6 +96,7 @@ Table emptyTable(const ListOptions& options, const std::vector<Column>& columns)
 std::vector<std::string> cells(const Answer& answer, const std::vector<Column>& columns)
 {
     std::vector<std::string> texts;
+    texts.reserve(columns.size());
     for (const Column& column : columns) {
         texts.push_back(column.text(answer));
     }
