@@ -38,8 +38,9 @@ inline constexpr unsigned int kivClaimModuleContract = (1U << 8) | sizeof(std::s
 extern "C" ZTFI_API CKivDeviceClaimBase* kivclaim_create_claim_module(unsigned int hostContract,
                                                                       unsigned int* moduleContract);
 
-// Its type, and its name for dlsym.
+// The type of that function.
 using KivCreateClaimModule = decltype(kivclaim_create_claim_module);
+// Its name, for dlsym.
 inline constexpr char kivCreateClaimModuleName[] = "kivclaim_create_claim_module";
 
 namespace kivclaim {

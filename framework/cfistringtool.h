@@ -26,8 +26,9 @@ public:
     static std::size_t find(const std::vector<std::string>& lines, const std::string& text, unsigned long& index,
                             bool ignoreCase);
 
-    // To and from the framework's string type, byte for byte.
+    // To the framework's string type, byte for byte.
     static ACE_String_Base<char> str2tstr(const std::string& text);
+    // From the framework's string type, byte for byte.
     static std::string tstr2str(const ACE_String_Base<char>& text);
 };
 

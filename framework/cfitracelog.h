@@ -60,8 +60,8 @@ protected:
     template <class T, class Allocator>
     friend class CFiSmartPtr;
 
-    std::uint32_t count = 0;
-    ACE_Thread_Mutex lock;
+    std::uint32_t count = 0;  // the number of holders
+    ACE_Thread_Mutex lock;    // held while the count changes
 };
 
 // A counting pointer to a T that has CFiRefCount as a virtual base. Count and mutex live in the referent.
@@ -153,6 +153,7 @@ public:
 
     // The referent, or null. The pointer stays the holder.
     T* get() const { return referent; }  // NOLINT(clang-analyzer-cplusplus.NewDelete): it cannot follow the count
+    // The referent, which there must be.
     T* operator->() const { return referent; }
 
 private:
@@ -177,8 +178,8 @@ public:
     ~CFiErrorManager() override { delete[] buffer; }
 
 protected:
-    std::map<std::uint32_t, CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>>> messages;
-    char* buffer = nullptr;
+    std::map<std::uint32_t, CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>>> messages;  // by code
+    char* buffer = nullptr;  // the host's; from new[] or null
 };
 
 // The host's trace log: made and kept by the host, shared by reference count, written to by everybody.
@@ -196,8 +197,8 @@ public:
     void trace(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 protected:
-    ACE_String_Base<char> texts[5];  // their meaning is the host's
-    CFiSmartPtr<CFiErrorManager> errorManager;
+    ACE_String_Base<char> texts[5];             // their meaning is the host's
+    CFiSmartPtr<CFiErrorManager> errorManager;  // the host's; may be empty
 };
 
 // What every working object of the plug-in and of the host derives from: the holder of a trace log.
@@ -216,6 +217,7 @@ public:
     }
 
 protected:
+    // The registered log; empty: nothing is traced. A module of one's own writes its records through it.
     CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> traceLog;
 };
 
@@ -230,6 +232,8 @@ protected:
 // result that is made behind it when the exit record throws.
 class ZTFI_API CFiTraceLogFunction {
 public:
+    // Writes the entry record, unless the log is empty or a text is null. `function` is the bare name, `file` the path
+    // of the source.
     CFiTraceLogFunction(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log,
                         const char* function, int line, const char* file)
         : log(log), function(function), line(line), file(baseName(file))

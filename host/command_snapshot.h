@@ -22,6 +22,7 @@ namespace kivclaim::host {
 // Failure: only running out of memory, as std::bad_alloc; a run that ends so is not remembered.
 class ZTFI_API CommandSnapshot {
 public:
+    // Opens it for these command lines. Nothing is run yet.
     explicit CommandSnapshot(const std::vector<std::string>& commands);
     CommandSnapshot(const CommandSnapshot&) = delete;
     CommandSnapshot& operator=(const CommandSnapshot&) = delete;

@@ -17,6 +17,7 @@ class logger;
 
 namespace kivclaim::host {
 
+// A log, counted for as long as the pointer holds it.
 using TraceLogPointer = ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog>;
 
 // One place that records go to, with a threshold: records of a higher level are dropped before any formatting.
@@ -26,7 +27,7 @@ using TraceLogPointer = ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog>;
 // Failure: a destination that cannot be written says so once on standard error; its records are lost, and whoever
 // traces never notices.
 struct ZTFI_API TraceDestination {
-    int threshold;
+    int threshold;                                                     // the highest level that is written
     std::shared_ptr<spdlog::logger> logger;                            // takes finished texts; or, when empty:
     std::function<void(int level, const std::string& text)> receiver;  // is handed the text itself
 };

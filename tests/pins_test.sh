@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Every test that the docs or a comment name as the pin of a quirk exists.
+# Every test exists that a page or a comment names as the pin of what it says.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-existing=$(grep -hoE 'TEST(_F)?\([A-Za-z0-9]+, [A-Za-z0-9]+' -r tests --include='*.cpp' | sed -E 's/TEST(_F)?\(//; s/, /./' | sort -u)
+existing=$(grep -hoE 'TEST(_F|_P)?\([A-Za-z0-9]+, [A-Za-z0-9]+' -r tests --include='*.cpp' | sed -E 's/TEST(_F|_P)?\(//; s/, /./' | sort -u)
 named=$({
-    grep -oE "\`[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+\`" docs/quirks.md | tr -d "\`"
+    grep -ohE "\`[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+\`" docs/*.md SECURITY.md | tr -d "\`"
     # A comment may go on in the next line behind "Pinned by".
     cat claim/*.cpp claim/*.h modules/*.cpp modules/*.h framework/*.h host/*.cpp host/*.h |
         sed -E 's#^ *// ?##' | tr '\n' ' ' | grep -oE 'Pinned by +[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+' | sed -E 's/Pinned by +//'
