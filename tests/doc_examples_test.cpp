@@ -177,7 +177,7 @@ protected:
 };
 
 // The pages that have blocks.
-constexpr const char* pages[] = {"README.md", "docs/host-guide.md", "docs/fleets.md"};
+constexpr const char* pages[] = {"README.md", "docs/contract.md", "docs/host-guide.md", "docs/fleets.md"};
 
 std::string nameOf(const testing::TestParamInfo<const char*>& page)
 {

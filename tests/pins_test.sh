@@ -3,7 +3,10 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-existing=$(grep -hoE 'TEST(_F|_P)?\([A-Za-z0-9]+, [A-Za-z0-9]+' -r tests --include='*.cpp' | sed -E 's/TEST(_F|_P)?\(//; s/, /./' | sort -u)
+existing=$({
+    grep -hoE 'TEST(_F|_P)?\([A-Za-z0-9]+, [A-Za-z0-9]+' -r tests --include='*.cpp' | sed -E 's/TEST(_F|_P)?\(//; s/, /./'
+    grep -hoE 'add_test\(NAME [A-Za-z0-9.]+' -r tests --include='*.cmake' --include=CMakeLists.txt | sed 's/.* //'
+} | sort -u)
 named=$({
     grep -ohE "\`[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+\`" docs/*.md SECURITY.md | tr -d "\`"
     # A comment may go on in the next line behind "Pinned by".
