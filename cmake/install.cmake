@@ -27,6 +27,15 @@ function(kivclaim_install_library target component)
             LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT development)
 endfunction()
 
+# kivclaim_run_path(target component destination folder...) makes the target find its libraries in these folders while
+# it stands in the build tree, and nowhere but in the system's once it is installed. CMake's own exchange of run paths
+# leaves an empty entry in the one of the build tree, which is the current folder of whoever runs it.
+function(kivclaim_run_path target component destination)
+    set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${ARGN}")
+    set(installed "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${destination}/$<TARGET_FILE_NAME:${target}>")
+    install(CODE "file(RPATH_REMOVE FILE \"${installed}\")" COMPONENT ${component})
+endfunction()
+
 # kivclaim_pkgconfig(name) installs NAME.pc, made of NAME.pc.in in the current room.
 function(kivclaim_pkgconfig name)
     # Relative to the file itself: the installed tree can be moved.
