@@ -37,3 +37,9 @@ kivclaim_test(device_mapper_command_test
     LIBRARIES mock_machine process
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
 add_dependencies(device_mapper_command_test kivclaim_command)
+
+kivclaim_test(captured_machine_test
+    SOURCES captured_machine_test.cpp
+    LIBRARIES process
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${captured})
+add_dependencies(captured_machine_test kivclaim_command)

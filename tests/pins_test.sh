@@ -29,3 +29,25 @@ if [ -z "$named" ] || [ "$named" != "$entries" ]; then
     diff <(printf '%s\n' "$entries") <(printf '%s\n' "$named")
     exit 1
 fi
+
+# Every scene that a quirk was seen in exists and names the quirk, and what the scenes' tables name has its entry.
+marks=''
+while IFS= read -r entry; do
+    seen=${entry##*Seen in the lab: }
+    mark=''
+    [[ $entry =~ ^\`([a-z-]+)\` ]] && mark=${BASH_REMATCH[1]}
+    [[ $seen =~ marked\ \`([a-z-]+)\` ]] && mark=${BASH_REMATCH[1]}
+    marks+="${mark:?no name for what was seen in the lab: $seen}"$'\n'
+    for scene in $(grep -oE "\`[a-z_]+\`" <<<"${seen%, marked*}" | tr -d "\`"); do
+        if ! grep -qE "(^|[ '|])$mark([ ']|\$)" "lab/guest/scenes/$scene.sh"; then
+            echo "the scene $scene does not show $mark, which docs/quirks.md says was seen there"
+            exit 1
+        fi
+    done
+done < <(awk -v RS= '/Seen in the lab: /{ gsub("\n", " "); print }' docs/quirks.md)
+[ "$(wc -l <<<"$marks")" -gt 30 ] || { echo "only $(wc -l <<<"$marks") quirks were seen in the lab: is the search wrong?"; exit 1; }
+unknown=$(awk -F '|' 'NF == 4 { gsub(" ", "", $4); print $4 }' lab/guest/scenes/*.sh | sort -u | grep -vxF "$marks" || true)
+if [ -n "$unknown" ]; then
+    printf 'named in the lab, but not in docs/quirks.md:\n%s\n' "$unknown"
+    exit 1
+fi

@@ -1,0 +1,191 @@
+# What scenes are written with. A scene is a bash script in scenes/; it begins with `scene TITLE`. Results go to file
+# descriptor 3, one a line, each with a word in front: scene, ok, failed, note.
+# shellcheck shell=bash
+
+scene() {
+    printf 'scene %s\n' "$1" >&3
+}
+
+# note TEXT: what a reader should know and no check is about, such as a time.
+note() {
+    printf 'note %s\n' "$1" >&3
+}
+
+# check QUESTION EXPECTED ANSWER [KERNEL [QUIRK]]: the answer must be the expected one. KERNEL is what the kernel says,
+# QUIRK the entry of docs/quirks.md that explains why that is something else.
+check() {
+    local line
+    printf -v line '%-48s %s' "$1" "$3"
+    [ -z "${4:-}" ] || printf -v line '%-77s kernel: %s' "$line" "$4"
+    if [ "$3" != "$2" ]; then
+        printf 'failed %s (expected: %s)\n' "$line" "$2" >&3
+    else
+        printf 'ok %s%s\n' "$line" "${5:+ (quirk: $5)}" >&3
+    fi
+}
+
+# yes_or_no COMMAND...: for checks of what holds or does not.
+yes_or_no() {
+    if "$@" >/dev/null 2>&1; then echo yes; else echo no; fi
+}
+
+# within SECONDS COMMAND...: waits until the command succeeds.
+within() {
+    local end=$((SECONDS + $1))
+    shift
+    until "$@" >/dev/null 2>&1; do
+        [ "$SECONDS" -lt "$end" ] || return 1
+        sleep 0.1
+    done
+}
+
+# The functions that work for each row of a table leave their result in a variable of its own: processes are slow here.
+
+# The devices in a sysfs directory, maps by their own names: "sdc and sdd", into `names`.
+device_names() {
+    local device name
+    names=''
+    for device in "$1"/*; do
+        [ -e "$device" ] || continue
+        name=${device##*/}
+        [ ! -r "$device/dm/name" ] || read -r name <"$device/dm/name"
+        names+="${names:+ and }$name"
+    done
+}
+
+# What the kernel knows about the node PATH, read from sysfs by the node's number, into `truth`.
+kernel_says() {
+    local number device text
+    truth='no such node'
+    [ ! -d "$1" ] || truth='a directory'
+    [ -b "$1" ] || return 0
+    number=$(stat -L -c '%Hr:%Lr' "$1")
+    device=/sys/dev/block/$number
+    if [ ! -e "$device" ]; then
+        truth="no device $number"
+    elif [ -r "$device/dm/uuid" ]; then
+        read -r text <"$device/dm/uuid" || true
+        mapping_truth "$device" "$text"
+    elif [ -r "$device/partition" ]; then
+        read -r text <"$device/partition"
+        truth="partition $text of disk $(basename "$(readlink -f "$device/..")")"
+    else
+        device_names "$device/holders"
+        truth="disk${names:+, used by $names}"
+    fi
+}
+
+# The part of kernel_says about a device-mapper device with this uuid.
+mapping_truth() {
+    device_names "$1/slaves"
+    case $2 in
+        mpath-*) truth="map of $names" ;;
+        part[0-9]*-mpath-*)
+            truth=${2#part}
+            truth="partition ${truth%%-*} of map $names"
+            ;;
+        LVM-*) truth='logical volume' ;;
+        *) truth='device-mapper node' ;;
+    esac
+}
+
+# Puts standard input among what comes home when the lab was asked to --capture.
+captured() {
+    if [ -f /lab/capture ]; then
+        mkdir -p "$(dirname "/captured/$1")"
+        cat >"/captured/$1"
+    else
+        cat >/dev/null
+    fi
+}
+
+# Asks the lab's host: questions on standard input, a line each. A host of its own for them all, started with
+# `asked_under` and looking once at the list of volumes, or the one that `open_host` started on file descriptors 4 and 5.
+asked_under=()
+ask() {
+    local question answer
+    if [ ! -e /dev/fd/4 ]; then
+        "${asked_under[@]}" lab_host --snapshot
+        return
+    fi
+    while IFS= read -r question; do
+        printf '%s\n' "$question" >&4
+        IFS= read -r -t 60 answer <&5 && printf '%s\n' "$answer"
+    done
+}
+
+open_host() {
+    coproc host { exec lab_host; }
+    exec 4>&"${host[1]}" 5<&"${host[0]}"
+}
+
+close_host() {
+    local input=${host[1]}
+    exec {input}>&- 4>&- 5<&-
+    wait %%
+}
+
+# audit_finds SLUGS [ARGUMENT...]: of all block devices, or those given, every difference between library and kernel is
+# explained by one of the quirks, and each of these quirks is met.
+audit_finds() {
+    local expected=$1 status=0 found
+    shift
+    "${asked_under[@]}" kivclaim audit --json "$@" >/tmp/audit.json || status=$?
+    found=$(grep -oE '"quirk": "[a-z-]+"' /tmp/audit.json | cut -d '"' -f 4 | sort -u | paste -sd ' ')
+    check "kivclaim audit of $(audited_count devices) devices: exit status, quirks" "0: $expected" "$status: $found"
+}
+
+# A number from the summary of the last audit.
+audited_count() {
+    grep -oE "\"$1\": [0-9]+" /tmp/audit.json | tail -n 1 | grep -oE '[0-9]+'
+}
+
+# TEXT without blanks at its ends, into the variable NAME.
+trim() {
+    local text=${2#"${2%%[![:space:]]*}"}
+    printf -v "$1" '%s' "${text%"${text##*[![:space:]]}"}"
+}
+
+# The device that the kernel is asked about: the one in question, or for `partition` the one answered, into `device`.
+device_in_question() {
+    local question=$1 answer=$2 word
+    device=''
+    for word in $question; do
+        [[ $word != /* ]] || device=$word
+    done
+    [[ " $question" != *' partition '* ]] || device=$answer
+}
+
+# answers <<TABLE: each row is QUESTION | ANSWER | what the KERNEL says [| QUIRK]. All are asked of one host; the kernel
+# is asked about the device in question, and for `partition` about the one answered.
+answers() {
+    local row rows=() questions=() given i question expected kernel quirk device truth
+    while IFS= read -r row; do
+        trim question "${row%%|*}"
+        rows+=("$row")
+        questions+=("$question")
+    done
+    mapfile -t given < <(printf '%s\n' "${questions[@]}" | ask)
+    for i in "${!rows[@]}"; do
+        IFS='|' read -r _ expected kernel quirk <<<"${rows[i]}"
+        trim expected "$expected"
+        trim kernel "$kernel"
+        trim quirk "$quirk"
+        device_in_question "${questions[i]}" "${given[i]:-}"
+        truth=''
+        [ -z "$device" ] || kernel_says "$device"
+        if [ "$truth" != "$kernel" ]; then
+            check "${questions[i]}" "$expected; kernel: $kernel" "${given[i]:-no answer}; kernel: $truth"
+        else
+            check "${questions[i]}" "$expected" "${given[i]:-no answer}" "$truth" "$quirk"
+        fi
+    done
+}
+
+# The command must give the answers of the host for these paths.
+command_agrees() {
+    local host command
+    host=$(printf 'claim %s\n' "$@" | ask | paste -d ' ' - <(printf '%s\n' "$@"))
+    command=$(printf '%s\n' "$@" | "${asked_under[@]}" kivclaim claim -)
+    check "kivclaim claim of $# devices: as the host says?" yes "$(yes_or_no test "$command" = "$host")"
+}

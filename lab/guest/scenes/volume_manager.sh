@@ -1,0 +1,82 @@
+# The volume manager's tools, simulated at their real paths: what they print follows the state of the real disks.
+# shellcheck shell=bash
+export KIVCLAIM_VM_STATE=/run/volume_manager
+
+# volume_manager_sees [LINE...]: its disks as the kernel has them now, and lines for its mood.
+volume_manager_sees() {
+    local node=kiv0_1 disk type=PRIMARY state active='(A)'
+    for disk in sda sdb; do
+        state=DISABLED
+        if [ "$(<"/sys/block/$disk/device/state")" = running ]; then
+            state=ENABLED$active
+            active=''
+        fi
+        printf 'path %s %s %s %s\n' "$node" "$disk" "$state" "$type"
+        type=SECONDARY
+    done >"$KIVCLAIM_VM_STATE"
+    [ $# = 0 ] || printf '%s\n' "$@" >>"$KIVCLAIM_VM_STATE"
+}
+disks_are() {
+    echo "$1" >/sys/block/sda/device/state
+    echo "$2" >/sys/block/sdb/device/state
+}
+kernel_states() {
+    printf 'sda %s, sdb %s' "$(</sys/block/sda/device/state)" "$(</sys/block/sdb/device/state)"
+}
+# active QUESTION EXPECTED [QUIRK]: the answer to `active-path QUESTION`, with its records in /tmp/records.
+active() {
+    local answer
+    # shellcheck disable=SC2086 # options and path are words
+    answer=$(kivclaim --trace 6 active-path $1 2>/tmp/records)
+    check "active-path $1" "$2" "$answer" "$(kernel_states)" "${3:-}"
+}
+# The commands that the last lookup ran, in one line.
+commands() {
+    sed -nE 's#.*ExecuteCommand command: /usr/sbin/(.*)#\1#p' /tmp/records | tr -s ' ' | sed 's/ $//' | paste -sd ';' |
+        sed 's/;/; /g'
+}
+has_record() {
+    yes_or_no grep -qF -- "$1" /tmp/records
+}
+
+scene 'The volume manager (simulated): the active path follows the disks'
+active /dev/sdb /dev/sdb
+check 'why?' 'the multipathing tool /usr/sbin/ztkivadm is not installed' "$(sed -n 's/.*as it was given: //p' /tmp/records)"
+cp /lab/tools/ztkivadm /lab/tools/ztdisk /usr/sbin
+volume_manager_sees
+active /dev/sdb /dev/sda
+disks_are offline running
+volume_manager_sees
+active /dev/sda /dev/sdb
+disks_are running running
+volume_manager_sees
+active /dev/sda /dev/sda
+disks_are offline offline
+volume_manager_sees
+active /dev/sdb /dev/sda last-resort
+disks_are running running
+
+scene 'What the lookups run, and what becomes of failures'
+volume_manager_sees
+active '--waited /dev/sdb' /dev/sda
+check 'the waited lookup ran' 'ztkivadm getkivnode nodename=sdb; ztkivadm getsubpaths kivnodename=kiv0_1' "$(commands)" '' waited-refreshed
+check 'output lines run together in the record?' yes "$(has_record 'PATHS-----')" '' joined-lines
+active /dev/sdb /dev/sda
+check 'the refreshed lookup ran' "ztkivadm getkivnode nodename=sdb; ztdisk rm kiv0_1; ztdisk scandisks; \
+ztkivadm getkivnode nodename=sdb; ztkivadm getsubpaths kivnodename=kiv0_1" "$(commands)" '' waited-refreshed
+volume_manager_sees 'fail rm 7 busy'
+active /dev/sdb /dev/sda failed-removal
+check 'the record says that the removal failed?' yes "$(has_record 'removing disk from ztvm db is failed.')" '' failed-removal
+volume_manager_sees 'garbage getkivnode nothing' 'warn getkivnode to say'
+active /dev/sdb /dev/sdb no-table
+check 'the refreshed lookup ran' "ztkivadm getkivnode nodename=sdb; ztdisk rm; ztdisk scandisks; \
+ztkivadm getkivnode nodename=sdb; ztkivadm getsubpaths kivnodename=" "$(commands)" '' empty-removal
+rm /usr/sbin/ztdisk
+volume_manager_sees
+active /dev/sdb /dev/sda
+check 'ztdisk is missing: the record of the exception' yes \
+    "$(has_record 'ExecuteCommand - exception thrown in command execution.')" '' exception-text
+answers <<'TABLE'
+active-path /dev/sdb                       | /dev/sdb                    | disk, used by plain | interface-path
+TABLE
+rm /usr/sbin/ztkivadm
