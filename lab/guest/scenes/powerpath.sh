@@ -14,6 +14,7 @@ claim /dev/emcpowera                       | 16 powerpath                | map o
 is-partition /dev/emcpowera                | no                          | map of sdc and sdd
 partition /dev/emcpowera 1                 | /dev/emcpowera1             | partition 1 of map data
 partition /dev/emcpowera 12                | /dev/emcpowera12            | partition 12 of map data
+partition /dev/emcpowera 2147483648        | /dev/emcpowera-2147483648   | no such node       | negative-number
 is-partition /dev/emcpowera12              | yes                         | partition 12 of map data
 whole /dev/emcpowera12                     | /dev/emcpowera 12           | partition 12 of map data
 claim /dev/emcpowerzz7                     | 16 powerpath                | no such node       | name-decides
