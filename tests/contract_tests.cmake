@@ -58,6 +58,9 @@ set_tests_properties(Contract.Installing PROPERTIES FIXTURES_SETUP installed)
 add_test(NAME Contract.InstalledFiles
          COMMAND ${contract_scripts}/installed_tree_test.sh ${PROJECT_BINARY_DIR} ${installed})
 set_tests_properties(Contract.InstalledFiles PROPERTIES FIXTURES_REQUIRED installed)
+add_test(NAME Contract.AMovedInstallationIsFound
+         COMMAND ${contract_scripts}/moved_tree_test.sh ${installed} ${CMAKE_CXX_COMPILER})
+set_tests_properties(Contract.AMovedInstallationIsFound PROPERTIES FIXTURES_REQUIRED installed)
 
 get_property(headers GLOBAL PROPERTY KIVCLAIM_PUBLIC_HEADERS)
 foreach(header IN LISTS headers)
