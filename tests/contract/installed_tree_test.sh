@@ -17,7 +17,9 @@ soname() {
     readelf -d "$1" | sed -nE 's/.*\(SONAME\).*\[(.*)\]/\1/p'
 }
 for library in libkivclaim.so.1 libztfi_pdk.so.4.4; do
-    [ "$(soname "lib/$library")" = "$library" ] || { echo "$library calls itself '$(soname "lib/$library")'" && exit 1; }
+    library_file=lib/$library
+    [ "$(soname "$library_file")" = "$library" ] || { echo "$library calls itself '$(soname "$library_file")'" && exit 1; }
+    readelf -d "$library_file" | grep -E 'FLAGS.*\bNOW\b' >/dev/null || { echo "$library is bound lazily" && exit 1; }
 done
 for file in lib/libkivclaim.so.1 lib/libztfi_pdk.so.4.4 bin/kivclaim; do
     ! readelf -d "$file" | grep -E 'RPATH|RUNPATH' || { echo "$file has a run path" && exit 1; }
@@ -28,3 +30,11 @@ done
 if grep -rnF -e "$root" -e "$build" -e "$prefix" .; then
     echo 'the files above name the folder that they were built or installed in' && exit 1
 fi
+
+# The pages find each other, the pictures and the examples. The sources that they link to as well are not installed.
+cd share/doc/kivclaim
+for page in *.md docs/*.md; do
+    while IFS= read -r link; do
+        [ -e "$(dirname "$page")/$link" ] || { echo "$page: the link to $link leads nowhere" && exit 1; }
+    done < <(grep -oE '\]\([^):#]+' "$page" | cut -c 3- | grep -E '\.(md|svg)$|^(\.\./)?examples/' || true)
+done
