@@ -13,6 +13,6 @@ if [ -z "$sources" ]; then
     echo "apt knows no source of Debian $release: add one to /etc/apt/sources.list.d and run apt-get update" >&2
     exit 1
 fi
-mmdebstrap --variant=minbase --skip=cleanup/apt/lists --include=g++,cmake,make,pkg-config "$release" "$unfinished" \
+mmdebstrap --variant=minbase --skip=cleanup/apt/lists --include=g++,cmake,make "$release" "$unfinished" \
     "$sources" >"$archive.log" 2>&1 || { tail -n 20 "$archive.log" >&2 && exit 1; }
 mv "$unfinished" "$archive"
