@@ -382,6 +382,13 @@ TEST(Contract, OfModulesInFilesStandsForTheseSlotsAndTypes)
     EXPECT_EQ(sizeof(std::string), 32U);
 }
 
+TEST(Contract, OfModulesInFilesNamesOneFunctionForEver)
+{
+    EXPECT_STREQ(kivCreateClaimModuleName, "kivclaim_create_claim_module")
+        << "modules that are out there have this one";
+    EXPECT_TRUE((std::is_same_v<KivCreateClaimModule, CKivDeviceClaimBase*(unsigned int, unsigned int*)>));
+}
+
 TEST(Contract, TheReleaseIdentificationNamesLibraryVersionAndRevision)
 {
     const std::string text = kivclaim_release_identification;
