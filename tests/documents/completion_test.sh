@@ -32,6 +32,7 @@ expect() {
 
 commands=$("$here/help_words.sh" "$kivclaim" commands)
 expect 'the commands' "$commands" ''
+expect 'the commands behind the value of an option' "$commands" -o DEVICE ''
 expect 'the options' "$("$here/help_words.sh" "$kivclaim" options)" -
 for command in $commands; do
     expect 'the options' "$("$here/help_words.sh" "$kivclaim" options "$command")" "$command" -

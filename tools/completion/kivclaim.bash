@@ -33,7 +33,7 @@ _kivclaim() {
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --trace | --trace-file | --module) i=$((i + 1)) ;;
+            --trace | --trace-file | --module | -o | --output) i=$((i + 1)) ;;
             -*) ;;
             *) command=${COMP_WORDS[i]} && break ;;
         esac
