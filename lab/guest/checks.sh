@@ -125,14 +125,31 @@ close_host() {
     wait %%
 }
 
-# audit_finds SLUGS [ARGUMENT...]: of all block devices, or those given, every difference between library and kernel is
-# explained by one of the quirks, and each of these quirks is met.
+# audit_finds SLUGS [PATH...]: of all block devices that the kernel has, or those given, every difference between library
+# and kernel is explained by one of the quirks, and each of these quirks is met.
 audit_finds() {
-    local expected=$1 status=0 found
+    local expected=$1 status=0 found devices
     shift
+    devices=("$@")
+    [ $# -gt 0 ] || devices=(/sys/class/block/*)
     "${asked_under[@]}" kivclaim audit --json "$@" >/tmp/audit.json || status=$?
-    found=$(grep -oE '"quirk": "[a-z-]+"' /tmp/audit.json | cut -d '"' -f 4 | sort -u | paste -sd ' ')
-    check "kivclaim audit of $(audited_count devices) devices: exit status, quirks" "0: $expected" "$status: $found"
+    found=$(concerned | cut -d ' ' -f 2 | sort -u | paste -sd ' ')
+    check 'kivclaim audit: exit status, devices, quirks' "0, ${#devices[@]}: $expected" \
+        "$status, $(audited_count devices): $found"
+}
+
+# Of the last audit, in a line each: a device and the quirk that explains a difference of it.
+concerned() {
+    awk -F '"' '$2 == "device" { device = $4 } $2 == "quirk" && $4 != "" { print device, $4 }' /tmp/audit.json
+}
+
+# concerns QUIRK DEVICE...: in the last audit, the quirk explains one difference of each of these devices, and of no other.
+concerns() {
+    local quirk=$1 expected
+    shift
+    expected=$(printf '%s\n' "${@##*/}" | sort | paste -sd ' ')
+    check "kivclaim audit: devices with $quirk" "$expected" \
+        "$(concerned | awk -v quirk="$quirk" '$2 == quirk { sub(".*/", "", $1); print $1 }' | sort | paste -sd ' ')"
 }
 
 # A number from the summary of the last audit.

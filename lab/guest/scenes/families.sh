@@ -8,7 +8,7 @@ is-partition /dev/mapper/old_part1         | yes                         | parti
 whole /dev/mapper/old_part1                | /dev/mapper/old 1           | partition 1 of map old
 TABLE
 records=$(kivclaim --trace 3 partition /dev/mapper/data 1 2>&1 >/dev/null | grep -c 'SuSE version 12 or more')
-check 'partition /dev/mapper/data 1: release asked how often?' 2 "$records" '' asks-twice
+check 'the same with data: release asked how often?' 2 "$records" '' asks-twice
 audit_finds 'release-decides' /dev/mapper/old
 
 scene 'The same kernel says 2.6 (setarch --uname-2.6): family 11'

@@ -29,6 +29,6 @@ seconds kivclaim list
 check 'kivclaim list: exit status, nodes' '0: 2000' "$status: $(lines '/dev/mapper/node[0-9]* *device-mapper *16')"
 list_took=$took
 seconds kivclaim audit
-check 'kivclaim audit: exit status, nodes of no multipath' '0: 2000' "$status: $(lines 'any-mapping')"
+check 'kivclaim audit: exit status, nodes (any-mapping)' '0: 2000' "$status: $(lines 'any-mapping')"
 note "$(tail -n 1 /tmp/output)"
 note "lsblk $lsblk_took s, kivclaim list $list_took s, kivclaim audit $took s, all under emulation"

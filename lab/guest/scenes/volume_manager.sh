@@ -30,10 +30,16 @@ active() {
     answer=$(kivclaim --trace 6 active-path $1 2>/tmp/records)
     check "active-path $1" "$2" "$answer" "$(kernel_states)" "${3:-}"
 }
-# The commands that the last lookup ran, in one line.
-commands() {
-    sed -nE 's#.*ExecuteCommand command: /usr/sbin/(.*)#\1#p' /tmp/records | tr -s ' ' | sed 's/ $//' | paste -sd ';' |
-        sed 's/;/; /g'
+# ran QUIRK COMMAND...: these are the commands that the last lookup ran, in this order.
+ran() {
+    local quirk=$1 command number=0 commands
+    shift
+    mapfile -t commands < <(sed -nE 's#.*ExecuteCommand command: /usr/sbin/(.*)#\1#p' /tmp/records | tr -s ' ' | sed 's/ $//')
+    for command in "$@"; do
+        check "it runs, as number $((number + 1))" "$command" "${commands[number]:-nothing}"
+        number=$((number + 1))
+    done
+    check 'commands in all' "$#" "${#commands[@]}" '' "$quirk"
 }
 has_record() {
     yes_or_no grep -qF -- "$1" /tmp/records
@@ -59,18 +65,18 @@ disks_are running running
 scene 'What the lookups run, and what becomes of failures'
 volume_manager_sees
 active '--waited /dev/sdb' /dev/sda
-check 'the waited lookup ran' 'ztkivadm getkivnode nodename=sdb; ztkivadm getsubpaths kivnodename=kiv0_1' "$(commands)" '' waited-refreshed
+ran waited-refreshed 'ztkivadm getkivnode nodename=sdb' 'ztkivadm getsubpaths kivnodename=kiv0_1'
 check 'output lines run together in the record?' yes "$(has_record 'PATHS-----')" '' joined-lines
 active /dev/sdb /dev/sda
-check 'the refreshed lookup ran' "ztkivadm getkivnode nodename=sdb; ztdisk rm kiv0_1; ztdisk scandisks; \
-ztkivadm getkivnode nodename=sdb; ztkivadm getsubpaths kivnodename=kiv0_1" "$(commands)" '' waited-refreshed
+ran waited-refreshed 'ztkivadm getkivnode nodename=sdb' 'ztdisk rm kiv0_1' 'ztdisk scandisks' \
+    'ztkivadm getkivnode nodename=sdb' 'ztkivadm getsubpaths kivnodename=kiv0_1'
 volume_manager_sees 'fail rm 7 busy'
 active /dev/sdb /dev/sda failed-removal
 check 'the record says that the removal failed?' yes "$(has_record 'removing disk from ztvm db is failed.')" '' failed-removal
 volume_manager_sees 'garbage getkivnode nothing' 'warn getkivnode to say'
 active /dev/sdb /dev/sdb no-table
-check 'the refreshed lookup ran' "ztkivadm getkivnode nodename=sdb; ztdisk rm; ztdisk scandisks; \
-ztkivadm getkivnode nodename=sdb; ztkivadm getsubpaths kivnodename=" "$(commands)" '' empty-removal
+ran empty-removal 'ztkivadm getkivnode nodename=sdb' 'ztdisk rm' 'ztdisk scandisks' \
+    'ztkivadm getkivnode nodename=sdb' 'ztkivadm getsubpaths kivnodename='
 rm /usr/sbin/ztdisk
 volume_manager_sees
 active /dev/sdb /dev/sda
