@@ -2,16 +2,22 @@
 # shellcheck shell=bash
 export KIVCLAIM_VM_STATE=/run/volume_manager
 
+is_running() {
+    [ "$(<"/sys/block/$1/device/state")" = running ]
+}
+# The disk in use. Like a volume manager, this leaves it when it fails, and does not go back by itself.
+in_use=sda
 # volume_manager_sees [LINE...]: its disks as the kernel has them now, and lines for its mood.
 volume_manager_sees() {
-    local node=kiv0_1 disk type=PRIMARY state active='(A)'
+    local disk type=PRIMARY state
+    for disk in sda sdb; do
+        is_running "$in_use" || ! is_running "$disk" || in_use=$disk
+    done
     for disk in sda sdb; do
         state=DISABLED
-        if [ "$(<"/sys/block/$disk/device/state")" = running ]; then
-            state=ENABLED$active
-            active=''
-        fi
-        printf 'path %s %s %s %s\n' "$node" "$disk" "$state" "$type"
+        ! is_running "$disk" || state=ENABLED
+        [ "$state:$disk" != "ENABLED:$in_use" ] || state='ENABLED(A)'
+        printf 'path kiv0_1 %s %s %s\n' "$disk" "$state" "$type"
         type=SECONDARY
     done >"$KIVCLAIM_VM_STATE"
     [ $# = 0 ] || printf '%s\n' "$@" >>"$KIVCLAIM_VM_STATE"
@@ -55,6 +61,10 @@ disks_are offline running
 volume_manager_sees
 active /dev/sda /dev/sdb
 disks_are running running
+volume_manager_sees
+active /dev/sda /dev/sdb
+note 'the volume manager goes back to sda'
+in_use=sda
 volume_manager_sees
 active /dev/sda /dev/sda
 disks_are offline offline
