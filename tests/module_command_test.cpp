@@ -1,5 +1,5 @@
 // Claim modules of others as processes see them: `kivclaim --module` and the example host with the example module.
-#include "tests/process.h"
+#include "tests/mock_machine.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -113,17 +113,12 @@ TEST(CommandModule, ItsPrefixesComeFirst)
 
 TEST(CommandModule, ShowsItsDevicesInTheList)
 {
-    std::string devices;
-    for (const std::string name : {"nvme0n1", "nvme0n1p1", "nvme0n1p12", "emcpowera"}) {
-        devices += "P: /devices/virtual/block/" + name + "\nN: " + name + "\nE: DEVNAME=/dev/" + name +
-                   "\nE: DEVTYPE=disk\nE: SUBSYSTEM=block\n\n";
+    tests::MockMachine machine;
+    for (const char* const name : {"nvme0n1", "nvme0n1p1", "nvme0n1p12", "emcpowera"}) {
+        machine.disk(name);
     }
-    const tests::TemporaryFolder folder;
-    folder.addFile("devices", devices);
-    const Ended ended = Process("umockdev-run", {"-d", folder.path() + "/devices", "--", KIVCLAIM_COMMAND, "--module",
-                                                 NVME_MODULE, "--tree"})
-                            .environment("LC_ALL", "C")
-                            .run();
+    const Ended ended =
+        machine.process(KIVCLAIM_COMMAND, {"--module", NVME_MODULE, "--tree"}).environment("LC_ALL", "C").run();
     EXPECT_EQ(ended.output,
               "DEVICE            STACK      LEVEL PART WHOLE\n"
               "/dev/emcpowera    powerpath     16      \n"

@@ -33,7 +33,7 @@ target_include_directories(other_contract BEFORE PRIVATE ${CMAKE_CURRENT_BINARY_
 
 kivclaim_test(module_command_test
     SOURCES module_command_test.cpp
-    LIBRARIES process
+    LIBRARIES mock_machine process
     DEFINITIONS
         KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
         EXAMPLE_HOST="$<TARGET_FILE:example_host>"
