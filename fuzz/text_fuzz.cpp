@@ -1,8 +1,8 @@
 // Foreign texts in the bundled host: what is shown is safe to show, and command lines fall into the same words again.
 #include "fuzz/scripted_runner.h"
-#include "host/command_words.h"
 #include "host/printable_text.h"
-#include "host/run_problem.h"
+#include "host/runner/command_words.h"
+#include "host/runner/run_problem.h"
 
 #include <string>
 #include <vector>

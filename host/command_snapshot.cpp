@@ -1,6 +1,6 @@
 #include "host/command_snapshot.h"
 
-#include "host/snapshot_place.h"
+#include "host/runner/snapshot_place.h"
 
 #include <unordered_map>
 

@@ -3,9 +3,9 @@
 #include "framework/cfiexecpipe.h"
 
 #include "host/cancellation_hold.h"
-#include "host/command_run.h"
 #include "host/printable_text.h"
-#include "host/snapshot_place.h"
+#include "host/runner/command_run.h"
+#include "host/runner/snapshot_place.h"
 
 #include <algorithm>
 

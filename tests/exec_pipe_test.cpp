@@ -1,8 +1,8 @@
 // The command runner, seen from the framework's interface and, for what would take long, from its inside.
 #include "framework/cfiexecpipe.h"
 
+#include "host/runner/wide_text.h"
 #include "host/trace_log.h"
-#include "host/wide_text.h"
 #include "tests/runner_fixture.h"
 
 #include <fcntl.h>

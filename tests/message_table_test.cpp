@@ -102,7 +102,7 @@ void addMessagesOf(const std::string& path, Messages& messages, const std::strin
 Messages messagesOfSources()
 {
     Messages messages;
-    for (const char* const room : {"framework", "claim", "modules", "host"}) {
+    for (const char* const room : {"framework", "claim", "modules", "host", "host/runner"}) {
         for (const auto& file : std::filesystem::directory_iterator(std::string(KIVCLAIM_SOURCE) + "/" + room)) {
             const std::string path = std::string(room) + "/" + file.path().filename().string();
             const std::string kind = file.path().extension();

@@ -3,7 +3,7 @@
 #define KIVCLAIM_TESTS_RUNNER_FIXTURE_H
 
 #include "framework/cfiexecpipe.h"
-#include "host/command_run.h"
+#include "host/runner/command_run.h"
 
 #include <dirent.h>
 #include <sys/wait.h>

@@ -89,7 +89,7 @@ symbols() {
 if [ "$library" = libkivclaim.so.1 ]; then
     compile "$library" claim/libkivclaim.map ACE claim/*.cpp modules/*.cpp "$release_source" "$host_library"
 else
-    compile "$library" host/libztfi_pdk.map 'ACE spdlog' host/*.cpp
+    compile "$library" host/libztfi_pdk.map 'ACE spdlog' host/*.cpp host/runner/*.cpp
 fi
 if [ "$alteration" = nothing ]; then
     abi

@@ -1,8 +1,8 @@
 // What a snapshot remembers of one command. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_SNAPSHOT_PLACE_H
-#define KIVCLAIM_HOST_SNAPSHOT_PLACE_H
+#ifndef KIVCLAIM_HOST_RUNNER_SNAPSHOT_PLACE_H
+#define KIVCLAIM_HOST_RUNNER_SNAPSHOT_PLACE_H
 
-#include "host/command_run.h"
+#include "host/runner/command_run.h"
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
-#include "host/abandoned_children.h"
+#include "host/runner/abandoned_children.h"
 
-#include "host/file_descriptor.h"
+#include "host/runner/file_descriptor.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>

@@ -1,6 +1,6 @@
 // Children that could not be ended. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_ABANDONED_CHILDREN_H
-#define KIVCLAIM_HOST_ABANDONED_CHILDREN_H
+#ifndef KIVCLAIM_HOST_RUNNER_ABANDONED_CHILDREN_H
+#define KIVCLAIM_HOST_RUNNER_ABANDONED_CHILDREN_H
 
 #include <sys/types.h>
 

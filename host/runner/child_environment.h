@@ -1,6 +1,6 @@
 // The environment that tools run in. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_CHILD_ENVIRONMENT_H
-#define KIVCLAIM_HOST_CHILD_ENVIRONMENT_H
+#ifndef KIVCLAIM_HOST_RUNNER_CHILD_ENVIRONMENT_H
+#define KIVCLAIM_HOST_RUNNER_CHILD_ENVIRONMENT_H
 
 #include <vector>
 

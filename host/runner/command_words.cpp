@@ -1,6 +1,6 @@
-#include "host/command_words.h"
+#include "host/runner/command_words.h"
 
-#include "host/run_problem.h"
+#include "host/runner/run_problem.h"
 
 #include <cerrno>
 

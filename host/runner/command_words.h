@@ -1,6 +1,6 @@
 // Takes a command line apart. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_COMMAND_WORDS_H
-#define KIVCLAIM_HOST_COMMAND_WORDS_H
+#ifndef KIVCLAIM_HOST_RUNNER_COMMAND_WORDS_H
+#define KIVCLAIM_HOST_RUNNER_COMMAND_WORDS_H
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "host/line_collector.h"
+#include "host/runner/line_collector.h"
 
 #include <cstring>
 #include <utility>

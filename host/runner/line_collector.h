@@ -1,6 +1,6 @@
 // What becomes of the bytes that a command writes. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_LINE_COLLECTOR_H
-#define KIVCLAIM_HOST_LINE_COLLECTOR_H
+#ifndef KIVCLAIM_HOST_RUNNER_LINE_COLLECTOR_H
+#define KIVCLAIM_HOST_RUNNER_LINE_COLLECTOR_H
 
 #include <cstddef>
 #include <string>

@@ -1,8 +1,8 @@
-#include "host/child_process.h"
+#include "host/runner/child_process.h"
 
-#include "host/abandoned_children.h"
-#include "host/child_environment.h"
-#include "host/run_problem.h"
+#include "host/runner/abandoned_children.h"
+#include "host/runner/child_environment.h"
+#include "host/runner/run_problem.h"
 
 #include <fcntl.h>
 #include <poll.h>

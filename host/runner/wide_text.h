@@ -1,6 +1,6 @@
 // Text in wide characters. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_WIDE_TEXT_H
-#define KIVCLAIM_HOST_WIDE_TEXT_H
+#ifndef KIVCLAIM_HOST_RUNNER_WIDE_TEXT_H
+#define KIVCLAIM_HOST_RUNNER_WIDE_TEXT_H
 
 #include <string>
 #include <string_view>

@@ -1,9 +1,9 @@
 // Runs one command from its start to its end. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_COMMAND_RUN_H
-#define KIVCLAIM_HOST_COMMAND_RUN_H
+#ifndef KIVCLAIM_HOST_RUNNER_COMMAND_RUN_H
+#define KIVCLAIM_HOST_RUNNER_COMMAND_RUN_H
 
 #include "framework/cfiexecpipe.h"
-#include "host/child_process.h"
+#include "host/runner/child_process.h"
 
 #include <chrono>
 #include <cstddef>

@@ -1,9 +1,9 @@
 // The two pipes that a command writes to. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_OUTPUT_STREAMS_H
-#define KIVCLAIM_HOST_OUTPUT_STREAMS_H
+#ifndef KIVCLAIM_HOST_RUNNER_OUTPUT_STREAMS_H
+#define KIVCLAIM_HOST_RUNNER_OUTPUT_STREAMS_H
 
-#include "host/file_descriptor.h"
-#include "host/line_collector.h"
+#include "host/runner/file_descriptor.h"
+#include "host/runner/line_collector.h"
 
 #include <cstddef>
 #include <memory>

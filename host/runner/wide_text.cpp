@@ -1,4 +1,4 @@
-#include "host/wide_text.h"
+#include "host/runner/wide_text.h"
 
 #include "host/utf8.h"
 

@@ -1,6 +1,6 @@
 // A descriptor that is closed by its owner. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_FILE_DESCRIPTOR_H
-#define KIVCLAIM_HOST_FILE_DESCRIPTOR_H
+#ifndef KIVCLAIM_HOST_RUNNER_FILE_DESCRIPTOR_H
+#define KIVCLAIM_HOST_RUNNER_FILE_DESCRIPTOR_H
 
 #include <unistd.h>
 

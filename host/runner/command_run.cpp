@@ -1,13 +1,13 @@
 // The course of a run: started, heard to its end, ended by force when it must be, and judged.
-#include "host/command_run.h"
+#include "host/runner/command_run.h"
 
-#include "host/abandoned_children.h"
 #include "host/cancellation_hold.h"
-#include "host/command_words.h"
-#include "host/output_streams.h"
 #include "host/printable_text.h"
-#include "host/run_problem.h"
-#include "host/wide_text.h"
+#include "host/runner/abandoned_children.h"
+#include "host/runner/command_words.h"
+#include "host/runner/output_streams.h"
+#include "host/runner/run_problem.h"
+#include "host/runner/wide_text.h"
 
 #include <poll.h>
 #include <sys/wait.h>

@@ -1,6 +1,6 @@
 // Why a command could not be run. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_RUN_PROBLEM_H
-#define KIVCLAIM_HOST_RUN_PROBLEM_H
+#ifndef KIVCLAIM_HOST_RUNNER_RUN_PROBLEM_H
+#define KIVCLAIM_HOST_RUNNER_RUN_PROBLEM_H
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "host/child_environment.h"
+#include "host/runner/child_environment.h"
 
 #include <unistd.h>
 

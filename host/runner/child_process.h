@@ -1,8 +1,8 @@
 // One child process: how it is started, and that it is never forgotten. Private to the bundled host.
-#ifndef KIVCLAIM_HOST_CHILD_PROCESS_H
-#define KIVCLAIM_HOST_CHILD_PROCESS_H
+#ifndef KIVCLAIM_HOST_RUNNER_CHILD_PROCESS_H
+#define KIVCLAIM_HOST_RUNNER_CHILD_PROCESS_H
 
-#include "host/file_descriptor.h"
+#include "host/runner/file_descriptor.h"
 
 #include <sys/types.h>
 

@@ -1,6 +1,6 @@
-#include "host/output_streams.h"
+#include "host/runner/output_streams.h"
 
-#include "host/run_problem.h"
+#include "host/runner/run_problem.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
