@@ -26,8 +26,8 @@ pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
 kivclaim_test(known_quirks_test
     SOURCES
         known_quirks_test.cpp
-        ${PROJECT_SOURCE_DIR}/tools/foretold_answers.cpp
-        ${PROJECT_SOURCE_DIR}/tools/known_quirks.cpp
+        ${PROJECT_SOURCE_DIR}/tools/audit/expected_answers.cpp
+        ${PROJECT_SOURCE_DIR}/tools/audit/known_quirks.cpp
         ${PROJECT_SOURCE_DIR}/tools/kernel_device.cpp
         ${PROJECT_SOURCE_DIR}/tools/block_devices.cpp
     LIBRARIES process kivclaim::ztfi_pdk PkgConfig::UDEV)

@@ -1,6 +1,6 @@
 // What the audit takes for a known quirk: nothing but the answers that the quirk foretells. The answers here are made
 // up, because the library does not give the wrong ones.
-#include "tools/known_quirks.h"
+#include "tools/audit/known_quirks.h"
 
 #include "tests/process.h"
 

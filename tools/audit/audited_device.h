@@ -1,6 +1,6 @@
 // The library's answers about one device beside the kernel's.
-#ifndef KIVCLAIM_TOOLS_AUDITED_DEVICE_H
-#define KIVCLAIM_TOOLS_AUDITED_DEVICE_H
+#ifndef KIVCLAIM_TOOLS_AUDIT_AUDITED_DEVICE_H
+#define KIVCLAIM_TOOLS_AUDIT_AUDITED_DEVICE_H
 
 #include "claim/kiv_claim_manager.h"
 #include "tools/kernel_device.h"

@@ -1,6 +1,6 @@
-#include "tools/known_quirks.h"
+#include "tools/audit/known_quirks.h"
 
-#include "tools/foretold_answers.h"
+#include "tools/audit/expected_answers.h"
 
 #include <algorithm>
 #include <optional>
@@ -47,7 +47,7 @@ public:
         if (difference.question == Question::number) {
             return Explanation{"name-decides", "the node that has this name is another device's"};
         }
-        if (!isForetold(difference)) {
+        if (!isExpected(difference)) {
             return std::nullopt;
         }
         if (std::optional<Explanation> byName = explainName()) {
@@ -70,20 +70,20 @@ public:
 
 private:
     // Is the answer what the rules make of the name? If not, it is an error of the library's, or another module's.
-    bool isForetold(const Difference& difference)
+    bool isExpected(const Difference& difference)
     {
-        const LibraryAnswer foretold = foretoldAnswer(volumes, path, kernel.partitions);
-        if (library.stack != foretold.stack || library.level != foretold.level) {
+        const LibraryAnswer expected = expectedAnswer(volumes, path, kernel.partitions);
+        if (library.stack != expected.stack || library.level != expected.level) {
             return false;
         }
         switch (difference.question) {
             case Question::isPartition:
             case Question::whole:
-                return library.isPartition == foretold.isPartition && library.wholeDevice == foretold.wholeDevice &&
-                       library.partition == foretold.partition;
+                return library.isPartition == expected.isPartition && library.wholeDevice == expected.wholeDevice &&
+                       library.partition == expected.partition;
             case Question::partition:
                 return std::any_of(
-                    foretold.partitions.begin(), foretold.partitions.end(), [&](const KernelPartition& partition) {
+                    expected.partitions.begin(), expected.partitions.end(), [&](const KernelPartition& partition) {
                         return partition.number == difference.partition && partition.path == difference.library;
                     });
             default:

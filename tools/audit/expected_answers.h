@@ -1,9 +1,9 @@
 // What the built-in modules answer to names, as their headers and docs/quirks.md describe it.
-#ifndef KIVCLAIM_TOOLS_FORETOLD_ANSWERS_H
-#define KIVCLAIM_TOOLS_FORETOLD_ANSWERS_H
+#ifndef KIVCLAIM_TOOLS_AUDIT_EXPECTED_ANSWERS_H
+#define KIVCLAIM_TOOLS_AUDIT_EXPECTED_ANSWERS_H
 
 #include "host/command_snapshot.h"
-#include "tools/audited_device.h"
+#include "tools/audit/audited_device.h"
 
 #include <optional>
 #include <set>
@@ -42,7 +42,7 @@ private:
 // The answers about `path`, with a path for each of `partitions`. Worked out from the rules, without asking the
 // library: an answer of the library that differs from these is an error of the library, not one of its quirks. Opens
 // neighbours of `path`, like the library.
-LibraryAnswer foretoldAnswer(VolumeListings& volumes, const std::string& path,
+LibraryAnswer expectedAnswer(VolumeListings& volumes, const std::string& path,
                              const std::vector<KernelPartition>& partitions);
 
 // How the running kernel's release makes the device-mapper module name partitions.

@@ -1,9 +1,9 @@
 // Why the library's answers differ from the kernel's: the quirks that docs/quirks.md describes.
-#ifndef KIVCLAIM_TOOLS_KNOWN_QUIRKS_H
-#define KIVCLAIM_TOOLS_KNOWN_QUIRKS_H
+#ifndef KIVCLAIM_TOOLS_AUDIT_KNOWN_QUIRKS_H
+#define KIVCLAIM_TOOLS_AUDIT_KNOWN_QUIRKS_H
 
-#include "tools/audited_device.h"
-#include "tools/foretold_answers.h"
+#include "tools/audit/audited_device.h"
+#include "tools/audit/expected_answers.h"
 
 #include <vector>
 

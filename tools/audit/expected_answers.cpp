@@ -1,4 +1,4 @@
-#include "tools/foretold_answers.h"
+#include "tools/audit/expected_answers.h"
 
 #include "framework/cfiexecpipe.h"
 
@@ -93,13 +93,13 @@ std::string mapperPartition(const std::string& path, const std::string& number)
     return path;
 }
 
-class Foretelling {
+class ExpectedAnswers {
 public:
-    Foretelling(VolumeListings& volumes, const std::string& path) : volumes(volumes), path(path) {}
+    ExpectedAnswers(VolumeListings& volumes, const std::string& path) : volumes(volumes), path(path) {}
 
     LibraryAnswer answer(const std::vector<KernelPartition>& partitions)
     {
-        foretellClaim();
+        expectClaim();
         if (result.level == 0) {
             return result;
         }
@@ -118,7 +118,7 @@ public:
 
 private:
     // Of two modules that claim at the same level, the one that was registered first is asked.
-    void foretellClaim()
+    void expectClaim()
     {
         result.stack = "none";
         if (contains(path, "/dev/emcpower")) {
@@ -191,10 +191,10 @@ const VolumeListing& VolumeListings::now()
     return *second;
 }
 
-LibraryAnswer foretoldAnswer(VolumeListings& volumes, const std::string& path,
+LibraryAnswer expectedAnswer(VolumeListings& volumes, const std::string& path,
                              const std::vector<KernelPartition>& partitions)
 {
-    return Foretelling(volumes, path).answer(partitions);
+    return ExpectedAnswers(volumes, path).answer(partitions);
 }
 
 PartitionNames partitionNames()

@@ -1,4 +1,4 @@
-#include "tools/audited_device.h"
+#include "tools/audit/audited_device.h"
 
 #include "tools/stack_name.h"
 

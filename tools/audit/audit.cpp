@@ -1,9 +1,9 @@
 // The library's answers about devices beside the kernel's, with a reason for each difference.
 #include "host/printable_text.h"
-#include "tools/audited_device.h"
+#include "tools/audit/audited_device.h"
+#include "tools/audit/known_quirks.h"
 #include "tools/block_devices.h"
 #include "tools/commands.h"
-#include "tools/known_quirks.h"
 #include "tools/output.h"
 #include "tools/path_input.h"
 #include "tools/table.h"
