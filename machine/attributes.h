@@ -36,13 +36,15 @@ public:
     // Keeps a text and marks a strange one.
     std::string_view keep(std::string_view text);
 
+    // Calls take(name) for each entry of a directory; false when there is no such directory.
     template <class Take>
-    void entries(const char* name, Take take)
+    bool entries(const char* name, Take take)
     {
         const Descriptor directory = open(name, asDirectory);
         if (directory.isOpen()) {
-            files.entries(directory.get(), marks, take);
+            files.entries(directory.get(), marks, [&](std::string_view entry, unsigned char) { take(entry); });
         }
+        return directory.isOpen();
     }
 
 private:

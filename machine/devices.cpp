@@ -164,10 +164,11 @@ public:
         }
     }
 
+    // Calls take(index) for each device in "slaves" or "holders"; false when there is no such directory.
     template <class Take>
-    void neighbours(const char* directory, Take take)
+    bool neighbours(const char* directory, Take take)
     {
-        attributes.entries(directory, [&](std::string_view name, unsigned char) {
+        return attributes.entries(directory, [&](std::string_view name) {
             const DeviceIndex neighbour = machine.byKernelName(withSlashes(name));
             if (neighbour != noDevice) {
                 take(neighbour);
@@ -196,6 +197,9 @@ private:
         const MapUuid uuid(device.mapUuid);
         device.kind = kindOfMapping(uuid);
         device.partition = uuid.partition;
+        if (device.kind == Kind::multipathMap) {
+            device.wwid = device.mapUuid.substr(device.mapUuid.find('-') + 1);
+        }
     }
 
     // A partition's directory is in its disk's. Its number is read there only, so that other disks cost nothing.
@@ -405,39 +409,60 @@ private:
 
 using Edge = std::pair<DeviceIndex, DeviceIndex>;  // a device and its slave
 
-void readNeighbours(const Machine::State& machine, DeviceReader& reader, DeviceIndex self, std::vector<Edge>& slaves)
-{
-    const Device& device = machine.devices[self];
-    // The kernel makes both links at once, so one of them is enough; in a recorded root either may be missing.
-    if (isStacked(device) || !machine.tree.isLive()) {
-        reader.neighbours("slaves", [&](DeviceIndex slave) { slaves.emplace_back(self, slave); });
+// Reads all devices.
+class AllDevices {
+public:
+    AllDevices(Machine::State& machine, FileReader& files)
+        : machine(machine), files(files), transport(machine.tree, files), entries(Listing(machine, files).read())
+    {
     }
-    if (!machine.tree.isLive()) {
-        reader.neighbours("holders", [&](DeviceIndex holder) { slaves.emplace_back(holder, self); });
+
+    void read()
+    {
+        machine.devices.resize(entries.size());
+        machine.kernelNames.reserve(entries.size());
+        for (DeviceIndex i = 0; i < entries.size(); ++i) {
+            machine.devices[i].kernelName = entries[i].kernelName;
+            machine.kernelNames.emplace(entries[i].kernelName, i);
+        }
+        for (DeviceIndex i = 0; i < entries.size(); ++i) {
+            readDevice(i);
+        }
+        for (DeviceIndex i = 0; holdersDecide && i < entries.size(); ++i) {
+            reader(i).neighbours("holders", [&](DeviceIndex holder) { slaves.emplace_back(holder, i); });
+        }
+        stack(machine, std::move(slaves));
     }
-}
+
+private:
+    DeviceReader reader(DeviceIndex i) { return {machine, files, transport, entries[i], machine.devices[i]}; }
+
+    // The kernel makes the links to slaves and holders together, so the few directories of slaves are enough. Where a
+    // recorded root lacks one, the holders' are read, too.
+    void readDevice(DeviceIndex i)
+    {
+        DeviceReader one = reader(i);
+        one.read();
+        const Device& device = machine.devices[i];
+        if ((machine.facts & stacking) != 0 && isStacked(device)) {
+            const bool found = one.neighbours("slaves", [&](DeviceIndex slave) { slaves.emplace_back(i, slave); });
+            holdersDecide = holdersDecide || (!found && (isMapping(device.kind) || device.kind == Kind::raid));
+        }
+    }
+
+    Machine::State& machine;
+    FileReader& files;
+    TransportReader transport;
+    std::vector<Entry> entries;
+    std::vector<Edge> slaves;
+    bool holdersDecide = false;
+};
 
 }  // namespace
 
 void readDevices(Machine::State& machine, FileReader& files)
 {
-    const std::vector<Entry> entries = Listing(machine, files).read();
-    machine.devices.resize(entries.size());
-    machine.kernelNames.reserve(entries.size());
-    for (DeviceIndex i = 0; i < entries.size(); ++i) {
-        machine.devices[i].kernelName = entries[i].kernelName;
-        machine.kernelNames.emplace(entries[i].kernelName, i);
-    }
-    TransportReader transport(machine.tree, files);
-    std::vector<Edge> slaves;
-    for (DeviceIndex i = 0; i < entries.size(); ++i) {
-        DeviceReader reader(machine, files, transport, entries[i], machine.devices[i]);
-        reader.read();
-        if ((machine.facts & stacking) != 0) {
-            readNeighbours(machine, reader, i, slaves);
-        }
-    }
-    stack(machine, std::move(slaves));
+    AllDevices(machine, files).read();
 }
 
 }  // namespace kivclaim::machine

@@ -125,7 +125,7 @@ private:
 };
 
 // Texts are bytes as they were read, without the blanks around them; an empty one is not known. They are owned by the
-// machine and end with a NUL byte after the last one.
+// machine, and those that are known end with a NUL byte after the last one.
 struct Device {
     Kind kind = Kind::disk;
     bool readOnly = false;
@@ -142,7 +142,7 @@ struct Device {
     DeviceIndex whole = noDevice;  // of a partition: the disk, or the multipath map or other map below kpartx's
     List<DeviceIndex> partitions;  // by number; those in a mapping need the stacking
     List<DeviceIndex> slaves;      // what it is stacked on; not the disk of a partition
-    List<DeviceIndex> holders;     // what is stacked on it; not its partitions, except those that kpartx made
+    List<DeviceIndex> holders;     // those whose slave it is; among them partitions that kpartx made, not the kernel's
 
     std::string_view mapName;  // of a mapping
     std::string_view mapUuid;
