@@ -19,7 +19,8 @@ constexpr std::pair<std::string_view, std::string_view Record::*> properties[] =
     {"ID_FS_LABEL", &Record::fsLabel},
     {"ID_FS_UUID_ENC", &Record::fsUuidEncoded},
     {"ID_FS_UUID", &Record::fsUuid},
-    {"ID_MODEL_ENC", &Record::modelEncoded},
+    // In the files of a recorded root lsblk reads the plain one only.
+    {"E:ID_MODEL_ENC", &Record::modelEncoded},
     {"ID_MODEL", &Record::model},
     {"SCSI_IDENT_SERIAL", &Record::serialOfScsi},
     {"ID_SCSI_SERIAL", &Record::scsiSerial},
@@ -52,15 +53,14 @@ Record recordIn(std::string_view text)
     Record record;
     while (!text.empty()) {
         std::string_view line = takeUntil(text, '\n');
-        if (beginsWith(line, "E:")) {
-            line.remove_prefix(2);
-        }
-        if (!beginsWith(line, "ID_") && !beginsWith(line, "SCSI_")) {
+        const bool isOfDatabase = beginsWith(line, "E:");
+        const std::string_view name = line.substr(isOfDatabase ? 2 : 0);
+        if (!beginsWith(name, "ID_") && !beginsWith(name, "SCSI_")) {
             continue;
         }
         const std::string_view key = takeUntil(line, '=');
-        for (const auto& [name, member] : properties) {
-            if (key == name) {
+        for (const auto& [property, member] : properties) {
+            if (property == key || (isOfDatabase && property == key.substr(2))) {
                 record.*member = trimmed(line);
             }
         }

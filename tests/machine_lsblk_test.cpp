@@ -110,7 +110,10 @@ TEST(MachineLsblkTest, AgreesInEveryRow)
     addDisks(directory);
     addMappings(directory);
     directory.record("dm-3", "ID_FS_TYPE=ext4\nID_FS_LABEL_ENC=my\\x20data\nID_FS_UUID_ENC=1-2\n");
-    directory.record("sdc", "ID_MODEL_ENC=Other\\x20name\n").mount("dm-3", "/data").mount("sda1", "/");
+    directory.record("sdc", "ID_MODEL=Other_name\n")
+        .record("sdb", "ID_MODEL_ENC=Not\\x20used\n")
+        .mount("dm-3", "/data")
+        .mount("sda1", "/");
     const Rows ours = rowsOf(Machine::read(Root::recorded(folder.path()), allFacts));
     EXPECT_GT(ours.size(), 20U);
     EXPECT_EQ(ours, rowsOfLsblk(folder.path()));
