@@ -23,10 +23,10 @@ public:
 class Root {
 public:
     // The machine that this process runs on.
-    static Root live() { return Root("/", true); }
+    static Root live() { return {"/", true}; }
     // A directory that is laid out as for `lsblk --sysroot`: sys/, and dev/, proc/, run/ where there are any. Absolute
     // links in it begin at the directory, and nothing outside of it is opened. No file in it is trusted.
-    static Root recorded(std::string directory) { return Root(std::move(directory), false); }
+    static Root recorded(std::string directory) { return {std::move(directory), false}; }
 
     bool isLive() const { return ofThisProcess; }
     const std::string& path() const { return directory; }

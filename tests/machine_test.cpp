@@ -465,6 +465,7 @@ TEST_F(MachineTest, DevicesInACircleAreMarked)
     addStack();
     directory.mapping("dm-3", "a", "", {}).mapping("dm-4", "b", "", {"dm-3"}).mapping("dm-5", "c", "", {"dm-4"});
     directory.stack("dm-4", "dm-3").mapping("dm-6", "d", "", {}).stack("dm-6", "dm-6");
+    directory.virtualDisk("loop0").stack("loop0", "dm-3");
     const Machine machine = read();
     std::vector<std::string> marked;
     for (const Device& device : machine.devices()) {
