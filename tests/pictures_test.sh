@@ -5,8 +5,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 docs/draw.sh --check
 
-includes=$(for room in framework claim modules host tools examples; do
-    grep -rhoE '^#include "(framework|claim|modules|host|tools)/' --include='*.h' --include='*.cpp' "$room" |
+includes=$(for room in framework claim modules host machine tools examples; do
+    grep -rhoE '^#include "(framework|claim|modules|host|machine|tools)/' --include='*.h' --include='*.cpp' "$room" |
         sed "s,#include \",$room -> ,; s,/,,"
 done | awk '$1 != $3' | sort -u)
 arrows=$(grep -E '^ +[a-z]+ -> [a-z]+$' docs/rooms.dot | sed 's/^ *//' | sort -u)

@@ -1,0 +1,169 @@
+#include "machine/machine.h"
+
+#include "machine/state.h"
+#include "machine/text.h"
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+namespace kivclaim::machine {
+
+namespace {
+
+std::uint64_t key(DeviceNumber number)
+{
+    return std::uint64_t{number.major} << 32U | number.minor;
+}
+
+DeviceNumber numberOf(const struct stat& node)
+{
+    return {static_cast<std::uint32_t>(major(node.st_rdev)), static_cast<std::uint32_t>(minor(node.st_rdev))};
+}
+
+DeviceIndex atNode(const Machine::State& machine, const struct stat& node)
+{
+    return S_ISBLK(node.st_mode) ? machine.byNumber(numberOf(node)) : noDevice;
+}
+
+void index(Machine::State& machine)
+{
+    for (DeviceIndex i = 0; i < machine.devices.size(); ++i) {
+        const Device& device = machine.devices[i];
+        if (!device.mapName.empty()) {
+            machine.mapNames.emplace(device.mapName, i);
+        }
+        if (device.number) {
+            machine.deviceNumbers.emplace(key(*device.number), i);
+        }
+    }
+}
+
+}  // namespace
+
+DeviceIndex Machine::State::byNumber(DeviceNumber number) const
+{
+    const auto found = deviceNumbers.find(key(number));
+    return found != deviceNumbers.end() ? found->second : noDevice;
+}
+
+DeviceIndex Machine::State::byNode(std::string_view path) const
+{
+    constexpr std::string_view mapper("/dev/mapper/");
+    constexpr std::string_view dev("/dev/");
+    if (beginsWith(path, mapper)) {
+        const DeviceIndex map = byMapName(path.substr(mapper.size()));
+        if (map != noDevice) {
+            return map;
+        }
+    }
+    return beginsWith(path, dev) ? byKernelName(path.substr(dev.size())) : noDevice;
+}
+
+DeviceIndex Machine::State::byPath(const std::string& path) const
+{
+    struct stat node {};
+    if (tree.isLive()) {
+        return ::stat(path.c_str(), &node) == 0 ? atNode(*this, node) : noDevice;
+    }
+    const Destination destination = tree.follow(path);
+    const bool isThere = destination.file.isOpen() && ::fstat(destination.file.get(), &node) == 0;
+    const DeviceIndex device = isThere ? atNode(*this, node) : noDevice;
+    return device != noDevice || destination.circle ? device : byNode(destination.path);
+}
+
+Machine::Machine(std::unique_ptr<State> state) : state(std::move(state))
+{
+}
+Machine::~Machine() = default;
+Machine::Machine(Machine&& other) noexcept = default;
+Machine& Machine::operator=(Machine&& other) noexcept = default;
+
+Machine Machine::read(const Root& root, Facts facts)
+{
+    auto state = std::make_unique<State>(root);
+    // A mount names its device by number, and so does udev's database.
+    const Facts byNumber = facts & (mounts | contents | models | identities);
+    state->facts = facts | (byNumber != 0 ? Facts{numbers} : Facts{basicFacts});
+    FileReader files;
+    try {
+        readDevices(*state, files);
+    } catch (const ReadError& error) {
+        throw ReadError(std::string(error.what()) + " below " + root.path());
+    }
+    index(*state);
+    if ((facts & links) != 0) {
+        readLinks(*state, files);
+    }
+    if ((facts & mounts) != 0) {
+        readMounts(*state, files);
+    }
+    return Machine(std::move(state));
+}
+
+const std::vector<Device>& Machine::devices() const
+{
+    return state->devices;
+}
+
+DeviceIndex Machine::indexOf(const Device& device) const
+{
+    return static_cast<DeviceIndex>(&device - state->devices.data());
+}
+
+Marks Machine::marks() const
+{
+    return state->marks;
+}
+
+static const Device* deviceAt(const std::vector<Device>& devices, DeviceIndex place)
+{
+    return place < devices.size() ? &devices[place] : nullptr;
+}
+
+const Device* Machine::byKernelName(std::string_view name) const
+{
+    return deviceAt(state->devices, state->byKernelName(withSlashes(name)));
+}
+
+const Device* Machine::byMapName(std::string_view name) const
+{
+    return deviceAt(state->devices, state->byMapName(name));
+}
+
+const Device* Machine::byNumber(DeviceNumber number) const
+{
+    return deviceAt(state->devices, state->byNumber(number));
+}
+
+const Device* Machine::byPath(const std::string& path) const
+{
+    return deviceAt(state->devices, state->byPath(path));
+}
+
+const Device& Machine::wholeOf(const Device& device) const
+{
+    return device.whole != noDevice ? state->devices[device.whole] : device;
+}
+
+const Device* Machine::mapOf(const Device& device) const
+{
+    for (const DeviceIndex holder : wholeOf(device).holders) {
+        if (state->devices[holder].kind == Kind::multipathMap) {
+            return &state->devices[holder];
+        }
+    }
+    return nullptr;
+}
+
+std::vector<const Device*> Machine::pathsOf(const Device& map) const
+{
+    std::vector<const Device*> paths;
+    if (map.kind == Kind::multipathMap) {
+        for (const DeviceIndex slave : map.slaves) {
+            paths.push_back(&state->devices[slave]);
+        }
+    }
+    return paths;
+}
+
+}  // namespace kivclaim::machine

@@ -1,0 +1,67 @@
+// What a machine consists of, for those who fill it and those who ask. Private to machine/.
+#ifndef KIVCLAIM_MACHINE_STATE_H
+#define KIVCLAIM_MACHINE_STATE_H
+
+#include "machine/file_reader.h"
+#include "machine/machine.h"
+#include "machine/text_pool.h"
+#include "machine/tree.h"
+
+#include <algorithm>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace kivclaim::machine {
+
+struct Machine::State {
+    explicit State(const Root& root) : tree(root) {}
+
+    DeviceIndex find(const std::unordered_map<std::string_view, DeviceIndex>& names, std::string_view name) const
+    {
+        const auto found = names.find(name);
+        return found != names.end() ? found->second : noDevice;
+    }
+    DeviceIndex byKernelName(std::string_view name) const { return find(kernelNames, name); }
+    DeviceIndex byMapName(std::string_view name) const { return find(mapNames, name); }
+    DeviceIndex byNumber(DeviceNumber number) const;
+    // "/dev/sda", "/dev/dm-0" or "/dev/mapper/mpatha", no other name.
+    DeviceIndex byNode(std::string_view path) const;
+    DeviceIndex byPath(const std::string& path) const;
+
+    Tree tree;
+    Facts facts = basicFacts;
+    TextPool texts;
+    std::vector<Device> devices;
+    std::unordered_map<std::string_view, DeviceIndex> kernelNames;
+    std::unordered_map<std::string_view, DeviceIndex> mapNames;
+    std::unordered_map<std::uint64_t, DeviceIndex> deviceNumbers;
+    Marks marks = noMark;
+};
+
+// Gives each device its part of `items`, in their order, as a list.
+template <class Item>
+void deal(TextPool& texts, std::vector<Device>& devices, std::vector<std::pair<DeviceIndex, Item>>& items,
+          List<Item> Device::*list)
+{
+    std::stable_sort(items.begin(), items.end(),
+                     [](const auto& one, const auto& other) { return one.first < other.first; });
+    Item* const all = texts.array<Item>(items.size());
+    for (std::size_t begin = 0, end = 0; begin < items.size(); begin = end) {
+        for (; end < items.size() && items[end].first == items[begin].first; ++end) {
+            all[end] = items[end].second;
+        }
+        devices[items[begin].first].*list = List<Item>(all + begin, end - begin);
+    }
+}
+
+// The steps of reading a machine, in this order.
+void readDevices(Machine::State& machine, FileReader& files);
+void stack(Machine::State& machine, std::vector<std::pair<DeviceIndex, DeviceIndex>> slaves);
+void readLinks(Machine::State& machine, FileReader& files);
+void readMounts(Machine::State& machine, FileReader& files);
+
+}  // namespace kivclaim::machine
+
+#endif

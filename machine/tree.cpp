@@ -1,0 +1,211 @@
+#include "machine/tree.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+namespace kivclaim::machine {
+
+namespace {
+
+constexpr const char* topPaths[] = {"sys", "dev", "proc", "run/udev/data"};
+constexpr int mostLinks = 40;  // as the kernel's
+// A file of a recorded root may be anything, such as a FIFO without a writer.
+constexpr int harmless = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+
+Descriptor confinedByKernel(int directory, const char* name, int flags, unsigned long long resolve)
+{
+    open_how how{};
+    how.flags = static_cast<unsigned>(flags);
+    how.resolve = resolve | RESOLVE_NO_MAGICLINKS;
+    return Descriptor(static_cast<int>(syscall(SYS_openat2, directory, name, &how, sizeof how)));
+}
+
+// Old kernels do not know openat2, and the filters of old containers refuse it.
+bool openat2Works(int directory)
+{
+    return confinedByKernel(directory, ".", O_PATH | O_CLOEXEC, RESOLVE_IN_ROOT).isOpen() ||
+           (errno != ENOSYS && errno != EPERM);
+}
+
+// Follows a path name by name, as the kernel would with the root directory as "/".
+class Walk {
+public:
+    Walk(int root, std::string_view path) : root(root) { push(path); }
+
+    void go()
+    {
+        while (!pending.empty()) {
+            const std::string name = std::move(pending.back());
+            pending.pop_back();
+            if (name == "..") {
+                leave();
+            } else if (name != ".") {
+                enter(name);
+            }
+        }
+    }
+
+    std::string path() const
+    {
+        std::string text;
+        for (const std::string& name : names) {
+            text += "/" + name;
+        }
+        return text.empty() ? "/" : text;
+    }
+
+    // Where the last name is, with the directory that holds it.
+    int parent() const { return descriptors.size() < 2 ? root : descriptors[descriptors.size() - 2].get(); }
+    int last() const { return descriptors.empty() ? root : descriptors.back().get(); }
+    const char* lastName() const { return names.empty() ? "." : names.back().c_str(); }
+    int failure() const { return error; }
+
+private:
+    void push(std::string_view path)
+    {
+        std::size_t end = path.size();
+        while (end != std::string_view::npos && end > 0) {
+            const std::size_t slash = path.rfind('/', end - 1);
+            const std::size_t begin = slash == std::string_view::npos ? 0 : slash + 1;
+            if (begin < end) {
+                pending.emplace_back(path.substr(begin, end - begin));
+            }
+            end = slash;
+        }
+    }
+
+    void leave()
+    {
+        if (!names.empty()) {
+            names.pop_back();
+            descriptors.pop_back();
+        }
+    }
+
+    void enter(const std::string& name)
+    {
+        Descriptor next(error == 0 ? ::openat(last(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC) : -1);
+        struct stat status {};
+        if (!next.isOpen() || ::fstat(next.get(), &status) != 0) {
+            fail(errno);
+        } else if (S_ISLNK(status.st_mode)) {
+            followLink(next.get());
+            return;
+        }
+        names.push_back(name);
+        descriptors.push_back(std::move(next));
+    }
+
+    void followLink(int link)
+    {
+        char target[PATH_MAX];
+        const ssize_t length = ::readlinkat(link, "", target, sizeof target);
+        if (length <= 0 || ++links > mostLinks) {
+            fail(length <= 0 ? ENOENT : ELOOP);
+            return;
+        }
+        const std::string_view text(target, static_cast<std::size_t>(length));
+        if (text.front() == '/') {
+            names.clear();
+            descriptors.clear();
+        }
+        push(text);
+    }
+
+    // The first failure counts; the names after it are still joined.
+    void fail(int reason)
+    {
+        if (error == 0) {
+            error = reason != 0 ? reason : ENOENT;
+        }
+    }
+
+    int root;
+    int links = 0;
+    int error = 0;
+    std::vector<std::string> pending;  // the next one last
+    std::vector<std::string> names;
+    std::vector<Descriptor> descriptors;  // of each of `names`
+};
+
+}  // namespace
+
+Tree::Tree(const Root& where, bool kernelConfines) : live(where.isLive()), kernelConfines(kernelConfines)
+{
+    if (live) {
+        // Through the C library, whole paths first: a library that plays another machine to this process sees them.
+        for (std::size_t i = 0; i < std::size(topPaths); ++i) {
+            const std::string path = std::string("/") + topPaths[i];
+            tops[i] = Descriptor(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        }
+        return;
+    }
+    root = Descriptor(::open(where.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!root.isOpen()) {
+        throw ReadError("cannot open the directory " + where.path() + ": " + std::strerror(errno));
+    }
+    this->kernelConfines = kernelConfines && openat2Works(root.get());
+}
+
+Descriptor Tree::openConfined(const std::string& path, int flags) const
+{
+    if (kernelConfines) {
+        return confinedByKernel(root.get(), path.c_str(), flags, RESOLVE_IN_ROOT);
+    }
+    Walk walk(root.get(), path);
+    walk.go();
+    if (walk.failure() != 0) {
+        errno = walk.failure();
+        return Descriptor();
+    }
+    return Descriptor(::openat(walk.parent(), walk.lastName(), flags | O_NOFOLLOW));
+}
+
+Descriptor Tree::open(Top top, const std::string& name, int flags) const
+{
+    const auto index = static_cast<std::size_t>(top);
+    if (live) {
+        return Descriptor(::openat(tops[index].get(), name.empty() ? "." : name.c_str(), flags | O_CLOEXEC));
+    }
+    return openConfined(std::string(topPaths[index]) + "/" + name,
+                        flags | ((flags & O_PATH) != 0 ? O_CLOEXEC : harmless));
+}
+
+Descriptor Tree::openBelow(int directory, const char* name, int flags) const
+{
+    if (live) {
+        return Descriptor(::openat(directory, name, flags | O_CLOEXEC));
+    }
+    flags |= (flags & O_PATH) != 0 ? O_CLOEXEC : harmless;
+    if (kernelConfines) {
+        return confinedByKernel(directory, name, flags, RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH);
+    }
+    if (std::strchr(name, '/') == nullptr) {
+        return Descriptor(::openat(directory, name, flags | O_NOFOLLOW));
+    }
+    errno = ELOOP;
+    return Descriptor();
+}
+
+Destination Tree::follow(const std::string& path) const
+{
+    Walk walk(root.get(), path);
+    walk.go();
+    Destination destination;
+    destination.path = walk.path();
+    destination.circle = walk.failure() == ELOOP;
+    if (walk.failure() == 0) {
+        destination.file = Descriptor(::openat(walk.parent(), walk.lastName(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    }
+    return destination;
+}
+
+}  // namespace kivclaim::machine

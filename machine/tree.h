@@ -1,0 +1,51 @@
+// Opens files below the root of a machine, and none elsewhere. Private to machine/.
+#ifndef KIVCLAIM_MACHINE_TREE_H
+#define KIVCLAIM_MACHINE_TREE_H
+
+#include "machine/descriptor.h"
+#include "machine/machine.h"
+
+#include <string>
+
+namespace kivclaim::machine {
+
+enum class Top { sys, dev, proc, udevData };
+
+// Where a path leads to within a root.
+struct Destination {
+    std::string path;     // without links; absolute, where the root is "/"
+    Descriptor file;      // O_PATH; not open when nothing is there
+    bool circle = false;  // more links than the kernel would follow
+};
+
+// Threads: any; it changes nothing after it was made.
+// Failure: the constructor throws ReadError; opening fails like open(), with errno.
+class Tree {
+public:
+    // `confinement` false is for tests: how it goes on kernels and in containers without openat2.
+    explicit Tree(const Root& root, bool kernelConfines = true);
+
+    // Opens `name` below one of the four directories. "" is the directory itself.
+    Descriptor open(Top top, const std::string& name, int flags) const;
+
+    // Opens `name`, which has no "..", below a directory of this tree, or fails with ELOOP or EXDEV where links would
+    // have to be followed within the root: then it must be opened from the top.
+    Descriptor openBelow(int directory, const char* name, int flags) const;
+
+    // Where `path` leads to, with the directory as the root of all absolute links. For recorded roots.
+    Destination follow(const std::string& path) const;
+
+    bool isLive() const { return live; }
+
+private:
+    Descriptor openConfined(const std::string& path, int flags) const;
+
+    bool live;
+    bool kernelConfines;
+    Descriptor root;     // of a recorded one
+    Descriptor tops[4];  // of a live one, by Top
+};
+
+}  // namespace kivclaim::machine
+
+#endif
