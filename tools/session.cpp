@@ -30,6 +30,11 @@ void checkWritable(const std::string& path)
 
 }  // namespace
 
+kivclaim::machine::Root SessionOptions::root() const
+{
+    return sysroot.empty() ? kivclaim::machine::Root::live() : kivclaim::machine::Root::recorded(sysroot);
+}
+
 std::vector<kivclaim::host::TraceDestination> SessionOptions::destinations() const
 {
     std::vector<kivclaim::host::TraceDestination> all;

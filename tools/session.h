@@ -5,6 +5,7 @@
 #include "claim/kiv_claim_manager.h"
 #include "host/command_snapshot.h"
 #include "host/trace_log.h"
+#include "machine/machine.h"
 
 #include <optional>
 #include <string>
@@ -18,6 +19,11 @@ struct SessionOptions {
     std::string traceFile;                 // --trace-file: keep them in this file; all of them when no level is given
     bool noSnapshot = false;               // --no-snapshot: run the same command again for every question
     std::vector<std::string> moduleFiles;  // --module: ask the modules in these files too, behind the built-in ones
+
+    std::string sysroot;                   // --sysroot: the machine recorded in this directory; empty: this machine
+
+    // The machine that the questions are about.
+    kivclaim::machine::Root root() const;
 
     // The trace destinations that were asked for; none without the options. Throws CommandError for an unwritable
     // file.
