@@ -124,7 +124,7 @@ TEST_P(QueryOnHost, AMissingToolIsToldAsOneThatCouldNotBeRun)
 TEST_P(QueryOnHost, AToolThatHangsIsEndedAtTheDeadlineAndGivesNoAnswer)
 {
     lvdisplay("exec sleep 100\n");
-    EXPECT_THAT(ask({"--deadline", "1", "/dev/sda", "/dev/mapper/mpatha", "/dev/sdb"}),
+    EXPECT_THAT(ask({"--deadline", "2", "/dev/sda", "/dev/mapper/mpatha", "/dev/sdb"}),
                 ElementsAre("/dev/sda: 2 native not-needed 0 [/dev/sda]", "/dev/mapper/mpatha: 0 none deadline 0 []",
                             "/dev/sdb: 0 none deadline 0 []", "0 volumes; ; "));
 }
