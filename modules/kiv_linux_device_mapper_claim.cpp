@@ -2,10 +2,12 @@
 // /dev/mapper/mpatha-part1, or _part1, or p1, as the release family has it. LVM logical volumes live there too.
 #include "modules/kiv_linux_device_mapper_claim.h"
 
+#include "claim/kiv_queried_volumes.h"
 #include "claim/kiv_trace.h"
 #include "framework/cfiexecpipe.h"
 #include "framework/cfistringtool.h"
 #include "modules/kiv_path_text.h"
+#include "modules/kiv_volume_reading.h"
 
 #include <cxxabi.h>
 #include <sys/utsname.h>
@@ -360,11 +362,15 @@ int CKivDeviceMapperClaim::isLinuxLogicalVolume(const std::string& path)
 {
     constexpr char name[] = "CKivDeviceMapperClaim::isLinuxLogicalVolume";
     KIV_TRACE(INFORMATION, "%s: Checking for device:[%s]", name, path.c_str());
-    if (logicalVolumePaths.empty() && createLvmDeviceNamesList() != listBuilt) {
+    // While a query asks, its list counts, and the module's own stays as it is.
+    QueriedVolumes* const queried = QueriedVolumes::inForce();
+    const bool hasList = queried != nullptr ? queried->areRead(*this, traceLog)
+                                            : !logicalVolumePaths.empty() || createLvmDeviceNamesList() == listBuilt;
+    if (!hasList) {
         KIV_TRACE(DETAIL, "%s: creating LVM device list failed", name);
         return 0;
     }
-    if (logicalVolumePaths.count(path) != 0) {
+    if (queried != nullptr ? queried->hold(path) : logicalVolumePaths.count(path) != 0) {
         KIV_TRACE(DETAIL, "%s: The device path:[%s] is a logical volume", name, path.c_str());
         return 1;
     }
@@ -374,6 +380,11 @@ int CKivDeviceMapperClaim::isLinuxLogicalVolume(const std::string& path)
 
 int CKivDeviceMapperClaim::createLvmDeviceNamesList()
 {
+    return buildList(commandTimeoutSeconds, nullptr);
+}
+
+int CKivDeviceMapperClaim::buildList(unsigned long timeoutSeconds, VolumeReading* reading)
+{
     constexpr char name[] = "CKivDeviceMapperClaim::createLvmDeviceNamesList";
     try {
         CFiExecPipePosix runner(1);
@@ -382,13 +393,19 @@ int CKivDeviceMapperClaim::createLvmDeviceNamesList()
         char command[commandCapacity] = {};
         std::snprintf(command, sizeof command, "%s", listCommand);
         KIV_TRACE(DETAIL, "%s: Command:[%s]", name, command);
-        if (runner.Exec(command, output, "", commandTimeoutSeconds, "", "", "") != 0) {
+        if (runner.Exec(command, output, "", timeoutSeconds, "", "", "") != 0) {
+            if (reading != nullptr) {
+                reading->noteFailure(runner.getLastFailure(), output);
+            }
             return reportFailedListing(static_cast<long>(runner.getLastFailure().waitStatus), output);
         }
         return addLogicalVolumes(output);
     } catch (const abi::__forced_unwind&) {
         throw;  // a cancelled thread, which nobody may keep alive
     } catch (...) {
+        if (reading != nullptr) {
+            reading->noteException();
+        }
         KIV_TRACE(WARNING, "%s: Unknown exception caught", name);
         return listThrew;
     }

@@ -9,6 +9,10 @@
 #include <string>
 #include <vector>
 
+namespace kivclaim {
+class VolumeReading;
+}
+
 // Answers for the nodes under /dev/mapper/ that are no LVM logical volumes. Partition names follow the release family
 // of the running kernel, which is read anew for every answer; some answers probe for device nodes by opening them.
 //
@@ -53,6 +57,9 @@ public:
     long getExecPipeWaitPidStatus(long status);
 
 private:
+    friend class kivclaim::VolumeReading;
+    // What createLvmDeviceNamesList does, with this limit; `reading`, which may be null, takes notes.
+    ZTFI_INTERNAL int buildList(unsigned long timeoutSeconds, kivclaim::VolumeReading* reading);
     ZTFI_INTERNAL std::string wholeDeviceOfUnknownRelease(const std::string& path, unsigned int& partition);
     ZTFI_INTERNAL int reportFailedListing(long waitStatus, const std::vector<std::string>& output);
     ZTFI_INTERNAL int addLogicalVolumes(const std::vector<std::string>& output);

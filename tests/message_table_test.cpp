@@ -70,6 +70,7 @@ std::set<std::string> publicOperations(const std::string& operation)
     static const std::map<std::string, std::set<std::string>> steps = {
         {"query", {"getZtVMDiskForOSDiskHandler", "getOSDiskHandleForZtVMDisk"}},
         {"wholeDeviceOfUnknownRelease", {"removePartitionSuffix"}},
+        {"buildList", {"createLvmDeviceNamesList"}},
         {"reportFailedListing", {"createLvmDeviceNamesList"}},
         {"addLogicalVolumes", {"createLvmDeviceNamesList"}},
         {"logicalVolumeName", {"createLvmDeviceNamesList"}}};

@@ -127,17 +127,17 @@ Script& Host::script(Script script)
 
 Script& Host::prints(const std::string& command, const Lines& output)
 {
-    return script({command, output, 0, 0, {}, 1});
+    return script({command, output, 0, 0, {}, 1, ""});
 }
 
 Script& Host::fails(const std::string& command, int result, std::int64_t waitStatus, const Lines& output)
 {
-    return script({command, output, result, waitStatus, {}, 1});
+    return script({command, output, result, waitStatus, {}, 1, ""});
 }
 
 Script& Host::throws(const std::string& command, std::function<void()> thrower, const Lines& output)
 {
-    return script({command, output, 0, 0, std::move(thrower), 1});
+    return script({command, output, 0, 0, std::move(thrower), 1, ""});
 }
 
 void Host::traced(const RecordingLog& log, int level, const std::string& text)
@@ -172,8 +172,19 @@ int Host::run(const std::string& command, Lines& output, EFiExecPipe& lastFailur
     }
     if (script.result != 0) {
         lastFailure.waitStatus = script.waitStatus;
+        lastFailure.message = script.message;
     }
     return script.result;
+}
+
+void Host::noteLimit(unsigned long seconds)
+{
+    if (currentHost == nullptr || !currentHost->acceptsAnyLimit) {
+        EXPECT_EQ(seconds, 600U);
+    }
+    if (currentHost != nullptr) {
+        currentHost->limitGiven = seconds;
+    }
 }
 
 int Host::openDescriptor(const std::string& path)
@@ -223,7 +234,7 @@ int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output,
                           unsigned long timeoutSeconds, std::string fifth, std::string sixth, std::string seventh)
 {
     EXPECT_TRUE(output.empty()) << "the list for the output must come empty";
-    EXPECT_EQ(timeoutSeconds, 600U);
+    recording::Host::noteLimit(timeoutSeconds);
     EXPECT_EQ(third + fifth + sixth + seventh, "");
     recording::Host* const host = recording::Host::current();
     if (host == nullptr) {

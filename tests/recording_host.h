@@ -44,7 +44,13 @@ struct Script {
     std::int64_t waitStatus = 0;
     std::function<void()> thrower;  // called behind the output, when set
     int timesLeft = 1;
+    std::string message;  // of the failure's record
 
+    Script& says(const std::string& text)
+    {
+        message = text;
+        return *this;
+    }
     Script& times(int count)
     {
         timesLeft = count;
@@ -104,6 +110,9 @@ public:
     std::string falseHit;
     // Where a search with a hit says that the hit is, instead of the truth.
     std::optional<unsigned long> indexAfterHit;
+    // Accepts any time limit of a command, instead of 600 seconds only; `limitGiven` is that of the last one.
+    bool acceptsAnyLimit = false;
+    unsigned long limitGiven = 0;
     // Called before each record is written down.
     std::function<void()> onTrace;
 
@@ -111,6 +120,7 @@ public:
     void write(const std::string& line) { written.push_back(line); }
     void traced(const RecordingLog& log, int level, const std::string& text);
     int run(const std::string& command, Lines& output, ztfi_pdk_4_4::EFiExecPipe& lastFailure);
+    static void noteLimit(unsigned long seconds);
     const std::string& release() const { return release_; }
     bool hasDevice(const std::string& path) const { return devices.count(path) != 0; }
     bool hasExecutable(const std::string& path) const { return executables.count(path) != 0; }
