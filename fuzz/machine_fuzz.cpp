@@ -9,9 +9,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,13 +56,17 @@ private:
 };
 
 // Makes the directories of `path`, and nothing beyond a link; false where that is not possible.
-bool makeParents(const std::string& root, const std::string& path)
+bool makeParents(const std::string& root, const std::string& path, std::set<std::string>& made)
 {
     for (std::size_t slash = path.find('/'); slash != std::string::npos; slash = path.find('/', slash + 1)) {
         const std::string directory = root + "/" + path.substr(0, slash);
         struct stat status {};
+        if (!made.insert(directory).second) {
+            continue;
+        }
         ::mkdir(directory.c_str(), 0700);
         if (::lstat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+            made.erase(directory);
             return false;
         }
     }
@@ -74,12 +80,12 @@ bool isPlain(const std::string& path)
            path.find('\0') == std::string::npos;
 }
 
-void make(const std::string& root, std::string_view line, std::vector<std::string>& paths)
+void make(const std::string& root, std::string_view line, std::vector<std::string>& paths, std::set<std::string>& made)
 {
     const std::size_t blank = line.find(' ');
     const std::string path(line.substr(1, blank == std::string_view::npos ? blank : blank - 1));
     const std::string_view content = blank == std::string_view::npos ? std::string_view() : line.substr(blank + 1);
-    if (!isPlain(path) || !makeParents(root, path)) {
+    if (!isPlain(path) || !makeParents(root, path, made)) {
         return;
     }
     const std::string place = root + "/" + path;
@@ -97,7 +103,7 @@ void make(const std::string& root, std::string_view line, std::vector<std::strin
 void checkText(std::string_view text)
 {
     fuzz::check(text.find(outsideText) == std::string_view::npos, "nothing outside of the root is read");
-    fuzz::check(text.empty() || text.data()[text.size()] == '\0', "a text ends with a NUL byte");
+    fuzz::check(text.empty() || *text.end() == '\0', "a text ends with a NUL byte");
 }
 
 void checkDevice(const Machine& machine, const Device& device)
@@ -115,12 +121,7 @@ void checkDevice(const Machine& machine, const Device& device)
     }
     const DeviceIndex self = machine.indexOf(device);
     const auto isIn = [](const List<DeviceIndex>& list, DeviceIndex wanted) {
-        for (const DeviceIndex i : list) {
-            if (i == wanted) {
-                return true;
-            }
-        }
-        return false;
+        return std::find(list.begin(), list.end(), wanted) != list.end();
     };
     for (const DeviceIndex slave : device.slaves) {
         fuzz::check(isIn(machine.devices().at(slave).holders, self), "a slave has its holder");
@@ -165,11 +166,12 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     const std::string root = place.root();
     ::mkdir(root.c_str(), 0700);
     std::vector<std::string> paths;
+    std::set<std::string> made;  // directories
     std::vector<std::string> lines = fuzz::linesOf({reinterpret_cast<const char*>(data), size});
     lines.resize(std::min(lines.size(), mostLines));
     for (const std::string& line : lines) {
         if (!line.empty()) {
-            make(root, line, paths);
+            make(root, line, paths, made);
         }
     }
     checkConfinement(root, paths);

@@ -45,10 +45,15 @@ public:
         while (!pending.empty()) {
             const std::string name = std::move(pending.back());
             pending.pop_back();
+            if (name != "." && name != "..") {
+                enter(name);
+                continue;
+            }
+            if (!isDirectory) {
+                fail(ENOTDIR);
+            }
             if (name == "..") {
                 leave();
-            } else if (name != ".") {
-                enter(name);
             }
         }
     }
@@ -71,6 +76,10 @@ public:
 private:
     void push(std::string_view path)
     {
+        // "sda/" is a directory, or an error.
+        if (!path.empty() && path.back() == '/') {
+            pending.emplace_back(".");
+        }
         std::size_t end = path.size();
         while (end != std::string_view::npos && end > 0) {
             const std::size_t slash = path.rfind('/', end - 1);
@@ -88,6 +97,7 @@ private:
             names.pop_back();
             descriptors.pop_back();
         }
+        isDirectory = true;
     }
 
     void enter(const std::string& name)
@@ -100,6 +110,7 @@ private:
             followLink(next.get());
             return;
         }
+        isDirectory = !next.isOpen() || S_ISDIR(status.st_mode);
         names.push_back(name);
         descriptors.push_back(std::move(next));
     }
@@ -116,6 +127,7 @@ private:
         if (text.front() == '/') {
             names.clear();
             descriptors.clear();
+            isDirectory = true;
         }
         push(text);
     }
@@ -131,6 +143,7 @@ private:
     int root;
     int links = 0;
     int error = 0;
+    bool isDirectory = true;           // what the last name is, as far as it is known
     std::vector<std::string> pending;  // the next one last
     std::vector<std::string> names;
     std::vector<Descriptor> descriptors;  // of each of `names`

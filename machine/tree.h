@@ -23,7 +23,7 @@ struct Destination {
 class Tree {
 public:
     // `confinement` false is for tests: how it goes on kernels and in containers without openat2.
-    explicit Tree(const Root& root, bool kernelConfines = true);
+    explicit Tree(const Root& where, bool kernelConfines = true);
 
     // Opens `name` below one of the four directories. "" is the directory itself.
     Descriptor open(Top top, const std::string& name, int flags) const;

@@ -79,6 +79,10 @@ TEST_P(TreeTest, OpensWhatIsThere)
     EXPECT_EQ(contentOf("dir/../dir/./deep"), "deep");
     EXPECT_EQ(contentOf("missing"), "error ENOENT");
     EXPECT_EQ(contentOf("inside/x"), "error ENOTDIR");
+    EXPECT_EQ(contentOf("inside/../inside"), "error ENOTDIR");
+    EXPECT_EQ(contentOf("inside/."), "error ENOTDIR");
+    EXPECT_EQ(contentOf("inside/"), "error ENOTDIR");
+    EXPECT_EQ(contentOf("dir/../inside"), "inside");
 }
 
 TEST_P(TreeTest, AbsoluteLinkBeginsAtTheRoot)

@@ -56,7 +56,7 @@ private:
 
     std::string addDisk(unsigned int host, unsigned long unit)
     {
-        const std::string name = diskName(disks++);
+        std::string name = diskName(disks++);
         machine.scsiDisk(
             name,
             std::to_string(host) + ":0:" + std::to_string(unit / mostUnits) + ":" + std::to_string(unit % mostUnits),
