@@ -9,6 +9,8 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -92,6 +94,26 @@ std::string column(const std::vector<std::string>& columns, std::size_t index)
 
 void keepFirst(std::string& kept, const std::string& name)
 {
+// Pauses the whole time, although signals arrive. sleep() cuts what a signal leaves over to whole seconds, so that
+// frequent signals would eat up the pause: when all is slept, the clock tells what they cut off. That is less than a
+// second for each of them; a clock that misses more does not go with this process's sleep().
+void pauseFor(unsigned int seconds)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
+    std::chrono::seconds cutAtMost(0);
+    unsigned int left = seconds;
+    while (left > 0) {
+        errno = 0;
+        left = sleep(left);
+        cutAtMost += std::chrono::seconds(left > 0 || errno == EINTR ? 1 : 0);
+        const auto missing = std::chrono::ceil<std::chrono::seconds>(end - Clock::now());
+        if (left == 0 && missing.count() > 0 && missing <= cutAtMost) {
+            left = static_cast<unsigned int>(missing.count());
+        }
+    }
+}
+
     if (kept.empty()) {
         kept = name;
     }
@@ -206,7 +228,7 @@ int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Waited(std::string osDisk, std::s
             return 0;
         }
         KIV_TRACE(DETAIL, "Obtaining kiv nodes failed. need to retry.");
-        sleep(waitedPauseSeconds);
+        pauseFor(waitedPauseSeconds);
         ztvmScanDisks({osDisk});
     }
     KIV_TRACE(WARNING, "Warning - obtaining kiv nodes failed even after multiple retries.");
@@ -233,7 +255,7 @@ int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Refreshed(std::string osDisk, std
         result = getZtVMDiskForOSDiskHandler(osDisk, node);
         if (result != 0) {
             KIV_TRACE(DETAIL, "Obtaining kiv nodes failed. need to retry.");
-            sleep(refreshedPauseSeconds);
+            pauseFor(refreshedPauseSeconds);
         }
     }
     if (result != 0) {

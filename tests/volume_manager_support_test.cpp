@@ -770,6 +770,46 @@ TEST_F(VolumeManagerSupport, WhatARunnerThrowsPassesThroughEveryOperation)
     EXPECT_EQ(name, "") << "emptied before the query";
     EXPECT_THROW(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), std::out_of_range);
     EXPECT_THROW(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), std::out_of_range);
+// Pauses into which signals come.
+
+TEST_F(VolumeManagerSupport, WhatASignalLeavesOfAPauseIsSleptAsWell)
+{
+    host.fails(nodeOfSdc, 1, 256, {});
+    host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+    host.prints(rescanSdc, {});
+    host.leftOverByPauses = {3, 1};
+    EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
+    EXPECT_EQ(host.calls(),
+              lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]", "sleep 5", "sleep 3",
+                     "sleep 1", "runner with a log", "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
+                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
+}
+
+TEST_F(VolumeManagerSupport, WhatASignalLeavesOfARefreshedPauseIsSleptAsWell)
+{
+    host.fails(nodeOfSdc, 1, 256, {}).times(2);
+    host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+    host.prints(rescanAll, {}).times(2);
+    host.leftOverByPauses = {9};
+    EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), 0);
+    const Lines calls = host.calls();
+    EXPECT_EQ(Lines(calls.begin() + 6, calls.begin() + 8), lines({"sleep 10", "sleep 9"}));
+}
+
+TEST_F(VolumeManagerSupport, ATimerThatInterruptsEveryPauseDoesNotShortenIt)
+{
+    for (const long milliseconds : {100L, 333L, 999L, 1000L, 1001L, 4000L, 4999L, 5000L}) {
+        host.fails(nodeOfSdc, 1, 256, {});
+        host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+        host.prints(rescanSdc, {});
+        host.signalMilliseconds = milliseconds;
+        host.clockMilliseconds = 0;
+        EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
+        EXPECT_GE(host.clockMilliseconds, 5000) << milliseconds;
+        EXPECT_LT(host.clockMilliseconds, 6000) << milliseconds;
+    }
+}
+
     EXPECT_THROW(support.getOSDiskHandleForZtVMDisk("kiv0_1", name), std::out_of_range);
     EXPECT_THROW(support.ztvmScanDisks({}), std::out_of_range);
     EXPECT_THROW(support.removeDisksFromZtVM("kiv0_1"), std::out_of_range);
