@@ -185,6 +185,22 @@ TEST_F(SmartPointer, CopyKeepsThePointerUncountedWhenTheLockFails)
     EXPECT_EQ(diary, lines({}));
 }
 
+TEST_F(SmartPointer, AnUncountedCopyTakesAnotherHoldersReference)
+{
+    SharedPointer first;
+    first.acquire(new Shared(diary));
+    SharedPointer second(first);
+    {
+        const FailingLocks failing(0);
+        SharedPointer copy(first);
+        const FailingLocks working(-1);
+        EXPECT_EQ(copy.release(), 1) << "the count of two holders, of which one has been robbed";
+    }
+    EXPECT_EQ(second.release(), 0);
+    EXPECT_EQ(diary.size(), 1U) << "deleted, though the first pointer still holds it";
+    new (&first) SharedPointer;  // what it points to is gone
+}
+
 TEST_F(SmartPointer, ACopyOfAnEmptyPointerIsEmpty)
 {
     const SharedPointer empty;
@@ -368,6 +384,27 @@ TEST(TraceableBase, ARegistrationThatCannotLockLeavesNoLog)
     EXPECT_EQ(object.held().get(), nullptr);
     EXPECT_EQ(recording::RecordingLog::destroyed, destroyedBefore + 1);
     EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(TraceableBase, ACopyOfAPointerInsideTheOldLogMayBeRegistered)
+{
+    class LogWithItsSuccessor : public recording::RecordingLog {
+    public:
+        explicit LogWithItsSuccessor(const LogPointer& next) : RecordingLog("old"), next(next) {}
+        LogPointer next;
+    };
+    Host host;
+    Traceable object;
+    LogPointer old;
+    auto* const log = new LogWithItsSuccessor(host.log());
+    old.acquire(log);
+    object.registerTraceLog(old);
+    old.release();
+    const int destroyedBefore = recording::RecordingLog::destroyed;
+    object.registerTraceLog(LogPointer(log->next));
+    EXPECT_EQ(recording::RecordingLog::destroyed, destroyedBefore + 1);
+    EXPECT_EQ(object.held().get(), host.log().get());
+    EXPECT_EQ(host.logCount(), 2U);
 }
 
 TEST(TraceableBase, TheLastHolderDeletesTheLog)
