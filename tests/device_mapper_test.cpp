@@ -594,6 +594,38 @@ TEST_F(DeviceMapper, AWaitStatusOfNoKnownClassComesBackInSilence)
     EXPECT_EQ(host.effects(), lines({}));
 }
 
+TEST(DeviceMapperWithoutALog, FailsTheSame)
+{
+    Host host;
+    CKivDeviceMapperClaim module;
+    host.fails("/sbin/lvdisplay", 5, 5 << 8, {"  one"}).times(2);
+    EXPECT_EQ(module.createLvmDeviceNamesList(), 6);
+    EXPECT_EQ(module.isLinuxLogicalVolume("/dev/mapper/mpatha"), 0);
+    host.throws("/sbin/lvdisplay", [] { throw 42; });
+    EXPECT_EQ(module.createLvmDeviceNamesList(), 1);
+    EXPECT_EQ(host.effects(), host.calls()) << "no record";
+}
+
+TEST(DeviceMapperWithoutALog, FollowsEveryReleaseTheSame)
+{
+    Host host;
+    CKivDeviceMapperClaim module;
+    unsigned int partition = untouched;
+    host.kernelRelease("3.0.0");
+    EXPECT_EQ(module.getSuSEVersion(), 11);
+    EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpatha", 1), "/dev/mapper/mpatha_part1");
+    EXPECT_EQ(module.appendPartitionSuffix("", 1), "");
+    host.kernelRelease("3.5.0");
+    host.device("/dev/mapper/mpatha");
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpatha1", partition), "/dev/mapper/mpatha");
+    EXPECT_EQ(partition, 1U);
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathb-part1", partition), "/dev/mapper/mpathb-part1");
+    EXPECT_EQ(partition, 0U);
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpatha", partition), "/dev/mapper/mpatha");
+    EXPECT_EQ(EverythingIsAPartition().removePartitionSuffix("/dev/mapper/x", partition), "/dev/mapper/x");
+    EXPECT_EQ(host.effects(), host.calls()) << "no record";
+}
+
 TEST(DeviceMapperWithoutALog, AnswersTheSame)
 {
     Host host;
