@@ -180,7 +180,7 @@ bool CZtKIVSupport::isCommandAvailable(ACE_String_Base<char> path, ACE_String_Ba
     }
     const std::string command = CFiStringTool::trim(CFiStringTool::tstr2str(path), blanksAroundPath);
     // No file has a NUL in its path: what stands before it is another one.
-    return !contains(command, std::string_view("\0", 1)) && access(command.c_str(), X_OK) == 0;
+    return command.find('\0') == std::string::npos && access(command.c_str(), X_OK) == 0;
 }
 
 bool CZtKIVSupport::isZtKIVInstalled()

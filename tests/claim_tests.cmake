@@ -28,8 +28,11 @@ kivclaim_test(claim_on_bundled_string_tools_test PREFIX OnBundledStringTools.
 # The same library while memory, locks, log or pauses fail.
 kivclaim_test(fault_test
     SOURCES
+        faults/every_operation_test.cpp
         faults/failing_allocation_test.cpp
         faults/failing_allocations.cpp
+        faults/module_entry_test.cpp
+        faults/operations.cpp
         recording_string_tool.cpp
     LIBRARIES kivclaim::kivclaim recording_host)
 

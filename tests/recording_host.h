@@ -163,6 +163,15 @@ public:
     ~FailingLocks();
 };
 
+// While it lives, locking a framework mutex fails on this thread once: behind the next `successes` calls.
+class OneFailingLock {
+public:
+    explicit OneFailingLock(int successes);
+    ~OneFailingLock();
+    // Whether that call has been made.
+    static bool hasFailed();
+};
+
 // How many framework mutexes this thread holds now.
 int locksHeld();
 

@@ -24,6 +24,7 @@ constexpr int unlimited = -1;
 
 thread_local int lockSuccessesLeft = unlimited;
 thread_local int heldLocks = 0;
+thread_local bool oneFailureOnly = false;
 
 // One pause into which a signal may come.
 unsigned int interrupted(Host& host, unsigned int seconds)
@@ -64,6 +65,23 @@ FailingLocks::~FailingLocks()
     lockSuccessesLeft = unlimited;
 }
 
+OneFailingLock::OneFailingLock(int successes)
+{
+    lockSuccessesLeft = successes;
+    oneFailureOnly = true;
+}
+
+OneFailingLock::~OneFailingLock()
+{
+    lockSuccessesLeft = unlimited;
+    oneFailureOnly = false;
+}
+
+bool OneFailingLock::hasFailed()
+{
+    return lockSuccessesLeft == unlimited;
+}
+
 int locksHeld()
 {
     return heldLocks;
@@ -76,6 +94,7 @@ namespace ACE_OS {
 int mutex_lock(ACE_mutex_t* mutex)
 {
     if (!mayGoOn(lockSuccessesLeft)) {
+        lockSuccessesLeft = oneFailureOnly ? unlimited : 0;
         errno = EDEADLK;
         return -1;
     }
