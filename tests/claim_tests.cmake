@@ -31,6 +31,7 @@ kivclaim_test(fault_test
         faults/every_operation_test.cpp
         faults/failing_allocation_test.cpp
         faults/failing_allocations.cpp
+        faults/failing_machine_test.cpp
         faults/module_entry_test.cpp
         faults/operations.cpp
         recording_string_tool.cpp
