@@ -38,8 +38,9 @@ CKivClaimManager::CKivClaimManager()
 
 CKivClaimManager::~CKivClaimManager()
 {
-    for (CKivDeviceClaimBase* const module : modules) {
-        delete module;
+    // The list may grow meanwhile: what a module registers in its own destructor is deleted, too.
+    for (std::size_t i = 0; i < modules.size(); ++i) {  // NOLINT(modernize-loop-convert)
+        delete modules[i];
     }
 }
 
@@ -58,8 +59,10 @@ void CKivClaimManager::registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContex
     // The scope holds the log that was registered before, so both of its records go there.
     const CFiTraceLogFunction scope(traceLog, "registerTraceLog", lineOfRegisterTraceLog, sourceFile);
     traceLog = log;
-    for (CKivDeviceClaimBase* const module : modules) {
-        module->registerTraceLog(log);
+    // A module that is registered meanwhile has been given this log already.
+    const std::size_t count = modules.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        modules[i]->registerTraceLog(log);
     }
 }
 
@@ -68,8 +71,10 @@ std::vector<std::string> CKivClaimManager::getDeviceClaimStrings()
 {
     std::vector<std::string> merged;
     const CFiTraceLogFunction scope(traceLog, "getDeviceClaimStrings", lineOfGetDeviceClaimStrings, sourceFile);
-    for (CKivDeviceClaimBase* const module : modules) {
-        const std::vector<std::string> block = module->getDeviceClaimStrings();
+    // A module that is registered meanwhile is asked from the next time on.
+    const std::size_t count = modules.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::vector<std::string> block = modules[i]->getDeviceClaimStrings();
         merged.insert(merged.begin(), block.begin(), block.end());
     }
     return merged;
@@ -125,8 +130,11 @@ ZTFI_DEVICE_CLAIM_LEVEL CKivClaimManager::getClaimModule(CKivDeviceClaimBase*& m
 {
     const CFiTraceLogFunction scope(traceLog, "getClaimModule", lineOfGetClaimModule, sourceFile);
     ZTFI_DEVICE_CLAIM_LEVEL best = ZTFI_DEVICE_CLAIM_LEVEL_NONE;
-    // No early exit: every module is asked, and the first with the highest level wins.
-    for (CKivDeviceClaimBase* const candidate : modules) {
+    // No early exit: every module is asked, and the first with the highest level wins. A module that is registered
+    // meanwhile is asked from the next question on.
+    const std::size_t count = modules.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        CKivDeviceClaimBase* const candidate = modules[i];
         const ZTFI_DEVICE_CLAIM_LEVEL level = candidate->claim(path);
         if (level > best) {
             module = candidate;

@@ -30,7 +30,8 @@ public:
     ~CKivClaimManager() override;
 
     // Slot 2: hands the current trace log to `module`, appends it to the list and owns it from then on. Null is
-    // ignored. A module must not be registered twice. When appending fails, the caller keeps the module.
+    // ignored. A module must not be registered twice. When appending fails, the caller keeps the module. A module may
+    // register another one while it is asked something: the new one is asked from the next question on.
     virtual void registerClaimModule(CKivDeviceClaimBase* module);
 
     // Slot 3: replaces the trace log of the manager, then of every module in list order.

@@ -4,12 +4,27 @@
 
 #include "framework/cfitracelog.h"
 
+#include <cxxabi.h>
+
 // Writes one record to the object's log: KIV_TRACE(level, format, arguments...). A macro, so that the compiler checks
 // the arguments against the format and nothing but the null test is evaluated while no log is registered.
 #define KIV_TRACE(...)                          \
     do {                                        \
         if (this->traceLog.get() != nullptr) {  \
             this->traceLog->trace(__VA_ARGS__); \
+        }                                       \
+    } while (false)
+
+// The same for an operation that has failed and has its neutral answer already: what the log throws is dropped, except
+// for thread cancellation. Not inside a handler: a thread that is cancelled there cannot be let go, because catching
+// that while another exception is being handled ends the process.
+#define KIV_TRACE_FAILURE(...)                  \
+    do {                                        \
+        try {                                   \
+            KIV_TRACE(__VA_ARGS__);             \
+        } catch (const abi::__forced_unwind&) { \
+            throw;                              \
+        } catch (...) {                         \
         }                                       \
     } while (false)
 

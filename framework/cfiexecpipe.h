@@ -11,7 +11,7 @@
 
 namespace ztfi_pdk_4_4 {
 
-// Why a command could not be run, or how it failed. A plain value: thrown and caught by value.
+// Why a command could not be run, or how it failed. A plain value, thrown by value.
 class ZTFI_API EFiExecPipe {
 public:
     std::string message;           // what went wrong

@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <stdexcept>
 #include <string_view>
 
@@ -67,10 +68,19 @@ constexpr int listBuilt = 0;
 constexpr int listFailed = 6;
 constexpr int listThrew = 1;
 
-// Only that the node can be opened counts, not what it is.
+// What an operation's handlers caught.
+enum class Caught { nothing, outOfRange, anything };
+
+// Only that the node can be opened counts, not what it is. No node has a NUL in its path: what stands before it is
+// another one.
+int openedNode(const std::string& path)
+{
+    return path.find('\0') != std::string::npos ? -1 : open(path.c_str(), O_RDONLY);
+}
+
 bool canBeOpened(const std::string& path)
 {
-    const int descriptor = open(path.c_str(), O_RDONLY);
+    const int descriptor = openedNode(path);
     if (descriptor < 0) {
         return false;
     }
@@ -91,7 +101,7 @@ public:
     {
         for (std::size_t cut = 1; cut <= 2 && descriptor < 0; ++cut) {
             candidate = withoutLast(path, cut);
-            descriptor = open(candidate.c_str(), O_RDONLY);
+            descriptor = openedNode(candidate);
         }
     }
     ProbedParent(const ProbedParent&) = delete;
@@ -222,6 +232,7 @@ int CKivDeviceMapperClaim::isPartition(const std::string& path)
 {
     constexpr char name[] = "CKivDeviceMapperClaim::isPartition";
     const CFiTraceLogFunction scope(traceLog, "isPartition", lineOfIsPartition, sourceFile);
+    Caught caught = Caught::nothing;
     try {
         if (endsInPartAndOneDigit(path)) {
             KIV_TRACE(INFORMATION, "INFO:  CKivDeviceMapperClaim::isPartition: Device path:[%s] is a partition",
@@ -244,11 +255,16 @@ int CKivDeviceMapperClaim::isPartition(const std::string& path)
         }
         KIV_TRACE(DETAIL, "%s: [%s] is not a partition", name, path.c_str());
     } catch (const std::out_of_range&) {
-        KIV_TRACE(ERROR, "%s: Out of Range exception thrown in string function", name);
+        caught = Caught::outOfRange;
     } catch (const abi::__forced_unwind&) {
-        throw;  // a cancelled thread, which nobody may keep alive
+        throw;  // thread cancellation must propagate
     } catch (...) {
-        KIV_TRACE(WARNING, "%s: Unknown exception caught", name);
+        caught = Caught::anything;
+    }
+    if (caught == Caught::outOfRange) {
+        KIV_TRACE_FAILURE(ERROR, "%s: Out of Range exception thrown in string function", name);
+    } else if (caught == Caught::anything) {
+        KIV_TRACE_FAILURE(WARNING, "%s: Unknown exception caught", name);
     }
     return 0;
 }
@@ -256,9 +272,10 @@ int CKivDeviceMapperClaim::isPartition(const std::string& path)
 std::string CKivDeviceMapperClaim::appendPartitionSuffix(const std::string& device, unsigned int partition)
 {
     constexpr char name[] = "INFO: CKivDeviceMapperClaim::appendPartitionSuffix";
-    std::string result = device;
+    std::string result;
     const CFiTraceLogFunction scope(traceLog, "appendPartitionSuffix", lineOfAppendPartitionSuffix, sourceFile);
     try {
+        result = device;
         const int number = static_cast<int>(partition);
         KIV_TRACE(INFORMATION, "%s: device: [%s], partition number :[%d]", name, device.c_str(), number);
         if (device.empty()) {
@@ -276,12 +293,14 @@ std::string CKivDeviceMapperClaim::appendPartitionSuffix(const std::string& devi
         }
         KIV_TRACE(INFORMATION, "%s: device: [%s], partition: [%s], partition number: [%d]", name, device.c_str(),
                   result.c_str(), number);
+        return result;
     } catch (const abi::__forced_unwind&) {
-        throw;  // a cancelled thread, which nobody may keep alive
+        throw;  // thread cancellation must propagate
     } catch (...) {
-        result = device;
-        KIV_TRACE(ERROR, "%s: Unknown exception caught", name);
+        // Nothing to do in here.
     }
+    KIV_TRACE_FAILURE(ERROR, "%s: Unknown exception caught", name);
+    result = device;
     return result;
 }
 
@@ -290,9 +309,13 @@ std::string CKivDeviceMapperClaim::appendPartitionSuffix(const std::string& devi
 std::string CKivDeviceMapperClaim::removePartitionSuffix(const std::string& device, unsigned int& partition)
 {
     constexpr char name[] = "CKivDeviceMapperClaim::removePartitionSuffix";
-    std::string result = device;
+    std::string result;
     const CFiTraceLogFunction scope(traceLog, "removePartitionSuffix", lineOfRemovePartitionSuffix, sourceFile);
+    Caught caught = Caught::nothing;
+    const char* message = nullptr;
+    std::exception_ptr keepsTheMessage;
     try {
+        result = device;
         if (!contains(device, claimString)) {
             KIV_TRACE(ERROR, "%s: [%s] is a Wrong partition name", name, device.c_str());
             return result;
@@ -308,11 +331,21 @@ std::string CKivDeviceMapperClaim::removePartitionSuffix(const std::string& devi
             result = wholeDeviceOfUnknownRelease(device, partition);
         }
     } catch (const std::out_of_range& exception) {
-        KIV_TRACE(ERROR, "%s: Out of Range exception thrown : %s", name, exception.what());
+        caught = Caught::outOfRange;
+        message = exception.what();
+        keepsTheMessage = std::current_exception();
     } catch (const abi::__forced_unwind&) {
-        throw;  // a cancelled thread, which nobody may keep alive
+        throw;  // thread cancellation must propagate
     } catch (...) {
-        KIV_TRACE(ERROR, "%s: Unknown exception caught", name);
+        caught = Caught::anything;
+    }
+    if (caught == Caught::outOfRange) {
+        KIV_TRACE_FAILURE(ERROR, "%s: Out of Range exception thrown : %s", name, message);
+    } else if (caught == Caught::anything) {
+        KIV_TRACE_FAILURE(ERROR, "%s: Unknown exception caught", name);
+    }
+    if (result.empty()) {
+        result = device;  // when making the working copy is what failed
     }
     return result;
 }
@@ -401,14 +434,15 @@ int CKivDeviceMapperClaim::buildList(unsigned long timeoutSeconds, VolumeReading
         }
         return addLogicalVolumes(output);
     } catch (const abi::__forced_unwind&) {
-        throw;  // a cancelled thread, which nobody may keep alive
+        throw;  // thread cancellation must propagate
     } catch (...) {
+        // No record in here: see KIV_TRACE_FAILURE.
         if (reading != nullptr) {
             reading->noteException();
         }
-        KIV_TRACE(WARNING, "%s: Unknown exception caught", name);
-        return listThrew;
     }
+    KIV_TRACE_FAILURE(WARNING, "%s: Unknown exception caught", name);
+    return listThrew;
 }
 
 int CKivDeviceMapperClaim::reportFailedListing(long waitStatus, const std::vector<std::string>& output)

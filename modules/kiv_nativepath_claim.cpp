@@ -9,8 +9,12 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
+#include <optional>
 #include <string_view>
 
 using ztfi_pdk_4_4::CFiExecPipePosix;
@@ -90,6 +94,36 @@ std::string column(const std::vector<std::string>& columns, std::size_t index)
     return index < columns.size() ? columns[index] : std::string();
 }
 
+// A text of the framework's own type, which stays empty without a word when memory runs out.
+ACE_String_Base<char> frameworkText(std::string_view text)
+{
+    ACE_String_Base<char> converted = CFiStringTool::str2tstr(std::string(text));
+    if (converted.length() != text.size()) {
+        throw std::bad_alloc();
+    }
+    return converted;
+}
+
+// Pauses the whole time, although signals arrive. sleep() cuts what a signal leaves over to whole seconds, so that
+// frequent signals would eat up the pause: when all is slept, the clock tells what they cut off. That is less than a
+// second for each of them; a clock that misses more does not go with this process's sleep().
+void pauseFor(unsigned int seconds)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
+    std::chrono::seconds cutAtMost(0);
+    unsigned int left = seconds;
+    while (left > 0) {
+        errno = 0;
+        left = sleep(left);
+        cutAtMost += std::chrono::seconds(left > 0 || errno == EINTR ? 1 : 0);
+        const auto missing = std::chrono::ceil<std::chrono::seconds>(end - Clock::now());
+        if (left == 0 && missing.count() > 0 && missing <= cutAtMost) {
+            left = static_cast<unsigned int>(missing.count());
+        }
+    }
+}
+
 void keepFirst(std::string& kept, const std::string& name)
 {
     if (kept.empty()) {
@@ -138,28 +172,40 @@ CZtKIVSupport::~CZtKIVSupport() = default;
 bool CZtKIVSupport::isCommandAvailable(ACE_String_Base<char> path, ACE_String_Base<char> name)
 {
     const CFiTraceLogFunction scope(traceLog, "isCommandAvailable", __LINE__, sourceFile);
+    const std::size_t length = path.length() + name.length();
     path += name;
+    // Without memory, the framework's string stays as it was: here the directory alone, which is always available.
+    if (path.length() != length) {
+        throw std::bad_alloc();
+    }
     const std::string command = CFiStringTool::trim(CFiStringTool::tstr2str(path), blanksAroundPath);
-    return access(command.c_str(), X_OK) == 0;
+    // No file has a NUL in its path: what stands before it is another one.
+    return command.find('\0') == std::string::npos && access(command.c_str(), X_OK) == 0;
 }
 
 bool CZtKIVSupport::isZtKIVInstalled()
 {
     const CFiTraceLogFunction scope(traceLog, "isZtKIVInstalled", __LINE__, sourceFile);
-    return isCommandAvailable(CFiStringTool::str2tstr(toolDirectory), CFiStringTool::str2tstr(multipathingTool));
+    return isCommandAvailable(frameworkText(toolDirectory), frameworkText(multipathingTool));
 }
 
 int CZtKIVSupport::executeCommand(const char* command, std::vector<std::string>& output)
 {
     const CFiTraceLogFunction scope(traceLog, "executeCommand", __LINE__, sourceFile);
+    // A copy, because the command may stand in one of the lines that are cleared now.
+    const std::string commandLine = command != nullptr ? command : "";
     output.clear();
-    KIV_TRACE(INFORMATION, "ExecuteCommand command: %s", command);
+    if (command == nullptr) {
+        return 1;
+    }
+    KIV_TRACE(INFORMATION, "ExecuteCommand command: %s", commandLine.c_str());
     int result = 0;
-    CFiExecPipePosix runner(1);
-    runner.registerTraceLog(traceLog);
+    std::optional<CFiExecPipePosix> runner;  // lives until the operation ends
     try {
-        result = runner.Exec(command, output, "", commandTimeoutSeconds, "", "", "");
-    } catch (EFiExecPipe) {  // NOLINT(misc-throw-by-value-catch-by-reference): thrown and caught by value
+        runner.emplace(1);
+        runner->registerTraceLog(traceLog);
+        result = runner->Exec(commandLine, output, "", commandTimeoutSeconds, "", "", "");
+    } catch (const EFiExecPipe&) {  // a handler that takes a copy ends the process when there is no memory for it
         // Deliberate: what the exception says is not traced. Pinned by
         // VolumeManagerSupport.ARunnersExceptionAnswersOneAndKeepsTheLinesPrintedBefore.
         KIV_TRACE(ERROR, "ExecuteCommand - exception thrown in command execution.");
@@ -206,7 +252,7 @@ int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Waited(std::string osDisk, std::s
             return 0;
         }
         KIV_TRACE(DETAIL, "Obtaining kiv nodes failed. need to retry.");
-        sleep(waitedPauseSeconds);
+        pauseFor(waitedPauseSeconds);
         ztvmScanDisks({osDisk});
     }
     KIV_TRACE(WARNING, "Warning - obtaining kiv nodes failed even after multiple retries.");
@@ -233,7 +279,7 @@ int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Refreshed(std::string osDisk, std
         result = getZtVMDiskForOSDiskHandler(osDisk, node);
         if (result != 0) {
             KIV_TRACE(DETAIL, "Obtaining kiv nodes failed. need to retry.");
-            sleep(refreshedPauseSeconds);
+            pauseFor(refreshedPauseSeconds);
         }
     }
     if (result != 0) {
@@ -366,8 +412,9 @@ std::string CNativePathClaim::appendPartitionSuffix(const std::string& device, u
 
 std::string CNativePathClaim::removePartitionSuffix(const std::string& device, unsigned int& partition)
 {
-    std::string result = device;
+    std::string result;
     const CFiTraceLogFunction scope(traceLog, "removePartitionSuffix", __LINE__, sourceFile);
+    result = device;
     if (contains(device, claimString)) {
         // Never npos: the claim string itself ends in a letter.
         const std::size_t keptLength = device.find_last_not_of(digits) + 1;
@@ -384,9 +431,11 @@ std::string CNativePathClaim::removePartitionSuffix(const std::string& device, u
 // path back as it is. Pinned by NativePath.TheBaseInterfaceReachesNoLookup.
 std::string CNativePathClaim::getActivePath(const std::string& device, bool waited)
 {
-    std::string path = device;
+    std::string path;
     const CFiTraceLogFunction scope(traceLog, "getActivePath", __LINE__, sourceFile);
-    const std::string name = removeDevPrefix(device);
+    path = device;
+    // The base's rule, even in a class derived from this one: the tools' names are not the module's to choose.
+    const std::string name = CKivDeviceClaimBase::removeDevPrefix(device);
     CZtKIVSupport support;
     support.registerTraceLog(traceLog);
     if (!support.isZtKIVInstalled()) {

@@ -33,8 +33,8 @@ public:
     // True when the multipathing tool may be executed. Looked up anew by every call.
     bool isZtKIVInstalled();
 
-    // Runs a command line (not null) and leaves its output in `output`, one line each, after a failure too. Returns
-    // the runner's result, 0 for success, or 1 when the runner threw EFiExecPipe.
+    // Runs a command line, which may stand in `output`, and leaves what it prints in `output`, one line each, after a
+    // failure too. Returns the runner's result, 0 for success; 1 when the runner threw EFiExecPipe, and for null.
     int executeCommand(const char* command, std::vector<std::string>& output);
 
     // The node of an OS disk: the first one in the table. Returns 0, with `node` empty when the answer has no table

@@ -69,8 +69,9 @@ int CKivPowerPathClaim::isPartition(const std::string& path)
 // PowerPath.AppendsANumberAboveTheSignedRangeAsNegative.
 std::string CKivPowerPathClaim::appendPartitionSuffix(const std::string& device, unsigned int partition)
 {
-    std::string result = device;
+    std::string result;
     const CFiTraceLogFunction scope(traceLog, "appendPartitionSuffix", __LINE__, sourceFile);
+    result = device;
     const int number = static_cast<int>(partition);
     char digits[numberCapacity];
     std::snprintf(digits, sizeof digits, "%d", number);
@@ -84,8 +85,9 @@ std::string CKivPowerPathClaim::appendPartitionSuffix(const std::string& device,
 // PowerPath.TakesABareNameApartThoughItIsNotClaimed.
 std::string CKivPowerPathClaim::removePartitionSuffix(const std::string& device, unsigned int& partition)
 {
-    std::string result = device;
+    std::string result;
     const CFiTraceLogFunction scope(traceLog, "removePartitionSuffix", __LINE__, sourceFile);
+    result = device;
     if (contains(device, nameMarker)) {
         const std::size_t digits = countTrailingDigits(device);
         const std::string number = device.substr(device.size() - digits);

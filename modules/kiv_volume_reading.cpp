@@ -42,15 +42,9 @@ ListingFacts VolumeReading::read(unsigned long timeoutSeconds)
 
 void VolumeReading::build(unsigned long timeoutSeconds)
 {
-    facts.state = State::notUnderstood;
-    try {
-        if (module.buildList(timeoutSeconds, this) == 0) {
-            facts.state = State::read;
-        }
-    } catch (const abi::__forced_unwind&) {
-        throw;  // thread cancellation must propagate
-    } catch (...) {
-        noteException();  // of a trace log, in the module's own handler
+    facts.state = State::notUnderstood;  // unless the build notes a failed command
+    if (module.buildList(timeoutSeconds, this) == 0) {
+        facts.state = State::read;
     }
 }
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -64,13 +66,21 @@ public:
     }
     void clearLvmDeviceNameList() override { say("clear"); }
 
+    // Called once by the operation `callingBack`, in the middle of it.
+    std::string callingBack;
+    std::function<void()> callback;
+
     LogPointer held() const { return traceLog; }
     std::string failing;  // the operation that throws
 
 private:
     void say(const std::string& what) const { host.write(name + ": " + what); }
-    void fail(const char* operation) const
+    void fail(const char* operation)
     {
+        if (callingBack == operation) {
+            callingBack.clear();
+            callback();
+        }
         if (failing == operation) {
             throw std::runtime_error(operation);
         }
@@ -81,8 +91,31 @@ private:
     std::map<std::string, unsigned int> levels;
 };
 
+// Shows its own pointer to the log.
+class OpenManager : public CKivClaimManager {
+public:
+    const LogPointer& held() const { return traceLog; }
+};
+
 class ClaimManager : public testing::Test {
 protected:
+    // Makes `module` register so many others in the middle of one of its operations that the list must move.
+    void registerOthersDuring(HostModule* module, const std::string& operation)
+    {
+        module->callingBack = operation;
+        module->callback = [this] {
+            for (int i = 0; i < 20; ++i) {
+                manager->registerClaimModule(new HostModule(host, "new", {{"x", 99}}));
+            }
+        };
+    }
+
+    // How often a module that was registered meanwhile was asked.
+    std::ptrdiff_t asked(const std::string& what) const
+    {
+        return std::count(host.effects().begin(), host.effects().end(), "new: " + what);
+    }
+
     HostModule* add(const std::string& name, std::map<std::string, unsigned int> levels)
     {
         auto* const module = new HostModule(host, name, std::move(levels));
@@ -452,6 +485,97 @@ TEST_F(ClaimManager, AModuleThatRefusesTheLogIsNotRegistered)
     const std::size_t modulesBefore = manager->claimModules().size();
     EXPECT_THROW(manager->registerClaimModule(&module), std::runtime_error);
     EXPECT_EQ(manager->claimModules().size(), modulesBefore);
+}
+
+TEST_F(ClaimManager, AModuleRegisteredDuringAQuestionIsAskedFromTheNextOneOn)
+{
+    auto* const first = add("first", {{"x", 5}});
+    add("second", {{"x", 6}});
+    registerOthersDuring(first, "claim");
+    EXPECT_EQ(manager->claim("x"), 6U) << "the later modules of the list are asked all the same";
+    EXPECT_EQ(asked("claim x"), 0);
+    EXPECT_EQ(manager->claim("x"), 99U);
+    EXPECT_EQ(asked("claim x"), 20);
+}
+
+TEST_F(ClaimManager, AModuleRegisteredWhileTheClaimStringsAreMergedIsAskedFromTheNextTimeOn)
+{
+    auto* const first = add("first", {});
+    add("second", {});
+    registerOthersDuring(first, "getDeviceClaimStrings");
+    EXPECT_EQ(manager->getDeviceClaimStrings(),
+              lines({"second/1", "second/2", "first/1", "first/2", "/dev/mapper/", "/dev/emcpower", "/dev/sd"}));
+    EXPECT_EQ(manager->getDeviceClaimStrings().size(), 47U);
+}
+
+TEST_F(ClaimManager, AModuleRegisteredWhileALogIsHandedOutGetsThatLogOnce)
+{
+    auto* const first = add("first", {});
+    auto* const second = add("second", {});
+    registerOthersDuring(first, "registerTraceLog");
+    manager->registerTraceLog(host.log());
+    EXPECT_EQ(second->held().get(), host.log().get());
+    EXPECT_EQ(asked("gets a log"), 20);
+    EXPECT_EQ(asked("gets no log"), 0);
+}
+
+TEST_F(ClaimManager, AModuleRegisteredWhileTheWinnerAnswersChangesNothing)
+{
+    auto* const first = add("first", {{"x", 5}});
+    unsigned int partition = untouched;
+    registerOthersDuring(first, "isPartition");
+    EXPECT_EQ(manager->isPartition("x"), 1);
+    auto* const stronger = add("stronger", {{"x", 100}});
+    registerOthersDuring(stronger, "appendPartitionSuffix");
+    EXPECT_EQ(manager->appendPartitionSuffix("x", 3), "x#3");
+    registerOthersDuring(stronger, "removePartitionSuffix");
+    EXPECT_EQ(manager->removePartitionSuffix("x", partition), "whole of x");
+}
+
+TEST_F(ClaimManager, AModuleRegisteredByOneThatIsBeingRegisteredComesBeforeIt)
+{
+    auto* const outer = new HostModule(host, "outer", {});
+    registerOthersDuring(outer, "registerTraceLog");
+    manager->registerClaimModule(outer);
+    EXPECT_EQ(manager->claimModules().back(), outer);
+    EXPECT_EQ(manager->claimModules().size(), 24U);
+}
+
+TEST_F(ClaimManager, AModuleRegisteredWhileTheManagerEndsIsDeletedAsWell)
+{
+    class LeavesAnotherBehind : public HostModule {
+    public:
+        LeavesAnotherBehind(Host& host, CKivClaimManager* manager)
+            : HostModule(host, "last words", {}), host(host), manager(manager)
+        {
+        }
+        ~LeavesAnotherBehind() override
+        {
+            for (int i = 0; i < 20; ++i) {
+                manager->registerClaimModule(new HostModule(host, "new", {}));
+            }
+        }
+
+    private:
+        Host& host;
+        CKivClaimManager* manager;
+    };
+    manager->registerClaimModule(new LeavesAnotherBehind(host, manager.get()));
+    add("second", {});
+    manager.reset();
+    EXPECT_EQ(asked("deleted"), 20);
+    EXPECT_EQ(std::count(host.effects().begin(), host.effects().end(), "second: deleted"), 1);
+}
+
+TEST_F(ClaimManager, ItsOwnLogPointerIsHandedToTheModulesAllTheSame)
+{
+    OpenManager own;
+    own.registerTraceLog(host.log());
+    own.registerClaimModule(new HostModule(host, "mine", {}));
+    host.forget();
+    own.registerTraceLog(own.held());
+    EXPECT_EQ(host.effectsInside(), lines({"mine: gets a log"}));
+    EXPECT_EQ(own.held().get(), host.log().get());
 }
 
 TEST(ClaimManagerTracing, AThrowingExitRecordPassesThroughEveryOperation)

@@ -25,7 +25,21 @@ kivclaim_test(claim_on_bundled_string_tools_test PREFIX OnBundledStringTools.
     LIBRARIES kivclaim::kivclaim kivclaim::ztfi_pdk recording_host
     DEFINITIONS ${captured})
 
+# The same library while memory, locks, log or pauses fail.
+kivclaim_test(fault_test
+    SOURCES
+        faults/every_operation_test.cpp
+        faults/failing_allocation_test.cpp
+        faults/failing_allocations.cpp
+        faults/failing_machine_test.cpp
+        faults/module_entry_test.cpp
+        faults/operations.cpp
+        recording_string_tool.cpp
+    LIBRARIES kivclaim::kivclaim recording_host)
+
 if(NOT KIVCLAIM_SANITIZERS)
+    # One of its tests loses memory, as the claim manager does when its construction fails.
     kivclaim_test(allocation_failure_test
-        SOURCES allocation_failure_test.cpp LIBRARIES kivclaim::kivclaim recording_host)
+        SOURCES allocation_failure_test.cpp faults/failing_allocations.cpp
+        LIBRARIES kivclaim::kivclaim recording_host)
 endif()

@@ -270,6 +270,74 @@ TEST_F(DeviceMapper, AnExceptionWhileAppendingGivesTheDeviceBack)
     }
 }
 
+TEST_F(DeviceMapper, ALogThatKeepsThrowingChangesNoAnswerOfAHandler)
+{
+    const auto answers = [&](const std::function<void()>& thrower) {
+        unsigned int partition = untouched;
+        host.failsTracing("CKivDeviceMapperClaim::isPartition: ", thrower);
+        EXPECT_EQ(module.isPartition("/dev/mapper/x"), 0);
+        host.failsTracing("INFO: CKivDeviceMapperClaim::appendPartitionSuffix: ", thrower);
+        EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/a", 1), "/dev/mapper/a");
+        host.failsTracing("CKivDeviceMapperClaim::removePartitionSuffix: ", thrower);
+        EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/a-part1", partition), "/dev/mapper/a-part1");
+        EXPECT_EQ(partition, untouched);
+        EXPECT_EQ(module.removePartitionSuffix("/dev/sda1", partition), "/dev/sda1");
+        EXPECT_EQ(partition, untouched);
+    };
+    answers([] { throw 42; });
+    EXPECT_EQ(host.trace(2), lines({"CKivDeviceMapperClaim::isPartition: Unknown exception caught"}));
+    EXPECT_EQ(host.trace(1), lines({"INFO: CKivDeviceMapperClaim::appendPartitionSuffix: Unknown exception caught",
+                                    "CKivDeviceMapperClaim::removePartitionSuffix: Unknown exception caught",
+                                    "CKivDeviceMapperClaim::removePartitionSuffix: [/dev/sda1] is a Wrong partition "
+                                    "name",
+                                    "CKivDeviceMapperClaim::removePartitionSuffix: Unknown exception caught"}));
+    answers([] { throw std::out_of_range("position"); });
+    EXPECT_EQ(host.logCount(), 2U);
+}
+
+TEST_F(DeviceMapper, AThreadThatEndsInsideTheRecordOfAHandlerIsNotKeptAlive)
+{
+    unsigned int partition = 0;
+    const std::pair<const char*, std::function<void()>> operations[] = {
+        {"CKivDeviceMapperClaim::isPartition: ", [&] { module.isPartition("/dev/x"); }},
+        {"INFO: CKivDeviceMapperClaim::appendPartitionSuffix: ", [&] { module.appendPartitionSuffix("/dev/x", 1); }},
+        {"CKivDeviceMapperClaim::removePartitionSuffix: ", [&] { module.removePartitionSuffix("/dev/x", partition); }},
+        {"CKivDeviceMapperClaim::createLvmDeviceNamesList: ", [&] { module.createLvmDeviceNamesList(); }}};
+    for (const bool outOfRange : {false, true}) {
+        for (const auto& [record, operation] : operations) {
+            int records = 0;
+            bool wentOn = false;
+            host.failsTracing(record, [&records, outOfRange] {
+                if (++records == 2) {
+                    pthread_exit(nullptr);
+                }
+                outOfRange ? throw std::out_of_range("position") : throw 42;
+            });
+            std::thread([&, &run = operation] {
+                run();
+                wentOn = true;
+            }).join();
+            EXPECT_FALSE(wentOn) << record;
+            EXPECT_EQ(host.logCount(), 2U) << record;
+        }
+    }
+}
+
+TEST_F(DeviceMapper, ACandidateWithANulCannotBeOpened)
+{
+    host.kernelRelease("3.5.0");
+    host.device("/dev/sdb");
+    host.device("/dev/mapper/a");
+    using namespace std::string_literals;
+    unsigned int partition = untouched;
+    EXPECT_EQ(module.isPartition("/dev/sdb\000x1"s), 0);
+    EXPECT_EQ(module.isPartition("/dev/sdb\0"s + "1"), 1) << "the second candidate has none";
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/a\000-part1"s, partition), "/dev/mapper/a\000-part1"s);
+    EXPECT_EQ(partition, 0U);
+    EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/a\000x"s, 1), "/dev/mapper/a\000x"s);
+    EXPECT_EQ(host.calls(), lines({"open /dev/sdb: yes", "close /dev/sdb", "uname", "uname", "uname"}));
+}
+
 TEST_F(DeviceMapper, TakesAOneDigitPartitionApart)
 {
     for (const char* const release : {"3.0.0", "5.3.18"}) {
@@ -524,6 +592,38 @@ TEST_F(DeviceMapper, AWaitStatusOfNoKnownClassComesBackInSilence)
     EXPECT_EQ(module.getExecPipeWaitPidStatus(0x1FFFF), 0x1FFFF);
     EXPECT_EQ(module.getExecPipeWaitPidStatus(-1), -1);
     EXPECT_EQ(host.effects(), lines({}));
+}
+
+TEST(DeviceMapperWithoutALog, FailsTheSame)
+{
+    Host host;
+    CKivDeviceMapperClaim module;
+    host.fails("/sbin/lvdisplay", 5, 5 << 8, {"  one"}).times(2);
+    EXPECT_EQ(module.createLvmDeviceNamesList(), 6);
+    EXPECT_EQ(module.isLinuxLogicalVolume("/dev/mapper/mpatha"), 0);
+    host.throws("/sbin/lvdisplay", [] { throw 42; });
+    EXPECT_EQ(module.createLvmDeviceNamesList(), 1);
+    EXPECT_EQ(host.effects(), host.calls()) << "no record";
+}
+
+TEST(DeviceMapperWithoutALog, FollowsEveryReleaseTheSame)
+{
+    Host host;
+    CKivDeviceMapperClaim module;
+    unsigned int partition = untouched;
+    host.kernelRelease("3.0.0");
+    EXPECT_EQ(module.getSuSEVersion(), 11);
+    EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpatha", 1), "/dev/mapper/mpatha_part1");
+    EXPECT_EQ(module.appendPartitionSuffix("", 1), "");
+    host.kernelRelease("3.5.0");
+    host.device("/dev/mapper/mpatha");
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpatha1", partition), "/dev/mapper/mpatha");
+    EXPECT_EQ(partition, 1U);
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpathb-part1", partition), "/dev/mapper/mpathb-part1");
+    EXPECT_EQ(partition, 0U);
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/mpatha", partition), "/dev/mapper/mpatha");
+    EXPECT_EQ(EverythingIsAPartition().removePartitionSuffix("/dev/mapper/x", partition), "/dev/mapper/x");
+    EXPECT_EQ(host.effects(), host.calls()) << "no record";
 }
 
 TEST(DeviceMapperWithoutALog, AnswersTheSame)

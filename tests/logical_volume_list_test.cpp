@@ -290,6 +290,16 @@ TEST_F(LvList, AnExceptionOfTheRunnerIsSwallowed)
     EXPECT_EQ(host.trace(6).back(), "CKivDeviceMapperClaim::isLinuxLogicalVolume: creating LVM device list failed");
 }
 
+TEST_F(LvList, ALogThatKeepsThrowingIsSwallowedAsWell)
+{
+    host.failsTracing("CKivDeviceMapperClaim::createLvmDeviceNamesList: ");
+    EXPECT_EQ(module.createLvmDeviceNamesList(), 1);
+    EXPECT_EQ(host.trace(2), lines({"CKivDeviceMapperClaim::createLvmDeviceNamesList: Unknown exception caught"}));
+    EXPECT_EQ(host.logCount(), 2U);
+    EXPECT_EQ(module.isLinuxLogicalVolume("/dev/mapper/vg00-lvol1"), 0);
+    EXPECT_EQ(module.claim("/dev/mapper/vg00-lvol1"), 16U);
+}
+
 TEST_F(LvList, AnEmptyListIsBuiltAgainForEveryQuestion)
 {
     host.prints(listing, {}).times(3);

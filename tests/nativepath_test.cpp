@@ -48,6 +48,12 @@ private:
     Lines strings;
 };
 
+// A module with its own idea of a device's name.
+class NamesEverythingSdx : public CNativePathClaim {
+public:
+    std::string removeDevPrefix(std::string /*device*/) override { return "sdx"; }
+};
+
 // Writes down the question and answers it in the negative.
 class NeverRaw : public CNativePathClaim {
 public:
@@ -458,6 +464,14 @@ TEST_F(NativePathUnderTheVolumeManager, AsksWhetherTheDeviceIsRawAndIgnoresTheAn
                                 "run [/usr/sbin/ztkivadm   getsubpaths  kivnodename=kiv0_1]",
                                 "isRawDevice /dev/sdc",
                             }));
+}
+
+TEST_F(NativePathUnderTheVolumeManager, NamesTheDiskByTheBasesRuleWhateverADerivedModuleSays)
+{
+    NamesEverythingSdx derived;
+    host.prints(nodeOfSdc, nodeTable);
+    host.prints(pathsOfNode, pathTable);
+    EXPECT_EQ(derived.getActivePath("/dev/sdc", true), "/dev/sdf");
 }
 
 TEST_F(NativePathUnderTheVolumeManager, HoldsTheLogForTheSupportObjectOnlyMeanwhile)

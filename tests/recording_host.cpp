@@ -21,6 +21,8 @@ Host* currentHost = nullptr;
 
 constexpr int firstDescriptor = 100000;
 
+thread_local int depthInsideHost = 0;
+
 bool startsWith(const std::string& text, const std::string& start)
 {
     return text.compare(0, start.size(), start) == 0;
@@ -46,6 +48,21 @@ Lines without(const Lines& all, bool (*unwanted)(const std::string&))
 }  // namespace
 
 int RecordingLog::destroyed = 0;
+
+InsideHost::InsideHost()
+{
+    ++depthInsideHost;
+}
+
+InsideHost::~InsideHost()
+{
+    --depthInsideHost;
+}
+
+bool InsideHost::isHere()
+{
+    return depthInsideHost > 0;
+}
 
 Host::Host() : rawLog(new RecordingLog(""))
 {
@@ -210,6 +227,7 @@ bool Host::closeDescriptor(int descriptor)
 
 void CFiTraceLog::trace(int level, const char* format, ...)
 {
+    const recording::InsideHost inside;
     auto* const log = dynamic_cast<recording::RecordingLog*>(this);
     ASSERT_NE(log, nullptr) << "a record for a log that this host did not make";
     va_list arguments;
@@ -227,12 +245,18 @@ void CFiTraceLog::trace(int level, const char* format, ...)
 
 CFiExecPipePosix::CFiExecPipePosix(int selector)
 {
+    const recording::InsideHost inside;
     EXPECT_EQ(selector, 1);
+    const recording::Host* const host = recording::Host::current();
+    if (host != nullptr && host->onRunner) {
+        host->onRunner();
+    }
 }
 
 int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output, std::string third,
                           unsigned long timeoutSeconds, std::string fifth, std::string sixth, std::string seventh)
 {
+    const recording::InsideHost inside;
     EXPECT_TRUE(output.empty()) << "the list for the output must come empty";
     recording::Host::noteLimit(timeoutSeconds);
     EXPECT_EQ(third + fifth + sixth + seventh, "");

@@ -86,6 +86,8 @@ public:
     // All effects but records.
     Lines calls() const;
     void forget() { written.clear(); }
+    // Takes the scripts back that nobody used.
+    void dropScripts() { scripts.clear(); }
 
     // Scripts. A command line is taken to the letter; scripts of one command line are used up in order.
     Script& prints(const std::string& command, const Lines& output);
@@ -106,6 +108,18 @@ public:
     }
     // What a search without a hit leaves in the line index; the contract is to leave it alone.
     std::optional<unsigned long> indexAfterMiss;
+    // Called by the constructor of the command runner, when set.
+    std::function<void()> onRunner;
+    // What the next pauses leave over; a pause that is not listed ends by itself. Only such a pause leaves errno alone.
+    std::vector<unsigned int> leftOverByPauses;
+    // A signal that arrives so many milliseconds after the beginning of each pause, on a clock of the host's own that
+    // pauses alone move on; what a pause leaves over is cut to whole seconds, as sleep() does. 0: no signal.
+    long signalMilliseconds = 0;
+    long clockMilliseconds = 0;
+    // uname fails and writes nothing.
+    bool unameFails = false;
+    // The error of every open, instead of the truth.
+    int openError = 0;
     // A line that every search claims to contain its text, at its beginning, whatever it contains.
     std::string falseHit;
     // Where a search with a hit says that the hit is, instead of the truth.
@@ -159,8 +173,27 @@ public:
     ~FailingLocks();
 };
 
+// While it lives, locking a framework mutex fails on this thread once: behind the next `successes` calls.
+class OneFailingLock {
+public:
+    explicit OneFailingLock(int successes);
+    ~OneFailingLock();
+    // Whether that call has been made.
+    static bool hasFailed();
+};
+
 // How many framework mutexes this thread holds now.
 int locksHeld();
+
+// While it lives, this thread is inside one of the played operations: what happens there is the host's affair.
+class InsideHost {
+public:
+    InsideHost();
+    ~InsideHost();
+    InsideHost(const InsideHost&) = delete;
+    InsideHost& operator=(const InsideHost&) = delete;
+    static bool isHere();
+};
 
 }  // namespace recording
 

@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include <fcntl.h>
 
@@ -23,6 +24,20 @@ constexpr int unlimited = -1;
 
 thread_local int lockSuccessesLeft = unlimited;
 thread_local int heldLocks = 0;
+thread_local bool oneFailureOnly = false;
+
+// One pause into which a signal may come.
+unsigned int interrupted(Host& host, unsigned int seconds)
+{
+    const long whole = static_cast<long>(seconds) * 1000;
+    if (whole <= host.signalMilliseconds) {
+        host.clockMilliseconds += whole;
+        return 0;
+    }
+    host.clockMilliseconds += host.signalMilliseconds;
+    errno = EINTR;
+    return static_cast<unsigned int>((whole - host.signalMilliseconds) / 1000);
+}
 
 bool mayGoOn(int& successesLeft)
 {
@@ -50,6 +65,23 @@ FailingLocks::~FailingLocks()
     lockSuccessesLeft = unlimited;
 }
 
+OneFailingLock::OneFailingLock(int successes)
+{
+    lockSuccessesLeft = successes;
+    oneFailureOnly = true;
+}
+
+OneFailingLock::~OneFailingLock()
+{
+    lockSuccessesLeft = unlimited;
+    oneFailureOnly = false;
+}
+
+bool OneFailingLock::hasFailed()
+{
+    return lockSuccessesLeft == unlimited;
+}
+
 int locksHeld()
 {
     return heldLocks;
@@ -62,6 +94,7 @@ namespace ACE_OS {
 int mutex_lock(ACE_mutex_t* mutex)
 {
     if (!mayGoOn(lockSuccessesLeft)) {
+        lockSuccessesLeft = oneFailureOnly ? unlimited : 0;
         errno = EDEADLK;
         return -1;
     }
@@ -85,7 +118,12 @@ int uname(utsname* name)
     if (host == nullptr) {
         return static_cast<int>(syscall(SYS_uname, name));
     }
+    const recording::InsideHost inside;
     host->write("uname");
+    if (host->unameFails) {
+        errno = EFAULT;
+        return -1;
+    }
     *name = {};
     std::snprintf(name->release, sizeof name->release, "%s", host->release().c_str());
     return 0;
@@ -101,11 +139,12 @@ int open(const char* path, int flags, ...)
         va_end(arguments);
         return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
     }
+    const recording::InsideHost inside;
     EXPECT_EQ(flags, O_RDONLY) << path;
-    const bool exists = host->hasDevice(path);
+    const bool exists = host->openError == 0 && host->hasDevice(path);
     host->write("open " + std::string(path) + (exists ? ": yes" : ": no"));
     if (!exists) {
-        errno = ENOENT;
+        errno = host->openError != 0 ? host->openError : ENOENT;
         return -1;
     }
     return host->openDescriptor(path);
@@ -113,6 +152,7 @@ int open(const char* path, int flags, ...)
 
 int close(int descriptor)
 {
+    const recording::InsideHost inside;
     Host* const host = Host::current();
     if (host != nullptr && host->closeDescriptor(descriptor)) {
         return 0;
@@ -126,6 +166,7 @@ int access(const char* path, int mode) noexcept
     if (host == nullptr) {
         return static_cast<int>(syscall(SYS_access, path, mode));
     }
+    const recording::InsideHost inside;
     EXPECT_EQ(mode, X_OK) << path;
     const bool executable = host->hasExecutable(path);
     host->write("access " + std::string(path) + (executable ? ": yes" : ": no"));
@@ -136,6 +177,17 @@ int access(const char* path, int mode) noexcept
     return 0;
 }
 
+int clock_gettime(clockid_t clock, timespec* now) noexcept
+{
+    const Host* const host = Host::current();
+    if (host == nullptr || host->signalMilliseconds == 0 || clock != CLOCK_MONOTONIC) {
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+    }
+    now->tv_sec = host->clockMilliseconds / 1000;
+    now->tv_nsec = host->clockMilliseconds % 1000 * 1000000;
+    return 0;
+}
+
 unsigned int sleep(unsigned int seconds)
 {
     Host* const host = Host::current();
@@ -143,8 +195,18 @@ unsigned int sleep(unsigned int seconds)
         ADD_FAILURE() << "a test must not sleep";
         return 0;
     }
+    const recording::InsideHost inside;
     host->write("sleep " + std::to_string(seconds));
-    return 0;
+    if (host->signalMilliseconds != 0) {
+        return interrupted(*host, seconds);
+    }
+    if (host->leftOverByPauses.empty()) {
+        return 0;
+    }
+    const unsigned int left = host->leftOverByPauses.front();
+    host->leftOverByPauses.erase(host->leftOverByPauses.begin());
+    errno = EINTR;
+    return left;
 }
 
 }  // extern "C"

@@ -1,12 +1,19 @@
 // Reference count, counting pointer, traceable base and scope tracer.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wuse-after-free"  // g++ cannot follow the count
+#endif
 #include "framework/cfitracelog.h"
 #include "tests/recording_host.h"
 
+#include <ace/Malloc_Allocator.h>
 #include <gtest/gtest.h>
 
+#include <new>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 using recording::FailingLocks;
 using recording::Host;
@@ -38,6 +45,25 @@ private:
 };
 
 using SharedPointer = CFiSmartPtr<Shared>;
+
+// A counted object that writes down how many locks are held while its count changes.
+class WatchesItsLock : public virtual CFiRefCount {
+public:
+    explicit WatchesItsLock(recording::Lines& diary) : diary(diary) {}
+    unsigned int increment() override
+    {
+        diary.push_back("up under " + std::to_string(recording::locksHeld()));
+        return CFiRefCount::increment();
+    }
+    unsigned int decrement() override
+    {
+        diary.push_back("down under " + std::to_string(recording::locksHeld()));
+        return CFiRefCount::decrement();
+    }
+
+private:
+    recording::Lines& diary;
+};
 
 class SmartPointer : public testing::Test {
 protected:
@@ -185,6 +211,22 @@ TEST_F(SmartPointer, CopyKeepsThePointerUncountedWhenTheLockFails)
     EXPECT_EQ(diary, lines({}));
 }
 
+TEST_F(SmartPointer, AnUncountedCopyTakesAnotherHoldersReference)
+{
+    SharedPointer first;
+    first.acquire(new Shared(diary));
+    SharedPointer second(first);
+    {
+        const FailingLocks failing(0);
+        SharedPointer copy(first);
+        const FailingLocks working(-1);
+        EXPECT_EQ(copy.release(), 1) << "the count of two holders, of which one has been robbed";
+    }
+    EXPECT_EQ(second.release(), 0);
+    EXPECT_EQ(diary.size(), 1U) << "deleted, though the first pointer still holds it";
+    new (&first) SharedPointer;  // what it points to is gone
+}
+
 TEST_F(SmartPointer, ACopyOfAnEmptyPointerIsEmpty)
 {
     const SharedPointer empty;
@@ -234,6 +276,82 @@ TEST_F(SmartPointer, SelfAssignmentTouchesNothing)
     const FailingLocks working(-1);
 }
 
+TEST_F(SmartPointer, SelfAssignmentOfTheOnlyHolderDeletesNothing)
+{
+    SharedPointer pointer;
+    pointer.acquire(new Shared(diary));
+    const SharedPointer& same = pointer;
+    pointer = same;
+    EXPECT_EQ(diary, lines({}));
+    ASSERT_NE(pointer.get(), nullptr);
+    EXPECT_EQ(pointer->getCount(), 1U);
+}
+
+TEST_F(SmartPointer, NullIsStoredAlthoughTheOldReferentCouldNotBeLocked)
+{
+    SharedPointer keeper;
+    keeper.acquire(new Shared(diary));
+    SharedPointer assigned(keeper);
+    SharedPointer acquired(keeper);
+    {
+        const FailingLocks failing;
+        assigned = SharedPointer();
+        EXPECT_EQ(acquired.acquire(nullptr), -1);
+    }
+    EXPECT_EQ(assigned.get(), nullptr);
+    EXPECT_EQ(acquired.get(), nullptr);
+    EXPECT_EQ(keeper->getCount(), 3U) << "the two references are lost";
+    keeper->decrement();
+    keeper->decrement();
+}
+
+TEST_F(SmartPointer, TheOldReferentStaysWhenNeitherCanBeLocked)
+{
+    SharedPointer keeper;
+    keeper.acquire(new Shared(diary));
+    SharedPointer assigned(keeper);
+    SharedPointer other;
+    other.acquire(new Shared(diary));
+    {
+        const FailingLocks failing;
+        assigned = other;
+        EXPECT_EQ(assigned.get(), keeper.get());
+        EXPECT_EQ(assigned.acquire(other.get()), -1);
+        EXPECT_EQ(assigned.get(), keeper.get());
+    }
+    EXPECT_EQ(keeper->getCount(), 2U);
+    EXPECT_EQ(other->getCount(), 1U);
+}
+
+TEST_F(SmartPointer, EveryChangeOfTheCountHappensUnderTheReferentsLock)
+{
+    CFiSmartPtr<WatchesItsLock> first;
+    first.acquire(new WatchesItsLock(diary));
+    CFiSmartPtr<WatchesItsLock> second(first);
+    CFiSmartPtr<WatchesItsLock> third;
+    third = second;
+    third.release();
+    second.release();
+    first.release();
+    EXPECT_EQ(diary, lines({"up under 1", "up under 1", "up under 1", "down under 1", "down under 1", "down under 1",
+                            "up under 1"}));
+    EXPECT_EQ(recording::locksHeld(), 0);
+}
+
+TEST_F(SmartPointer, EveryLockThatWasTakenIsGivenBack)
+{
+    SharedPointer first;
+    first.acquire(new Shared(diary));
+    EXPECT_EQ(recording::locksHeld(), 0) << "acquire";
+    SharedPointer second(first);
+    EXPECT_EQ(recording::locksHeld(), 0) << "copy";
+    SharedPointer third;
+    third = first;
+    EXPECT_EQ(recording::locksHeld(), 0) << "assignment";
+    third.release();
+    EXPECT_EQ(recording::locksHeld(), 0) << "release";
+}
+
 TEST_F(SmartPointer, SeveralThreadsMayCopyAndReleaseOneReferent)
 {
     SharedPointer pointer;
@@ -278,6 +396,53 @@ TEST(TraceLog, LetsGoOfItsErrorManagerWhenItEnds)
     log.acquire(new Log(new Manager(diary)));
     EXPECT_EQ(log.release(), 0);
     EXPECT_EQ(diary, lines({"error manager deleted"}));
+}
+
+TEST(TraceLog, EndsWithItsErrorManagerThenItsTextsFromTheLastToTheFirst)
+{
+    class Memory : public ACE_New_Allocator {
+    public:
+        Memory(recording::Lines& diary, std::string text) : diary(diary), text(std::move(text)) {}
+        void free(void* memory) override
+        {
+            diary.push_back(text + " freed");
+            ACE_New_Allocator::free(memory);
+        }
+
+    private:
+        recording::Lines& diary;
+        std::string text;
+    };
+    class Manager : public CFiErrorManager {
+    public:
+        explicit Manager(recording::Lines& diary) : diary(diary) {}
+        ~Manager() override { diary.push_back("error manager deleted"); }
+
+    private:
+        recording::Lines& diary;
+    };
+    class Log : public CFiTraceLog {
+    public:
+        Log(recording::Lines& diary, std::vector<Memory>& memory)
+        {
+            errorManager.acquire(new Manager(diary));
+            for (std::size_t i = 0; i < 5; ++i) {
+                texts[i].~ACE_String_Base<char>();
+                new (&texts[i]) ACE_String_Base<char>("text", &memory[i]);
+            }
+        }
+    };
+    recording::Lines diary;
+    std::vector<Memory> memory;
+    for (int i = 0; i < 5; ++i) {
+        memory.emplace_back(diary, "text " + std::to_string(i));
+    }
+    LogPointer log;
+    log.acquire(new Log(diary, memory));
+    diary.clear();
+    EXPECT_EQ(log.release(), 0);
+    EXPECT_EQ(diary, lines({"error manager deleted", "text 4 freed", "text 3 freed", "text 2 freed", "text 1 freed",
+                            "text 0 freed"}));
 }
 
 TEST(ErrorManager, LetsGoOfItsMessagesWhenItEnds)
@@ -368,6 +533,27 @@ TEST(TraceableBase, ARegistrationThatCannotLockLeavesNoLog)
     EXPECT_EQ(object.held().get(), nullptr);
     EXPECT_EQ(recording::RecordingLog::destroyed, destroyedBefore + 1);
     EXPECT_EQ(host.logCount(), 1U);
+}
+
+TEST(TraceableBase, ACopyOfAPointerInsideTheOldLogMayBeRegistered)
+{
+    class LogWithItsSuccessor : public recording::RecordingLog {
+    public:
+        explicit LogWithItsSuccessor(const LogPointer& next) : RecordingLog("old"), next(next) {}
+        LogPointer next;
+    };
+    Host host;
+    Traceable object;
+    LogPointer old;
+    auto* const log = new LogWithItsSuccessor(host.log());
+    old.acquire(log);
+    object.registerTraceLog(old);
+    old.release();
+    const int destroyedBefore = recording::RecordingLog::destroyed;
+    object.registerTraceLog(LogPointer(log->next));
+    EXPECT_EQ(recording::RecordingLog::destroyed, destroyedBefore + 1);
+    EXPECT_EQ(object.held().get(), host.log().get());
+    EXPECT_EQ(host.logCount(), 2U);
 }
 
 TEST(TraceableBase, TheLastHolderDeletesTheLog)

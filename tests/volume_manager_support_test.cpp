@@ -96,6 +96,13 @@ TEST_F(VolumeManagerSupport, APathWithoutExecutePermissionIsNotAvailable)
         << "blanks inside stay";
 }
 
+TEST_F(VolumeManagerSupport, ACommandWithANulIsNotAvailable)
+{
+    host.executable("/usr/sbin/ztkivadm");
+    EXPECT_FALSE(support.isCommandAvailable({"/usr/sbin/ztkivadm\0", 19}, "x"));
+    EXPECT_EQ(host.calls(), lines({}));
+}
+
 TEST_F(VolumeManagerSupport, TheMultipathingToolIsLookedUpAnewEveryTime)
 {
     EXPECT_FALSE(support.isZtKIVInstalled());
@@ -176,6 +183,47 @@ TEST_F(VolumeManagerSupport, EveryOtherExceptionPassesThroughTheRunner)
     host.throws("/bin/x", [] { throw 42; });
     EXPECT_THROW(support.executeCommand("/bin/x", output), int);
     EXPECT_EQ(output, lines({}));
+    EXPECT_EQ(host.trace(1), lines({}));
+}
+
+TEST_F(VolumeManagerSupport, ACommandMayStandInTheLinesThatItsOutputReplaces)
+{
+    constexpr char command[] = "/bin/x with words enough for the heap";
+    host.prints(command, lines({"out"}));
+    output = {command};
+    EXPECT_EQ(support.executeCommand(output[0].c_str(), output), 0);
+    EXPECT_EQ(output, lines({"out"}));
+    EXPECT_EQ(host.trace(3), lines({"ExecuteCommand command: /bin/x with words enough for the heap"}));
+}
+
+TEST_F(VolumeManagerSupport, NoCommandAtAllAnswersOneAndRunsNothing)
+{
+    EXPECT_EQ(support.executeCommand(nullptr, output), 1);
+    EXPECT_EQ(output, lines({}));
+    EXPECT_EQ(host.effectsWithoutLineNumbers(),
+              lines({"6 Entering Function executeCommand [kiv_nativepath_claim.cpp]",
+                     "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]"}));
+}
+
+TEST_F(VolumeManagerSupport, AnExceptionOfTheRunnersConstructorIsOneOfItsRuns)
+{
+    host.onRunner = [] { throw EFiExecPipe{"secret", L"secret", 13, 256}; };
+    EXPECT_EQ(support.executeCommand("/bin/x", output), 1);
+    EXPECT_EQ(output, lines({}));
+    EXPECT_EQ(host.effectsInside(),
+              lines({"3 ExecuteCommand command: /bin/x", "1 ExecuteCommand - exception thrown in command execution."}));
+    host.onRunner = [] { throw std::out_of_range("of the host"); };
+    EXPECT_THROW(support.executeCommand("/bin/x", output), std::out_of_range);
+    EXPECT_EQ(host.trace(1), lines({"ExecuteCommand - exception thrown in command execution."}));
+}
+
+TEST_F(VolumeManagerSupport, AnEFiExecPipeOfTheLogIsNoneOfTheRunner)
+{
+    host.failsTracing("ExecuteCommand", [] { throw EFiExecPipe(); });
+    EXPECT_THROW(support.executeCommand("/bin/x", output), EFiExecPipe);
+    host.prints("/bin/x", lines({"a"}));
+    host.failsTracing("ExecuteCommand passed", [] { throw EFiExecPipe(); });
+    EXPECT_THROW(support.executeCommand("/bin/x", output), EFiExecPipe);
     EXPECT_EQ(host.trace(1), lines({}));
 }
 
@@ -720,6 +768,46 @@ TEST_F(VolumeManagerSupport, TheRefreshedFormPausesBeforeItAsksAgain)
                                    "runner with a log",
                                    "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
     EXPECT_EQ(host.trace(6)[host.trace(6).size() - 2], "After refresh, obtained kiv nodes is [kiv0_1].");
+}
+
+// Pauses into which signals come.
+
+TEST_F(VolumeManagerSupport, WhatASignalLeavesOfAPauseIsSleptAsWell)
+{
+    host.fails(nodeOfSdc, 1, 256, {});
+    host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+    host.prints(rescanSdc, {});
+    host.leftOverByPauses = {3, 1};
+    EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
+    EXPECT_EQ(host.calls(),
+              lines({"runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]", "sleep 5", "sleep 3",
+                     "sleep 1", "runner with a log", "run [/usr/sbin/ztdisk   scandisks  device=sdc]",
+                     "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
+}
+
+TEST_F(VolumeManagerSupport, WhatASignalLeavesOfARefreshedPauseIsSleptAsWell)
+{
+    host.fails(nodeOfSdc, 1, 256, {}).times(2);
+    host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+    host.prints(rescanAll, {}).times(2);
+    host.leftOverByPauses = {9};
+    EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), 0);
+    const Lines calls = host.calls();
+    EXPECT_EQ(Lines(calls.begin() + 6, calls.begin() + 8), lines({"sleep 10", "sleep 9"}));
+}
+
+TEST_F(VolumeManagerSupport, ATimerThatInterruptsEveryPauseDoesNotShortenIt)
+{
+    for (const long milliseconds : {100L, 333L, 999L, 1000L, 1001L, 4000L, 4999L, 5000L}) {
+        host.fails(nodeOfSdc, 1, 256, {});
+        host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+        host.prints(rescanSdc, {});
+        host.signalMilliseconds = milliseconds;
+        host.clockMilliseconds = 0;
+        EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
+        EXPECT_GE(host.clockMilliseconds, 5000) << milliseconds;
+        EXPECT_LT(host.clockMilliseconds, 6000) << milliseconds;
+    }
 }
 
 // Records, exceptions and the log.
