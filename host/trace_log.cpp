@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 #include <typeinfo>
 #include <utility>
 
@@ -43,9 +44,9 @@ public:
     void format(const spdlog::details::log_msg& message, const std::tm& /*time*/,
                 spdlog::memory_buf_t& destination) override
     {
-        static constexpr spdlog::string_view_t names[] = {"detail  ", "detail  ", "info    ",
-                                                          "warning ", "error   ", "critical"};
-        const spdlog::string_view_t name = names[std::min<int>(message.level, spdlog::level::critical)];
+        static constexpr std::string_view names[] = {"detail  ", "detail  ", "info    ",
+                                                     "warning ", "error   ", "critical"};
+        const std::string_view name = names[std::min<int>(message.level, spdlog::level::critical)];
         destination.append(name.data(), name.data() + name.size());
     }
 

@@ -7,12 +7,7 @@ release=bookworm
 unfinished=${archive%.tar}.unfinished.tar
 [ ! -e "$archive" ] || exit 0
 
-sources=$(apt-get indextargets --format "deb \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" 'Created-By: Packages' \
-    'Origin: Debian' | grep -E "^deb [^ ]+ $release(-[a-z]+)? main\$" | sort -u)
-if [ -z "$sources" ]; then
-    echo "apt knows no source of Debian $release: add one to /etc/apt/sources.list.d and run apt-get update" >&2
-    exit 1
-fi
+sources=$("$(dirname "${BASH_SOURCE[0]}")/debian_sources.sh" "$release")
 mmdebstrap --variant=minbase --skip=cleanup/apt/lists --include=g++,cmake,make "$release" "$unfinished" \
     "$sources" >"$archive.log" 2>&1 || { tail -n 20 "$archive.log" >&2 && exit 1; }
 mv "$unfinished" "$archive"

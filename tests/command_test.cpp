@@ -282,8 +282,8 @@ TEST(CommandUsage, SaysInOneLineWhatWasWrongAndWhatIsRight)
     EXPECT_THAT(complaint({"claim", "--frobnicate", "x"}), HasSubstr("--frobnicate"));
     EXPECT_THAT(complaint({"partition", "/dev/emcpowera"}), HasSubstr("N is required"));
     EXPECT_THAT(complaint({"partition", "/dev/emcpowera", "1", "2"}), HasSubstr("usage: kivclaim partition"));
-    EXPECT_THAT(complaint({"--trace", "7", "prefixes"}), HasSubstr("0 to 6"));
-    EXPECT_THAT(complaint({"--trace", "x", "prefixes"}), HasSubstr("--trace"));
+    EXPECT_THAT(complaint({"--trace", "7", "prefixes"}), HasSubstr("--trace: '7' is no level; take 0 to 6"));
+    EXPECT_THAT(complaint({"--trace", "x", "prefixes"}), HasSubstr("'x' is no level; take 0 to 6"));
     EXPECT_THAT(complaint({"list", "-o", "DEVICE,NAME"}),
                 HasSubstr("'NAME' is no column; the columns are DEVICE, STACK, LEVEL, PART and WHOLE"));
     EXPECT_THAT(complaint({"list", "--json", "--raw"}), HasSubstr("excludes"));

@@ -14,9 +14,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release" 
     set(is_shipped_build TRUE)
 endif()
 
-set(mode any-compiler)
+set(mode any-build)
 if(is_shipped_build)
-    set(mode exact)
+    set(mode shipped-build)
 endif()
 add_test(NAME Contract.ExportedSymbolsOfThePlugIn
          COMMAND ${contract_scripts}/check_symbols.sh ${mode} ${contract}/${plug_in_name}.symbols

@@ -1,20 +1,24 @@
 #!/usr/bin/env bash
-# Compares what a library exports with the golden list: check_symbols.sh exact|any-compiler LIST LIBRARY.
+# Compares what a library exports with the golden list: check_symbols.sh shipped-build|any-build LIST LIBRARY.
 #
 # Tables and type information of the framework's header code are in every library that uses them, and which of them that
-# are is up to compiler and optimisation. `exact` compares them as well, `any-compiler` leaves them out.
+# are is up to compiler and optimisation. They are compared as well in the build that is shipped where it comes from the
+# toolchain of the list, and left out everywhere else.
 set -euo pipefail
 export LC_ALL=C
 here=$(dirname "${BASH_SOURCE[0]}")
 mode=$1 list=$2 library=$3
 
+case $mode in
+    shipped-build) comparison=$("$here/comparison.sh" "$library") ;;
+    any-build) comparison='shared: not the build that is shipped' ;;
+    *) echo "'$mode' is no mode: take shipped-build or any-build" >&2 && exit 2 ;;
+esac
+echo "$comparison"
+
 header_code='^_ZT[ISTV]N12ztfi_pdk_4_4'
 relevant() {
-    case $mode in
-        exact) cat ;;
-        any-compiler) grep -vE "$header_code" ;;
-        *) echo "'$mode' is no mode: take exact or any-compiler" >&2 && return 2 ;;
-    esac
+    if [[ $comparison == exact:* ]]; then cat; else grep -vE "$header_code"; fi
 }
 
 expected=$(relevant <"$list")

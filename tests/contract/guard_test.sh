@@ -83,7 +83,7 @@ abi() {
 }
 
 symbols() {
-    "$here/check_symbols.sh" any-compiler "$root/contract/$library.symbols" "$library"
+    "$here/check_symbols.sh" any-build "$root/contract/$library.symbols" "$library"
 }
 
 if [ "$library" = libkivclaim.so.1 ]; then

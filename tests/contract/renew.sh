@@ -12,6 +12,7 @@ for library in "$build"/claim/libkivclaim.so.1 "$build"/host/libztfi_pdk.so.4.4;
     "$here/exported_symbols.sh" "$library" >"$contract/$name.symbols"
     "$here/dump_abi.sh" "$library" >"$contract/$name.abi"
 done
+"$here/comparison.sh" --toolchain "$build/claim/libkivclaim.so.1" >"$contract/toolchain"
 installed=$(mktemp -d)
 trap 'rm -rf "$installed"' EXIT
 cmake --install "$build" --prefix "$installed" >/dev/null

@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# Ends `./dev anywhere` before its time, by signals and without a network, and looks at what is left. To be run as root,
+# with the rights of a machine of one's own. Prints a line for each check, and how many passed.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+root=$PWD/build/anywhere/root
+
+log=$(mktemp)
+run=''
+clean_up() {
+    [ -z "$run" ] || kill "$run" 2>/dev/null || true
+    rm -f "$log"
+}
+trap clean_up EXIT
+
+passed=0 failed=0
+# check WHAT EXPECTED ACTUAL
+check() {
+    if [ "$2" = "$3" ]; then
+        echo "  passed: $1"
+        passed=$((passed + 1))
+    else
+        printf '  FAILED: %s\n    expected: %s\n    actual: %s\n' "$@"
+        failed=$((failed + 1))
+    fi
+}
+
+# Every process that works in the root or has something mounted there, and the root itself.
+left() {
+    local process
+    for process in /proc/[0-9]*; do
+        if [[ "$(readlink "$process/root" "$process/cwd" || true)" == *"$root"* ]] ||
+            grep -qsF "$root" "$process/mountinfo"; then
+            tr '\0' ' ' <"$process/cmdline" || true
+        fi
+    done 2>/dev/null
+    [ ! -e "$root" ] || echo "$root"
+}
+
+root_is_made() {
+    [ -e "$root/etc" ]
+}
+
+packages_are_installed() {
+    grep -q 'dev run: ' "$log" && [ -e "$root/usr/bin/git" ]
+}
+
+code_is_compiled() {
+    [ -e "$root/root/kivclaim/build/release/build.ninja" ]
+}
+
+# interrupted SIGNAL STATUS MOMENT: sends it as soon as the run has come so far.
+interrupted() {
+    local signal=$1 expected=$2 moment=$3 status=0
+    # Signals that a shell's background job ignores could not be caught.
+    env --default-signal ./dev anywhere --preset release trixie >"$log" 2>&1 &
+    run=$!
+    until "$moment" || ! kill -0 "$run" 2>/dev/null; do sleep 0.2; done
+    kill "-$signal" "$run"
+    wait "$run" || status=$?
+    run=''
+    check "$signal while ${moment//_/ }: the status is the signal's" "$expected" "$status"
+    check "$signal while ${moment//_/ }: one line says so" './dev anywhere: interrupted' "$(tail -n 1 "$log" | grep -o '\./dev.*')"
+    check "$signal while ${moment//_/ }: nothing is left" '' "$(left)"
+}
+
+without_network() {
+    local status=0
+    unshare --net ./dev anywhere trixie >"$log" 2>&1 || status=$?
+    check 'without a network: nothing could be tried' 2 "$status"
+    check 'without a network: one line says what to look at' 1 \
+        "$(grep -c "no clean root of trixie, .* is Debian's archive to be reached?" "$log")"
+    check 'without a network: nothing is left' '' "$(left)"
+}
+
+interrupted INT 130 root_is_made
+interrupted TERM 143 packages_are_installed
+interrupted HUP 129 code_is_compiled
+without_network
+printf 'anywhere: %d passed, %d failed\n' "$passed" "$failed"
+[ "$failed" = 0 ]
