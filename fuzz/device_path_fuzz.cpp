@@ -5,7 +5,6 @@
 #include "modules/kiv_powerpath_claim.h"
 
 #include <cctype>
-#include <cstring>
 #include <string>
 
 namespace {
@@ -33,16 +32,23 @@ void askEverything(CKivClaimManager& manager, const std::string& path, unsigned 
     fuzz::check((level == 0) == manager.removePartitionSuffix(path, number).empty(), "only unclaimed paths have none");
 }
 
+// The first four bytes as a number, the lowest one first: an input means the same on every machine.
+unsigned int numberIn(const unsigned char* data)
+{
+    return data[0] | static_cast<unsigned int>(data[1]) << 8U | static_cast<unsigned int>(data[2]) << 16U |
+           static_cast<unsigned int>(data[3]) << 24U;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    unsigned int number = 0;
-    if (size < sizeof number) {
+    constexpr std::size_t numberSize = 4;
+    if (size < numberSize) {
         return 0;
     }
-    std::memcpy(&number, data, sizeof number);
-    const std::string name(reinterpret_cast<const char*>(data) + sizeof number, size - sizeof number);
+    const unsigned int number = numberIn(data);
+    const std::string name(reinterpret_cast<const char*>(data) + numberSize, size - numberSize);
     fuzz::commandsPrint({}, 0);
     CKivClaimManager manager;
     for (const char* const prefix : {"", "/dev/mapper/", "/dev/emcpower", "/dev/sd"}) {

@@ -1,11 +1,13 @@
 // Claim modules of others as processes see them: `kivclaim --module` and the example host with the example module.
 #include "tests/mock_machine.h"
 
+#include <elf.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -190,6 +192,10 @@ TEST(CommandModule, RefusesAFileThatIsNoLibrary)
     EXPECT_EQ(refusal(folder.path()), std::string("it is no regular file") + giveAModule);
     EXPECT_EQ(refusal(folder.path() + "/script"), std::string("invalid ELF header") + giveAModule);
     EXPECT_EQ(refusal(folder.path() + "/empty"), std::string("file too short") + giveAModule);
+}
+
+TEST(CommandModule, RefusesAProgram)
+{
     EXPECT_THAT(refusal(KIVCLAIM_COMMAND), HasSubstr("cannot dynamically load position-independent executable"));
 }
 
@@ -210,6 +216,23 @@ TEST(CommandModule, RefusesACopyThatWasInterrupted)
         std::filesystem::resize_file(file, size);
         EXPECT_EQ(refusal(file), "the file is cut off; copy it anew\n") << size;
     }
+}
+
+TEST(CommandModule, LeavesALibraryOfTheOtherByteOrderToTheLoader)
+{
+    const tests::TemporaryFolder folder;
+    std::filesystem::copy(NVME_MODULE, folder.path() + "/module.so");
+    std::string content = folder.contentOf("module.so");
+    content[EI_DATA] = content[EI_DATA] == ELFDATA2LSB ? ELFDATA2MSB : ELFDATA2LSB;
+    const auto turnRound = [&](std::size_t offset, std::size_t size) {
+        const auto begin = content.begin() + static_cast<std::ptrdiff_t>(offset);
+        std::reverse(begin, begin + static_cast<std::ptrdiff_t>(size));
+    };
+    turnRound(offsetof(Elf64_Ehdr, e_phoff), sizeof(Elf64_Ehdr::e_phoff));
+    turnRound(offsetof(Elf64_Ehdr, e_phnum), sizeof(Elf64_Ehdr::e_phnum));
+    folder.addFile("module.so", content);
+    EXPECT_THAT(refusal(folder.path() + "/module.so"),
+                AllOf(HasSubstr("ELF file data encoding"), EndsWith(giveAModule)));
 }
 
 TEST(CommandModule, RefusesALibraryWithoutTheFunction)

@@ -164,7 +164,7 @@ int access(const char* path, int mode) noexcept
 {
     Host* const host = Host::current();
     if (host == nullptr) {
-        return static_cast<int>(syscall(SYS_access, path, mode));
+        return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode));
     }
     const recording::InsideHost inside;
     EXPECT_EQ(mode, X_OK) << path;

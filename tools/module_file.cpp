@@ -38,6 +38,14 @@ void requireRegularFile(const std::string& path)
     }
 }
 
+// Whether this machine can read the numbers of the header.
+bool isOfThisKind(const Elf64_Ehdr& header)
+{
+    constexpr auto ownByteOrder = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? ELFDATA2MSB : ELFDATA2LSB;
+    return std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 && header.e_ident[EI_CLASS] == ELFCLASS64 &&
+           header.e_ident[EI_DATA] == ownByteOrder;
+}
+
 // Whether some part that the loader would map lies behind the end of the file, as in a copy that was interrupted: it
 // checks that itself no more than the kernel does, and the process would end with SIGBUS. Whatever else may be wrong
 // with the file is found by the loader.
@@ -47,7 +55,7 @@ bool isCutOff(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     Elf64_Ehdr header{};
     file.read(reinterpret_cast<char*>(&header), sizeof header);
-    if (!file || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) {
+    if (!file || !isOfThisKind(header)) {
         return false;
     }
     file.seekg(static_cast<std::streamoff>(header.e_phoff));
