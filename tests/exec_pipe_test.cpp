@@ -47,58 +47,6 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr auto muchTooLong = 8s;  // no run of these tests takes this long unless it hangs
-
-// A file that is gone at the end.
-class TemporaryFile {
-public:
-    TemporaryFile()
-    {
-        char name[] = "/tmp/exec_pipe_test.XXXXXX";
-        ::close(::mkstemp(name));
-        path = name;
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() { ::unlink(path.c_str()); }
-
-    std::string path;
-};
-
-class DescriptorLimit {
-public:
-    explicit DescriptorLimit(rlim_t soft)
-    {
-        ::getrlimit(RLIMIT_NOFILE, &before);
-        const rlimit lowered{soft, before.rlim_max};
-        ::setrlimit(RLIMIT_NOFILE, &lowered);
-    }
-    DescriptorLimit(const DescriptorLimit&) = delete;
-    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
-    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &before); }
-
-private:
-    rlimit before{};
-};
-
-// Sets the handling of one signal and puts it back at the end.
-class SignalHandling {
-public:
-    SignalHandling(int number, void (*handler)(int)) : signal(number)
-    {
-        struct sigaction action = {};
-        action.sa_handler = handler;
-        ::sigaction(signal, &action, &before);
-    }
-    SignalHandling(const SignalHandling&) = delete;
-    SignalHandling& operator=(const SignalHandling&) = delete;
-    ~SignalHandling() { ::sigaction(signal, &before, nullptr); }
-
-private:
-    int signal;
-    struct sigaction before = {};
-};
-
 class SignalBlock {
 public:
     explicit SignalBlock(int signal)
@@ -582,22 +530,6 @@ int openMisleadingDescriptor(pid_t)
     return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
 }
 
-RunLimits quickLimits()
-{
-    RunLimits limits;
-    limits.fromTermToKill = 100ms;
-    limits.fromKillToLeave = 5000ms;
-    limits.silenceAfterEnd = 400ms;
-    return limits;
-}
-
-RunLimits limitedTo(std::chrono::milliseconds time)
-{
-    RunLimits limits = quickLimits();
-    limits.wholeRun = time;
-    return limits;
-}
-
 // How the kernel tells of the end of a child.
 struct Kernel {
     const char* name;
@@ -702,17 +634,6 @@ TEST_P(ExecPipeLimits, EndsTheWholeGroupAtTheTimeLimit)
     EXPECT_THAT(lines, ElementsAre("grandchild"));
 }
 
-namespace {
-
-bool isRunning(const std::string& process)
-{
-    std::ifstream status("/proc/" + process + "/status");
-    const std::string text{std::istreambuf_iterator<char>(status), std::istreambuf_iterator<char>()};
-    return !text.empty() && text.find("State:\tZ") == std::string::npos;
-}
-
-}  // namespace
-
 TEST_P(ExecPipeLimits, KillsWhoeverOfTheGroupSurvivesItsLeader)
 {
     // The grandchild shows its number, and neither ends when it is asked nor holds a pipe.
@@ -790,6 +711,15 @@ TEST_P(ExecPipeLimits, CapsTheNumberOfLinesAsWell)
     EXPECT_EQ(lines.size(), 3U) << "those of the first run";
 }
 
+TEST_P(ExecPipeLimits, CountsALastLineWithoutALineFeed)
+{
+    RunLimits limits = quickLimits();
+    limits.outputLines = 3;
+    EXPECT_EQ(run("print a@nb@nc", limits).result, 0);
+    EXPECT_EQ(run("print a@nb@nc@nd", limits).failure.errorNumber, EFBIG);
+    EXPECT_THAT(lines, ElementsAre("a", "b", "c"));
+}
+
 TEST_P(ExecPipeLimits, GivesAnOutputOfExactlyTheCap)
 {
     RunLimits limits = quickLimits();
@@ -832,6 +762,16 @@ TEST_P(ExecPipeLimits, WorksWhileSignalsInterruptIt)
     EXPECT_EQ(run("ignore 15 sleep 60000", limitedTo(100ms)).failure.waitStatus, SIGKILL);
     EXPECT_EQ(run("in-grandchild sleep 3000", quickLimits()).result, 0);
     EXPECT_GT(interruptions, 100);
+}
+
+TEST_F(ExecPipe, GivesTheMemoryOfADroppedOutputBack)
+{
+    RunLimits limits = quickLimits();
+    limits.outputLines = 100000;
+    Lines lines{"earlier"};
+    EXPECT_EQ(runCommand(KIVCLAIM_LINE_WRITER " 200000", limits, lines).failure.errorNumber, EFBIG);
+    EXPECT_THAT(lines, ElementsAre("earlier"));
+    EXPECT_LT(lines.capacity(), 10U);
 }
 
 // --- A child that not even SIGKILL ends ---

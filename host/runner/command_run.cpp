@@ -34,27 +34,6 @@ constexpr milliseconds shortestPause{1};
 constexpr milliseconds longestPause{20};
 constexpr int signalResultBase = 128;
 
-// Takes the lines of a run away again, unless it is kept: half an output must not pass for a whole one.
-class LinesUntilKept {
-public:
-    explicit LinesUntilKept(std::vector<std::string>& target) : lines(target), sizeBefore(target.size()) {}
-    LinesUntilKept(const LinesUntilKept&) = delete;
-    LinesUntilKept& operator=(const LinesUntilKept&) = delete;
-    ~LinesUntilKept()
-    {
-        if (!kept) {
-            lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(sizeBefore), lines.end());
-        }
-    }
-
-    void keep() { kept = true; }
-
-private:
-    std::vector<std::string>& lines;
-    std::size_t sizeBefore;
-    bool kept = false;
-};
-
 // How a run that was not given up ended.
 struct RunEnd {
     int waitStatus;
@@ -225,13 +204,13 @@ RunEnd CommandRun::conclude()
         streams.drain();
     }
     const int waitStatus = child.collect();
+    streams.finish();
     if (streams.areOverLimit()) {
         throw RunProblem{EFBIG,
                          "it wrote more than " + std::to_string(limits.outputBytes) + " bytes or " +
                              std::to_string(limits.outputLines) + " lines and was ended",
                          waitStatus, streams.errorTail()};
     }
-    streams.finish();
     return {waitStatus, stage != Stage::running, streams.errorTail()};
 }
 
