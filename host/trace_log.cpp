@@ -193,7 +193,7 @@ void CFiTraceLog::trace(int level, const char* format, ...)
     if (log.drops(level)) {
         return;
     }
-    const kivclaim::host_internal::CancellationHold hold;
+    kivclaim::host_internal::CancellationHold hold;
     va_list arguments;
     va_start(arguments, format);
     try {
@@ -202,4 +202,5 @@ void CFiTraceLog::trace(int level, const char* format, ...)
         // The traced call must not suffer from its trace; the destinations report their own failures.
     }
     va_end(arguments);
+    hold.end();
 }
