@@ -98,16 +98,6 @@ void OutputStreams::enlargeOutputPipe()
     (void)::fcntl(output.end.get(), F_SETPIPE_SZ, static_cast<int>(largePipeBytes));
 }
 
-void OutputStreams::readOutput()
-{
-    takeOutput();
-}
-
-void OutputStreams::readError()
-{
-    takeError();
-}
-
 // Exactly what is there at first: a writer that never ends must not hold the reader. There may be less than the kernel
 // said, because others can read from a pipe too.
 void OutputStreams::drain(const Stream& stream, std::size_t (OutputStreams::*take)())

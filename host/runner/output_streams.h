@@ -28,9 +28,9 @@ public:
     bool anyOpen() const { return output.end.isOpen() || error.end.isOpen(); }
     bool areOverLimit() const { return isOverLimit; }
 
-    // Each reads once; there must be something to read, or a hang-up.
-    void readOutput();
-    void readError();
+    // Each reads once and tells how many bytes it read; there must be something to read, or a hang-up.
+    std::size_t readOutput() { return takeOutput(); }
+    std::size_t readError() { return takeError(); }
 
     // Reads what lies in the pipes, however many others still hold them.
     void drain();
