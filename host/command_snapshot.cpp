@@ -1,62 +1,42 @@
 #include "host/command_snapshot.h"
 
 #include "host/runner/snapshot_place.h"
+#include "host/runner/thread_scopes.h"
 
 #include <unordered_map>
 
 namespace kivclaim::host {
 
 using host_internal::SnapshotPlace;
+using Places = std::unordered_map<std::string, SnapshotPlace>;
+using Scopes = host_internal::ThreadScopes<Places>;
 
-// The open scopes of a thread form a chain, innermost first.
 class CommandSnapshot::Scope {
 public:
-    explicit Scope(const std::vector<std::string>& commands) : outer(innermost)
-    {
-        for (const std::string& command : commands) {
-            places[command];
-        }
-        innermost = this;
-    }
+    explicit Scope(Places places) : opened(Scopes::open(std::move(places))) {}
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
-
-    // Not only the innermost one may go: two snapshots need not be destroyed in the reverse order of their making.
-    ~Scope()
-    {
-        Scope** link = &innermost;
-        while (*link != this) {
-            link = &(*link)->outer;
-        }
-        *link = outer;
-    }
-
-    static SnapshotPlace* find(const std::string& command)
-    {
-        for (Scope* scope = innermost; scope != nullptr; scope = scope->outer) {
-            const auto place = scope->places.find(command);
-            if (place != scope->places.end()) {
-                return &place->second;
-            }
-        }
-        return nullptr;
-    }
+    ~Scope() { Scopes::close(opened); }
 
 private:
-    static thread_local Scope* innermost;
-
-    Scope* outer;
-    std::unordered_map<std::string, SnapshotPlace> places;
+    std::shared_ptr<Scopes::Scope> opened;
 };
 
-thread_local CommandSnapshot::Scope* CommandSnapshot::Scope::innermost = nullptr;
+namespace {
 
-// Lets the runner at the scopes without showing them to anybody else.
-struct SnapshotAccess {
-    static SnapshotPlace* find(const std::string& command) { return CommandSnapshot::Scope::find(command); }
-};
+Places placesFor(const std::vector<std::string>& commands)
+{
+    Places places;
+    for (const std::string& command : commands) {
+        places[command];
+    }
+    return places;
+}
 
-CommandSnapshot::CommandSnapshot(const std::vector<std::string>& commands) : scope(std::make_unique<Scope>(commands))
+}  // namespace
+
+CommandSnapshot::CommandSnapshot(const std::vector<std::string>& commands)
+    : scope(std::make_unique<Scope>(placesFor(commands)))
 {
 }
 
@@ -64,7 +44,13 @@ CommandSnapshot::~CommandSnapshot() = default;
 
 }  // namespace kivclaim::host
 
-kivclaim::host_internal::SnapshotPlace* kivclaim::host_internal::snapshotPlaceOf(const std::string& command)
+std::shared_ptr<kivclaim::host_internal::SnapshotPlace> kivclaim::host_internal::snapshotPlaceOf(
+    const std::string& command)
 {
-    return host::SnapshotAccess::find(command);
+    const auto scope =
+        host::Scopes::find([&](const host::Places& places) { return places.find(command) != places.end(); });
+    if (scope == nullptr) {
+        return nullptr;
+    }
+    return {scope, &scope->state.at(command)};
 }

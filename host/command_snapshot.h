@@ -12,14 +12,16 @@ namespace kivclaim::host {
 
 // While a snapshot is open, each of its command lines runs once on this thread, whoever asks for it through whichever
 // runner; every further Exec of exactly the same line gets what the first one got: the lines of output, the result,
-// the failure record or the exception, whatever its time limit. All other commands run every time. Nobody who runs
-// commands needs to know.
+// the failure record or the exception, whatever its time limit. All other commands run every time. Callers of Exec need
+// no change. A run that was cancelled is not remembered.
 //
 // Snapshots nest: a line that several open ones name belongs to the innermost of them.
 //
-// Threads: belongs to the thread that made it, which must also destroy it; other threads are not concerned.
-// Ownership: owns what it remembers, and forgets it when it ends. What is given again is a copy.
-// Failure: only running out of memory, as std::bad_alloc; a run that ends so is not remembered.
+// Threads: holds for the thread that made it; other threads are not concerned. It may be destroyed anywhere, at any
+// time, also on another thread, and by a function that receives the records of a run it holds for. Ownership: owns what
+// it remembers, and forgets it when it ends; what another thread ended is deleted when the thread that made it runs its
+// next command, or ends. What is given again is a copy. Failure: only running out of memory, as std::bad_alloc; a run
+// that ends so is not remembered.
 class ZTFI_API CommandSnapshot {
 public:
     // Opens it for these command lines. Nothing is run yet.
@@ -30,7 +32,6 @@ public:
 
 private:
     class Scope;
-    friend struct SnapshotAccess;
 
     std::unique_ptr<Scope> scope;
 };

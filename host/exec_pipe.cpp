@@ -5,12 +5,18 @@
 #include "host/cancellation_hold.h"
 #include "host/printable_text.h"
 #include "host/runner/command_run.h"
+#include "host/runner/line_collector.h"
 #include "host/runner/snapshot_place.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
+#include <exception>
+#include <memory>
 
 using kivclaim::host::printableText;
 using kivclaim::host_internal::CommandResult;
+using kivclaim::host_internal::LinesUntilKept;
 using kivclaim::host_internal::RunLimits;
 using kivclaim::host_internal::SnapshotPlace;
 
@@ -61,25 +67,19 @@ void traceEnd(CFiTraceLog& log, const std::string& command, const CommandResult&
     }
 }
 
-}  // namespace
-
-// The number would select the way of running; there is only one.
-CFiExecPipePosix::CFiExecPipePosix(int)
+// Whatever is thrown, the output is as it was before then.
+int execute(CFiTraceLog* log, const std::string& command, unsigned long timeoutSeconds,
+            std::vector<std::string>& output, EFiExecPipe& lastFailure)
 {
-}
-
-int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output, std::string,
-                          unsigned long timeoutSeconds, std::string, std::string, std::string)
-{
-    const kivclaim::host_internal::CancellationHold hold;
-    CFiTraceLog* const log = traceLog.get();
-    SnapshotPlace* const place = kivclaim::host_internal::snapshotPlaceOf(command);
+    // Held until the end: what receives the records may close the snapshot.
+    const std::shared_ptr<SnapshotPlace> place = kivclaim::host_internal::snapshotPlaceOf(command);
     const bool isGivenAgain = place != nullptr && place->isFilled;
     if (log != nullptr) {
         log->trace(ZTFI_TRACE_LEVEL_DETAIL, isGivenAgain ? "Giving again what was remembered of [%s]" : "Running [%s]",
                    printableText(command).c_str());
     }
-    const CommandResult result = obtain(place, command, timeoutSeconds, output);
+    LinesUntilKept lines(output);
+    const CommandResult result = obtain(place.get(), command, timeoutSeconds, output);
     if (result.result != 0) {
         lastFailure = result.failure;
     }
@@ -89,7 +89,35 @@ int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output,
     if (!result.hasRun) {
         throw result.failure;
     }
+    lines.keep();
     return result.result;
+}
+
+}  // namespace
+
+// The selector is ignored.
+CFiExecPipePosix::CFiExecPipePosix(int)
+{
+}
+
+int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output, std::string,
+                          unsigned long timeoutSeconds, std::string, std::string, std::string)
+{
+    kivclaim::host_internal::CancellationHold hold;
+    int result = 0;
+    std::exception_ptr failure;
+    try {
+        result = execute(traceLog.get(), command, timeoutSeconds, output, lastFailure);
+    } catch (const abi::__forced_unwind&) {
+        throw;  // a receiver of records ends the thread
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    hold.end();
+    if (failure != nullptr) {
+        std::rethrow_exception(failure);
+    }
+    return result;
 }
 
 }  // namespace ztfi_pdk_4_4

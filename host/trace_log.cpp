@@ -194,7 +194,7 @@ void CFiTraceLog::trace(int level, const char* format, ...)
     if (log.drops(level)) {
         return;
     }
-    const kivclaim::host_internal::CancellationHold hold;
+    kivclaim::host_internal::CancellationHold hold;
     va_list arguments;
     va_start(arguments, format);
     try {
@@ -203,4 +203,5 @@ void CFiTraceLog::trace(int level, const char* format, ...)
         // The traced call must not suffer from its trace; the destinations report their own failures.
     }
     va_end(arguments);
+    hold.end();
 }

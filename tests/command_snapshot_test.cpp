@@ -189,6 +189,63 @@ TEST_F(Snapshot, DoesNotConcernOtherThreads)
     EXPECT_EQ(command.runs(), 3);
 }
 
+TEST_F(Snapshot, MayBeClosedByWhoReceivesTheRecordsOfARun)
+{
+    const CountedCommand command;
+    std::unique_ptr<CommandSnapshot> snapshot;
+    const auto log =
+        makeTraceLog({traceToFunction(6, [&](int /*level*/, const std::string& /*text*/) { snapshot.reset(); })});
+    CFiExecPipePosix runner(1);
+    runner.registerTraceLog(log);
+    for (int i = 0; i < 2; ++i) {
+        snapshot = std::make_unique<CommandSnapshot>(Lines{command.line});
+        EXPECT_THAT(execWith(runner, command.line).lines, ElementsAre("out"));
+        EXPECT_EQ(snapshot, nullptr);
+    }
+    snapshot = std::make_unique<CommandSnapshot>(Lines{command.line});
+    exec(command.line);
+    EXPECT_THAT(execWith(runner, command.line).lines, ElementsAre("out")) << "what was remembered";
+    EXPECT_EQ(command.runs(), 3);
+}
+
+TEST_F(Snapshot, MayBeClosedOnAnotherThread)
+{
+    const CountedCommand command;
+    auto snapshot = std::make_unique<CommandSnapshot>(Lines{command.line});
+    exec(command.line);
+    std::thread([&] { snapshot.reset(); }).join();
+    exec(command.line);
+    exec(command.line);
+    EXPECT_EQ(command.runs(), 3);
+}
+
+TEST_F(Snapshot, MayOutliveTheThreadThatMadeIt)
+{
+    const CountedCommand command;
+    std::unique_ptr<CommandSnapshot> snapshot;
+    std::thread([&] {
+        snapshot = std::make_unique<CommandSnapshot>(Lines{command.line});
+        exec(command.line);
+    }).join();
+    snapshot.reset();
+    exec(command.line);
+    EXPECT_EQ(command.runs(), 2);
+}
+
+TEST_F(Snapshot, MayBeClosedOnAnotherThreadWhileItsCommandRuns)
+{
+    const CountedCommand command("sleep 200 print out@n");
+    auto snapshot = std::make_unique<CommandSnapshot>(Lines{command.line});
+    std::thread closer([&] {
+        while (command.runs() == 0) {
+            std::this_thread::yield();
+        }
+        snapshot.reset();
+    });
+    EXPECT_THAT(exec(command.line).lines, ElementsAre("out"));
+    closer.join();
+}
+
 TEST_F(Snapshot, SaysInTheTraceThatNothingIsRun)
 {
     std::vector<std::string> details;

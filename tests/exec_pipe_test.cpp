@@ -47,58 +47,6 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr auto muchTooLong = 8s;  // no run of these tests takes this long unless it hangs
-
-// A file that is gone at the end.
-class TemporaryFile {
-public:
-    TemporaryFile()
-    {
-        char name[] = "/tmp/exec_pipe_test.XXXXXX";
-        ::close(::mkstemp(name));
-        path = name;
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() { ::unlink(path.c_str()); }
-
-    std::string path;
-};
-
-class DescriptorLimit {
-public:
-    explicit DescriptorLimit(rlim_t soft)
-    {
-        ::getrlimit(RLIMIT_NOFILE, &before);
-        const rlimit lowered{soft, before.rlim_max};
-        ::setrlimit(RLIMIT_NOFILE, &lowered);
-    }
-    DescriptorLimit(const DescriptorLimit&) = delete;
-    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
-    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &before); }
-
-private:
-    rlimit before{};
-};
-
-// Sets the handling of one signal and puts it back at the end.
-class SignalHandling {
-public:
-    SignalHandling(int number, void (*handler)(int)) : signal(number)
-    {
-        struct sigaction action = {};
-        action.sa_handler = handler;
-        ::sigaction(signal, &action, &before);
-    }
-    SignalHandling(const SignalHandling&) = delete;
-    SignalHandling& operator=(const SignalHandling&) = delete;
-    ~SignalHandling() { ::sigaction(signal, &before, nullptr); }
-
-private:
-    int signal;
-    struct sigaction before = {};
-};
-
 class SignalBlock {
 public:
     explicit SignalBlock(int signal)
@@ -262,13 +210,15 @@ TEST_F(ExecPipe, GivesTheChildDefaultSignalHandlingWhateverTheProcessDoes)
                 ElementsAre("SigBlk:\t0000000000000000", "SigIgn:\t0000000000000000", "SigCgt:\t0000000000000000"));
 }
 
-TEST_F(ExecPipe, PutsTheChildIntoItsOwnProcessGroup)
+TEST_F(ExecPipe, PutsTheChildIntoItsOwnSessionAndProcessGroup)
 {
-    const Outcome outcome = exec(probe + " group");
-    ASSERT_EQ(outcome.lines.size(), 1U);
-    const std::string& line = outcome.lines.front();
-    const std::size_t blank = line.find(' ');
-    EXPECT_EQ(line.substr(0, blank), line.substr(blank + 1));
+    for (const char* const word : {" group", " session"}) {
+        const Outcome outcome = exec(probe + word);
+        ASSERT_EQ(outcome.lines.size(), 1U);
+        const std::string& line = outcome.lines.front();
+        const std::size_t blank = line.find(' ');
+        EXPECT_EQ(line.substr(0, blank), line.substr(blank + 1)) << word;
+    }
 }
 
 TEST_F(ExecPipe, GivesTheChildAnEnvironmentInWhichNothingIsTranslated)
@@ -406,6 +356,31 @@ TEST_F(ExecPipe, ShowsTheCommandPrintably)
     EXPECT_THAT(exec(probe + " exit 3 \x1b[31m").failure.message, HasSubstr("exit 3 \\x1b[31m]"));
 }
 
+namespace {
+
+std::size_t bytesOf(const ztfi_pdk_4_4::EFiExecPipe& record)
+{
+    return record.message.size() + record.wideMessage.size() * sizeof(wchar_t);
+}
+
+}  // namespace
+
+TEST_F(ExecPipe, BoundsTheRecordWhateverTheCommandsLength)
+{
+    constexpr std::size_t most = 65536;
+    for (const char byte : {'x', '\xff'}) {
+        const Outcome notRun = exec(probe + " " + std::string(10000000, byte));
+        EXPECT_TRUE(notRun.wasThrown);
+        EXPECT_LE(bytesOf(notRun.failure), most);
+        EXPECT_THAT(notRun.failure.message, testing::StartsWith("Cannot run [" + probe + " "));
+        EXPECT_THAT(notRun.failure.message, EndsWith("...]: it cannot be started (Argument list too long)"));
+        const Outcome failed = exec(probe + " complain " + std::string(100000, byte) + " exit 3");
+        EXPECT_EQ(failed.result, 3);
+        EXPECT_LE(bytesOf(failed.failure), most);
+        EXPECT_THAT(failed.failure.message, HasSubstr("...] ended with exit code 3: " + std::string(4096, byte)));
+    }
+}
+
 TEST(WideText, TakesTextForUtf8AndLosesNoByte)
 {
     EXPECT_EQ(wideText("größe 日 😀\n"), L"größe 日 😀\n");
@@ -534,80 +509,27 @@ TEST_F(ExecPipe, ThrowsWhenThereAreNoProcessesLeft)
     EXPECT_EXIT(runWithoutProcessesLeft(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(ExecPipe, ThrowsWhenTheProcessIgnoresTheEndOfItsChildren)
-{
-    const SignalHandling ignoring(SIGCHLD, SIG_IGN);
-    expectCannotRun(probe + " print out@n exit 0", ECHILD);
-    expectCannotRun(probe + " sleep 50 exit 0", ECHILD);
-    expectCannotRun("/nonexistent/tool", ENOENT);
-}
-
-namespace {
-
-void collectEveryChild(int)
-{
-    const int savedError = errno;
-    while (::waitpid(-1, nullptr, WNOHANG) > 0) {
-    }
-    errno = savedError;
-}
-
-}  // namespace
-
-TEST_F(ExecPipe, NeverTakesAStatusThatSomebodyElseCollectedForASuccess)
-{
-    const SignalHandling collecting(SIGCHLD, collectEveryChild);
-    for (int i = 0; i < 50; ++i) {
-        const Outcome outcome = exec(probe + " exit 3");
-        if (outcome.wasThrown) {
-            EXPECT_EQ(outcome.failure.errorNumber, ECHILD);
-        } else {
-            EXPECT_EQ(outcome.result, 3);
-        }
-    }
-}
-
 // --- Time, output and process limits, with and without the kernel announcing the end of a child ---
 
 namespace {
 
-int refuseProcessDescriptor(pid_t)
+int refuseProcessDescriptor(int ofKernel)
 {
-    errno = ENOSYS;
+    ::close(ofKernel);
     return -1;
 }
 
 // Always ready, so it announces an end that is none.
-int openMisleadingDescriptor(pid_t)
+int openMisleadingDescriptor(int ofKernel)
 {
+    ::close(ofKernel);
     return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-}
-
-RunLimits quickLimits()
-{
-    RunLimits limits;
-    limits.fromTermToKill = 100ms;
-    limits.fromKillToLeave = 5000ms;
-    limits.silenceAfterEnd = 400ms;
-    return limits;
-}
-
-// An emulator needs longer until a child has done its first words.
-#if !defined(KIVCLAIM_TEST_SLOWNESS)
-#define KIVCLAIM_TEST_SLOWNESS 1
-#endif
-
-RunLimits limitedTo(std::chrono::milliseconds time)
-{
-    RunLimits limits = quickLimits();
-    limits.wholeRun = KIVCLAIM_TEST_SLOWNESS * time;
-    return limits;
 }
 
 // How the kernel tells of the end of a child.
 struct Kernel {
     const char* name;
-    int (*openProcessDescriptor)(pid_t process);
+    int (*processDescriptor)(int ofKernel);
 };
 
 std::ostream& operator<<(std::ostream& stream, const Kernel& kernel)
@@ -629,7 +551,7 @@ protected:
         CommandResult result;
         const auto time = timeOf([&] {
             result = runCommand(probe + " " + words, limits, lines,
-                                {GetParam().openProcessDescriptor, realSystemCalls().sendSignal});
+                                {GetParam().processDescriptor, realSystemCalls().sendSignal});
         });
         EXPECT_LT(time, muchTooLong);
         return result;
@@ -639,7 +561,7 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(WithAKernel, ExecPipeLimits,
-                         testing::Values(Kernel{"ThatAnnouncesTheEnd", realSystemCalls().openProcessDescriptor},
+                         testing::Values(Kernel{"ThatAnnouncesTheEnd", realSystemCalls().processDescriptor},
                                          Kernel{"ThatAnnouncesNothing", &refuseProcessDescriptor},
                                          Kernel{"ThatAnnouncesWrongly", &openMisleadingDescriptor}),
                          nameOfKernel);
@@ -708,17 +630,6 @@ TEST_P(ExecPipeLimits, EndsTheWholeGroupAtTheTimeLimit)
     EXPECT_THAT(lines, ElementsAre("grandchild"));
 }
 
-namespace {
-
-bool isRunning(const std::string& process)
-{
-    std::ifstream status("/proc/" + process + "/status");
-    const std::string text{std::istreambuf_iterator<char>(status), std::istreambuf_iterator<char>()};
-    return !text.empty() && text.find("State:\tZ") == std::string::npos;
-}
-
-}  // namespace
-
 TEST_P(ExecPipeLimits, KillsWhoeverOfTheGroupSurvivesItsLeader)
 {
     // The grandchild shows its number, and neither ends when it is asked nor holds a pipe.
@@ -734,6 +645,52 @@ TEST_P(ExecPipeLimits, KillsWhoeverOfTheGroupSurvivesItsLeader)
               muchTooLong);
 }
 
+namespace {
+
+std::string readyMark;
+
+// Asks only when somebody of the group has said that it is ready.
+int signalWhenReady(pid_t process, int signal)
+{
+    while (std::ifstream(readyMark).peek() == EOF) {
+        std::this_thread::yield();
+    }
+    return ::kill(process, signal);
+}
+
+}  // namespace
+
+TEST_F(ExecPipe, GivesTheGroupItsTimeToEndAlsoWhenItsLeaderEndsAtOnce)
+{
+    const TemporaryFile mark;
+    readyMark = mark.path;
+    RunLimits limits = limitedTo(50ms);
+    limits.fromTermToKill = std::chrono::duration_cast<std::chrono::milliseconds>(muchTooLong);
+    Lines lines;
+    // The grandchild holds no pipe: nothing but its group tells of it.
+    const CommandResult result =
+        runCommand(probe + " in-grandchild-while-waiting close 1 close 2 end-slowly " + mark.path, limits, lines,
+                   {realSystemCalls().processDescriptor, &signalWhenReady});
+    EXPECT_EQ(result.failure.waitStatus, SIGTERM);
+    std::ifstream marks(mark.path);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(marks), {}), "ran\nran\n") << "it came to its own end";
+}
+
+TEST_F(ExecPipe, WaitsNoLongerThanTheGroupTakesToEnd)
+{
+    RunLimits limits = limitedTo(50ms);
+    limits.fromTermToKill = std::chrono::duration_cast<std::chrono::milliseconds>(muchTooLong);
+    Lines lines;
+    EXPECT_LT(timeOf([&] { runCommand(probe + " sleep 60000", limits, lines); }), muchTooLong / 2);
+}
+
+TEST_P(ExecPipeLimits, LetsAStoppedGroupGoOnSoThatItCanEnd)
+{
+    const CommandResult result = run("exit-on-term print early@n raise 19", limitedTo(300ms));
+    EXPECT_EQ(result.result, 128 + SIGTERM);
+    EXPECT_EQ(result.failure.waitStatus, 0) << "it ended itself, as it was asked to";
+}
+
 TEST_P(ExecPipeLimits, EndsAGroupWhoseLeaderIsGone)
 {
     const CommandResult result = run("in-grandchild ignore 15 print-forever", limitedTo(300ms));
@@ -742,7 +699,7 @@ TEST_P(ExecPipeLimits, EndsAGroupWhoseLeaderIsGone)
     EXPECT_FALSE(lines.empty());
 }
 
-TEST_P(ExecPipeLimits, EndsAChildThatLeftItsGroup)
+TEST_P(ExecPipeLimits, EndsAChildThatTriesToLeaveItsGroup)
 {
     const CommandResult result = run("join-group-of-parent print out@n sleep 60000", limitedTo(300ms));
     EXPECT_EQ(result.failure.waitStatus, SIGTERM);
@@ -796,6 +753,15 @@ TEST_P(ExecPipeLimits, CapsTheNumberOfLinesAsWell)
     EXPECT_EQ(lines.size(), 3U) << "those of the first run";
 }
 
+TEST_P(ExecPipeLimits, CountsALastLineWithoutALineFeed)
+{
+    RunLimits limits = quickLimits();
+    limits.outputLines = 3;
+    EXPECT_EQ(run("print a@nb@nc", limits).result, 0);
+    EXPECT_EQ(run("print a@nb@nc@nd", limits).failure.errorNumber, EFBIG);
+    EXPECT_THAT(lines, ElementsAre("a", "b", "c"));
+}
+
 TEST_P(ExecPipeLimits, GivesAnOutputOfExactlyTheCap)
 {
     RunLimits limits = quickLimits();
@@ -840,6 +806,16 @@ TEST_P(ExecPipeLimits, WorksWhileSignalsInterruptIt)
     EXPECT_GT(interruptions, 100);
 }
 
+TEST_F(ExecPipe, GivesTheMemoryOfADroppedOutputBack)
+{
+    RunLimits limits = quickLimits();
+    limits.outputLines = 100000;
+    Lines lines{"earlier"};
+    EXPECT_EQ(runCommand(KIVCLAIM_LINE_WRITER " 200000", limits, lines).failure.errorNumber, EFBIG);
+    EXPECT_THAT(lines, ElementsAre("earlier"));
+    EXPECT_LT(lines.capacity(), 10U);
+}
+
 // --- A child that not even SIGKILL ends ---
 
 namespace {
@@ -867,7 +843,7 @@ TEST_F(ExecPipe, LeavesAChildBehindThatNothingEndsAndCollectsItLater)
 {
     Lines lines{"earlier"};
     const CommandResult result = runCommand(probe + " print out@n complain stuck sleep 60000", hopelessLimits(), lines,
-                                            {realSystemCalls().openProcessDescriptor, &reachNobody});
+                                            {realSystemCalls().processDescriptor, &reachNobody});
     EXPECT_FALSE(result.hasRun);
     EXPECT_EQ(result.failure.errorNumber, ETIMEDOUT);
     EXPECT_EQ(result.failure.waitStatus, -1);
@@ -881,11 +857,73 @@ TEST_F(ExecPipe, LeavesAChildBehindThatNothingEndsAndCollectsItLater)
     EXPECT_TRUE(hasNoChildren()) << "the next run collected it";
 }
 
+namespace {
+
+// As when the process may open nothing more.
+int reachNobodyAndUseUpTheDescriptors(pid_t process, int signal)
+{
+    rlimit none{};
+    ::getrlimit(RLIMIT_NOFILE, &none);
+    none.rlim_cur = 0;
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    return reachNobody(process, signal);
+}
+
+}  // namespace
+
+TEST_F(ExecPipe, RemembersAChildLeftBehindAlsoWhenNoFileCanBeOpened)
+{
+    Lines lines;
+    {
+        rlimit before{};
+        ::getrlimit(RLIMIT_NOFILE, &before);
+        const DescriptorLimit restoredAtTheEnd(before.rlim_cur);
+        runCommand(probe + " sleep 60000", hopelessLimits(), lines,
+                   {realSystemCalls().processDescriptor, &reachNobodyAndUseUpTheDescriptors});
+    }
+    ASSERT_EQ(::kill(unreachable, SIGKILL), 0);
+    siginfo_t information;
+    ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(unreachable), &information, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(runCommand(probe + " exit 0", quickLimits(), lines).result, 0);
+    EXPECT_TRUE(hasNoChildren()) << "the next run collected it";
+}
+
+namespace {
+
+// As when the tool has changed its user.
+int refuseToSignal(pid_t process, int)
+{
+    unreachable = std::abs(process);
+    errno = EPERM;
+    return -1;
+}
+
+}  // namespace
+
+TEST_F(ExecPipe, SaysAtOnceThatAToolOfAnotherUserCannotBeEnded)
+{
+    Lines lines;
+    RunLimits limits = limitedTo(50ms);
+    limits.fromTermToKill = std::chrono::duration_cast<std::chrono::milliseconds>(muchTooLong);
+    CommandResult result;
+    EXPECT_LT(timeOf([&] {
+                  result = runCommand(probe + " complain why sleep 60000", limits, lines,
+                                      {realSystemCalls().processDescriptor, &refuseToSignal});
+              }),
+              muchTooLong / 2);
+    EXPECT_FALSE(result.hasRun);
+    EXPECT_EQ(result.failure.errorNumber, EPERM);
+    EXPECT_EQ(result.failure.waitStatus, -1);
+    EXPECT_THAT(result.failure.message, HasSubstr("it runs as another user"));
+    EXPECT_THAT(result.failure.message, EndsWith(": why"));
+    ::kill(unreachable, SIGKILL);
+    EXPECT_EQ(::waitpid(unreachable, nullptr, 0), unreachable.load());
+}
+
 TEST_F(ExecPipe, ForgetsAChildLeftBehindThatTheProcessCollectsItself)
 {
     Lines lines;
-    runCommand(probe + " sleep 60000", hopelessLimits(), lines,
-               {realSystemCalls().openProcessDescriptor, &reachNobody});
+    runCommand(probe + " sleep 60000", hopelessLimits(), lines, {realSystemCalls().processDescriptor, &reachNobody});
     ::kill(unreachable, SIGKILL);
     EXPECT_EQ(::waitpid(unreachable, nullptr, 0), unreachable.load()) << "the process collects it itself";
     EXPECT_EQ(runCommand(probe + " exit 0", quickLimits(), lines).result, 0);
@@ -922,7 +960,7 @@ TEST_F(ExecPipe, ReadsWhatAKilledChildHadWritten)
     Lines lines;
     const CommandResult result = runCommand(
         probe + " ignore 15 print-bytes 200000 sleep 300 print-bytes 700000 append-to " + mark.path + " sleep 60000",
-        limits, lines, {realSystemCalls().openProcessDescriptor, &killAfterTheLastOutput});
+        limits, lines, {realSystemCalls().processDescriptor, &killAfterTheLastOutput});
     EXPECT_EQ(result.failure.waitStatus, SIGKILL);
     EXPECT_THAT(lines, ElementsAre(std::string(900000, 'o')));
 }

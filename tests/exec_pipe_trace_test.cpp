@@ -47,9 +47,10 @@ protected:
     void expectThrowAt(std::size_t number, const std::string& words)
     {
         throwingRecord = number;
-        Lines lines;
+        Lines lines{"earlier"};
         EXPECT_THROW(runner.Exec(probe + " " + words, lines, "", 0, "", "", ""), std::runtime_error);
         EXPECT_EQ(records.size(), number);
+        EXPECT_THAT(lines, ElementsAre("earlier")) << "Exec has thrown";
         EXPECT_TRUE(hasNoChildren());
     }
 
@@ -72,4 +73,9 @@ TEST_F(ExecPipeTrace, HasEndedTheCommandAndRecordedItsFailureWhenTheLastRecordsT
     EXPECT_THAT(records, ElementsAre("6 Running [" + probe + " exit 4]",
                                      "6 Finished [" + probe + " exit 4]: result 4, wait status 1024",
                                      "2 The command [" + probe + " exit 4] ended with exit code 4"));
+}
+
+TEST_F(ExecPipeTrace, GivesNoOutputWhenTheRecordOfTheEndThrows)
+{
+    expectThrowAt(2, "print out@n exit 0");
 }

@@ -22,6 +22,11 @@ function(kivclaim_runner_test name)
     add_dependencies(${name} command_probe line_writer)
 endfunction()
 
+# Reusable faults: system calls that fail, signals that interrupt, hosts that are stopped.
+add_library(faults OBJECT faults/system_call_faults.cpp)
+target_link_libraries(faults PUBLIC GTest::gtest)
+target_include_directories(faults PUBLIC ${PROJECT_SOURCE_DIR})
+
 kivclaim_test_program(command_probe)
 kivclaim_test_program(line_writer)
 
@@ -36,4 +41,7 @@ if(NOT KIVCLAIM_SANITIZERS MATCHES thread)
     # Brings allocation operators of its own, as does the thread sanitizer; it has a single thread anyway.
     kivclaim_runner_test(exec_pipe_memory_test)
 endif()
+kivclaim_runner_test(exec_pipe_faults_test)
+target_link_libraries(exec_pipe_faults_test PRIVATE faults)
+kivclaim_runner_test(exec_pipe_host_test)
 kivclaim_runner_test(command_snapshot_test)

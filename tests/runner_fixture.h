@@ -6,11 +6,16 @@
 #include "host/runner/command_run.h"
 
 #include <dirent.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
 #include <utility>
@@ -34,9 +39,11 @@ inline std::set<int> openDescriptors()
     return descriptors;
 }
 
+// Collects nothing, and sees every kind of child.
 inline bool hasNoChildren()
 {
-    return ::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
+    siginfo_t information;
+    return ::waitid(P_ALL, 0, &information, WEXITED | WNOHANG | WNOWAIT | __WALL) == -1 && errno == ECHILD;
 }
 
 class RunnerTest : public testing::Test {
@@ -87,6 +94,87 @@ std::chrono::milliseconds timeOf(Work work)
     const auto start = std::chrono::steady_clock::now();
     work();
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+constexpr auto muchTooLong = std::chrono::seconds(8);  // no run of these tests takes this long unless it hangs
+
+// A file that is gone at the end.
+class TemporaryFile {
+public:
+    TemporaryFile()
+    {
+        char name[] = "/tmp/runner_test.XXXXXX";
+        ::close(::mkstemp(name));
+        path = name;
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() { ::unlink(path.c_str()); }
+
+    std::string path;
+};
+
+class DescriptorLimit {
+public:
+    explicit DescriptorLimit(rlim_t soft)
+    {
+        ::getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit lowered{soft, before.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &lowered);
+    }
+    DescriptorLimit(const DescriptorLimit&) = delete;
+    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &before); }
+
+private:
+    rlimit before{};
+};
+
+// Sets the handling of one signal and puts it back at the end.
+class SignalHandling {
+public:
+    SignalHandling(int number, void (*handler)(int)) : signal(number)
+    {
+        struct sigaction action = {};
+        action.sa_handler = handler;
+        ::sigaction(signal, &action, &before);
+    }
+    SignalHandling(const SignalHandling&) = delete;
+    SignalHandling& operator=(const SignalHandling&) = delete;
+    ~SignalHandling() { ::sigaction(signal, &before, nullptr); }
+
+private:
+    int signal;
+    struct sigaction before = {};
+};
+
+inline kivclaim::host_internal::RunLimits quickLimits()
+{
+    kivclaim::host_internal::RunLimits limits;
+    limits.fromTermToKill = std::chrono::milliseconds(100);
+    limits.fromKillToLeave = std::chrono::milliseconds(5000);
+    limits.silenceAfterEnd = std::chrono::milliseconds(400);
+    return limits;
+}
+
+// An emulator needs longer until a child has done its first words.
+#if !defined(KIVCLAIM_TEST_SLOWNESS)
+#define KIVCLAIM_TEST_SLOWNESS 1
+#endif
+
+inline kivclaim::host_internal::RunLimits limitedTo(std::chrono::milliseconds time)
+{
+    kivclaim::host_internal::RunLimits limits = quickLimits();
+    limits.wholeRun = KIVCLAIM_TEST_SLOWNESS * time;
+    return limits;
+}
+
+// Whether the process is there and no zombie.
+inline bool isRunning(const std::string& process)
+{
+    std::ifstream status("/proc/" + process + "/status");
+    const std::string text{std::istreambuf_iterator<char>(status), std::istreambuf_iterator<char>()};
+    return !text.empty() && text.find("State:\tZ") == std::string::npos;
 }
 
 #endif

@@ -1,15 +1,14 @@
 #include "host/runner/abandoned_children.h"
 
-#include "host/runner/file_descriptor.h"
+#include "host/runner/process_table.h"
 
-#include <fcntl.h>
 #include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <cerrno>
 #include <mutex>
 
 namespace kivclaim::host_internal {
@@ -17,8 +16,8 @@ namespace kivclaim::host_internal {
 namespace {
 
 struct AbandonedChild {
-    pid_t process = 0;  // 0: the place is free
-    unsigned long long startTime = 0;
+    pid_t process = 0;                    // 0: the place is free
+    unsigned long long rememberedAt = 0;  // in clock ticks since the machine was booted
 };
 
 // No destructor runs for these at the end of the process: another thread may still be running a command then.
@@ -27,44 +26,40 @@ std::array<AbandonedChild, 64> places;
 std::size_t nextPlace = 0;
 std::atomic<bool> anyRemembered{false};
 
-// The start time as the kernel writes it, in clock ticks since it was booted; 0 when there is no such process.
-unsigned long long startTimeOf(pid_t process) noexcept
+// As the kernel counts the start times of processes: in clock ticks since the machine was booted.
+unsigned long long ticksSinceBoot() noexcept
 {
-    constexpr int fieldsBetween = 20;  // from the end of the program's name to the start time
-    char path[32];
-    std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(process));
-    const FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
-    char text[1024];
-    const ssize_t length = file.isOpen() ? ::read(file.get(), text, sizeof text - 1) : -1;
-    if (length <= 0) {
-        return 0;
-    }
-    text[length] = '\0';
-    const char* field = std::strrchr(text, ')');  // the program's name may contain anything, even blanks
-    for (int i = 0; field != nullptr && i < fieldsBetween; ++i) {
-        field = std::strchr(field + 1, ' ');
-    }
-    return field == nullptr ? 0 : std::strtoull(field, nullptr, 10);
+    constexpr unsigned long long nanosecondsPerSecond = 1000UL * 1000 * 1000;
+    timespec now{};
+    ::clock_gettime(CLOCK_BOOTTIME, &now);
+    const auto ticksPerSecond = static_cast<unsigned long long>(::sysconf(_SC_CLK_TCK));
+    return static_cast<unsigned long long>(now.tv_sec) * ticksPerSecond +
+           static_cast<unsigned long long>(now.tv_nsec) / (nanosecondsPerSecond / ticksPerSecond);
 }
 
+// Whether nothing is left to do about it: it is collected, now or by somebody else.
 bool isCollected(const AbandonedChild& child) noexcept
 {
-    if (startTimeOf(child.process) != child.startTime) {
-        return true;  // somebody else collected it
+    siginfo_t information;
+    if (::waitid(P_PID, static_cast<id_t>(child.process), &information, WEXITED | WNOHANG | WNOWAIT | __WALL) != 0) {
+        return errno == ECHILD;
     }
-    return ::waitpid(child.process, nullptr, WNOHANG) != 0;
+    const ProcessState state = stateOf(child.process);
+    if (state.isKnown != ProcessState::Known::yes) {
+        return false;
+    }
+    if (state.startTime > child.rememberedAt) {
+        return true;  // somebody else collected it, and this is another child
+    }
+    return ::waitpid(child.process, nullptr, WNOHANG | __WALL) > 0;
 }
 
 }  // namespace
 
 void rememberAbandonedChild(pid_t process) noexcept
 {
-    const unsigned long long startTime = startTimeOf(process);
-    if (startTime == 0) {
-        return;
-    }
     const std::lock_guard<std::mutex> guard(placesLock);
-    places[nextPlace] = {process, startTime};
+    places[nextPlace] = {process, ticksSinceBoot()};
     nextPlace = (nextPlace + 1) % places.size();
     anyRemembered = true;
 }

@@ -6,18 +6,18 @@
 
 namespace kivclaim::host_internal {
 
-// A child that is stuck in the kernel outlives its run, and becomes a zombie when the kernel lets go of it. Nothing
+// A child that is stuck in the kernel outlives its run, and becomes a zombie when the kernel can end it. Nothing
 // process-wide may be set to have it collected, so it is remembered here, and each later run collects those that have
-// ended meanwhile. A remembered child is known by its process number and its start time, so that a number that the
-// system gave to another child of the process is never collected by mistake.
+// ended meanwhile. Only a child that was started before it was remembered is collected: when the process collects a
+// remembered child itself, the system may give its number to another child.
 //
-// Remembered are the last 64; an older one, or one whose start time cannot be read (no /proc), stays a zombie until
-// the process ends, unless the process collects it.
+// Remembered are the last 64; an older one stays a zombie until the process ends, unless the process collects it.
+// While /proc cannot be read, a remembered child stays as it is.
 //
 // Threads: any. Ownership: keeps no descriptor and no memory. Failure: none.
 void rememberAbandonedChild(pid_t process) noexcept;
 
-// Costs one look at a counter while there are none. Does nothing while another thread is at it.
+// Returns at once when nothing is remembered or another thread is collecting.
 void collectAbandonedChildren() noexcept;
 
 }  // namespace kivclaim::host_internal

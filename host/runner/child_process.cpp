@@ -2,143 +2,39 @@
 
 #include "host/runner/abandoned_children.h"
 #include "host/runner/child_environment.h"
+#include "host/runner/lost_status.h"
+#include "host/runner/process_table.h"
 #include "host/runner/run_problem.h"
+#include "host/runner/tool_start.h"
+#include "host/runner/waiting.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <utility>
 
 namespace kivclaim::host_internal {
 
 namespace {
 
-constexpr int firstOrdinaryDescriptor = STDERR_FILENO + 1;
+// How often a start is repeated while other threads free the environment under it.
+constexpr int mostStarts = 20;
 
-int openProcessDescriptorOfKernel(pid_t process)
+int descriptorOfKernel(int ofKernel)
 {
-    return static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
+    return ofKernel;
 }
-
-void requireSuccess(int errorNumber, const char* reason)
-{
-    if (errorNumber != 0) {
-        throw RunProblem{errorNumber, reason};
-    }
-}
-
-Pipe openPipe()
-{
-    int ends[2];
-    requireSuccess(::pipe2(ends, O_CLOEXEC) != 0 ? errno : 0, "there is no descriptor left for its output");
-    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
-}
-
-bool isAboveStandardDescriptors(const Pipe& pipe)
-{
-    return std::min(pipe.readEnd.get(), pipe.writeEnd.get()) >= firstOrdinaryDescriptor;
-}
-
-// A process that runs with a standard descriptor closed gets that number for a pipe, where the child's own standard
-// descriptors would overwrite it, and where another thread that prints would write into it. While such a pipe is open,
-// the next one lies higher.
-Pipe openPipeAboveStandardDescriptors()
-{
-    Pipe pipe = openPipe();
-    return isAboveStandardDescriptors(pipe) ? std::move(pipe) : openPipeAboveStandardDescriptors();
-}
-
-// What becomes of the child's descriptors.
-class SpawnFileActions {
-public:
-    SpawnFileActions() { requireSuccess(::posix_spawn_file_actions_init(&actions), "its start cannot be prepared"); }
-    SpawnFileActions(const SpawnFileActions&) = delete;
-    SpawnFileActions& operator=(const SpawnFileActions&) = delete;
-    ~SpawnFileActions() { ::posix_spawn_file_actions_destroy(&actions); }
-
-    void setStandardDescriptors(int outputEnd, int errorEnd)
-    {
-        require(::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
-        require(::posix_spawn_file_actions_adddup2(&actions, outputEnd, STDOUT_FILENO));
-        require(::posix_spawn_file_actions_adddup2(&actions, errorEnd, STDERR_FILENO));
-        require(::posix_spawn_file_actions_addclosefrom_np(&actions, firstOrdinaryDescriptor));
-    }
-
-    const posix_spawn_file_actions_t* get() const { return &actions; }
-
-private:
-    static void require(int errorNumber) { requireSuccess(errorNumber, "its descriptors cannot be prepared"); }
-
-    posix_spawn_file_actions_t actions;
-};
-
-// Signals and process group of the child.
-class SpawnAttributes {
-public:
-    SpawnAttributes()
-    {
-        requireSuccess(::posix_spawnattr_init(&attributes), "its start cannot be prepared");
-        // Not sigfillset: it leaves out the two signals of the thread library, which would stay ignored in the child.
-        sigset_t allSignals;
-        std::memset(&allSignals, 0xFF, sizeof allSignals);
-        sigset_t noSignals;
-        sigemptyset(&noSignals);
-        ::posix_spawnattr_setsigdefault(&attributes, &allSignals);
-        ::posix_spawnattr_setsigmask(&attributes, &noSignals);
-        ::posix_spawnattr_setpgroup(&attributes, 0);
-        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
-    }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-    ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes); }
-
-    const posix_spawnattr_t* get() const { return &attributes; }
-
-private:
-    posix_spawnattr_t attributes;
-};
 
 std::vector<char*> argumentPointers(const std::vector<std::string>& words)
 {
     std::vector<char*> pointers;
     pointers.reserve(words.size() + 1);
     for (const std::string& word : words) {
-        pointers.push_back(const_cast<char*>(word.c_str()));  // posix_spawn does not write to them
+        pointers.push_back(const_cast<char*>(word.c_str()));  // execve does not write to them
     }
     pointers.push_back(nullptr);
     return pointers;
-}
-
-pid_t spawn(const std::vector<std::string>& words, int outputEnd, int errorEnd)
-{
-    SpawnFileActions actions;
-    actions.setStandardDescriptors(outputEnd, errorEnd);
-    const SpawnAttributes attributes;
-    const std::vector<char*> arguments = argumentPointers(words);
-    const std::vector<char*> environment = childEnvironment();
-    pid_t process = 0;
-    requireSuccess(
-        ::posix_spawn(&process, arguments[0], actions.get(), attributes.get(), arguments.data(), environment.data()),
-        "it cannot be started");
-    return process;
-}
-
-// The status as wait() gives it, made of what waitid() tells.
-int rawWaitStatus(const siginfo_t& information)
-{
-    constexpr int coreDumped = 0x80;
-    if (information.si_code == CLD_EXITED) {
-        return (information.si_status & 0xFF) << 8;
-    }
-    return information.si_status | (information.si_code == CLD_DUMPED ? coreDumped : 0);
 }
 
 // Asks for the end of the child without collecting it. Returns waitid's result; si_pid is 0 while the child runs.
@@ -156,23 +52,14 @@ int peek(pid_t process, siginfo_t& information)
 
 SystemCalls realSystemCalls()
 {
-    return {&openProcessDescriptorOfKernel, &::kill};
+    return {&descriptorOfKernel, &::kill};
 }
 
-Pipe makePipe()
+ChildProcess::ChildProcess(const std::vector<std::string>& words, const Pipe& outputPipe, const Pipe& errorPipe,
+                           const SystemCalls& systemCalls, std::chrono::milliseconds patienceAtTheEnd)
+    : calls(systemCalls), patience(patienceAtTheEnd)
 {
-    Pipe pipe = openPipeAboveStandardDescriptors();
-    requireSuccess(::fcntl(pipe.readEnd.get(), F_SETFL, O_RDONLY | O_NONBLOCK) != 0 ? errno : 0,
-                   "its output cannot be read without blocking");
-    return pipe;
-}
-
-ChildProcess::ChildProcess(const std::vector<std::string>& words, const FileDescriptor& outputEnd,
-                           const FileDescriptor& errorEnd, const SystemCalls& systemCalls,
-                           std::chrono::milliseconds patienceAtTheEnd)
-    : calls(systemCalls), patience(patienceAtTheEnd), process(spawn(words, outputEnd.get(), errorEnd.get()))
-{
-    processDescriptor.reset(calls.openProcessDescriptor(process));
+    start(words, outputPipe, errorPipe);
 }
 
 ChildProcess::~ChildProcess()
@@ -182,41 +69,133 @@ ChildProcess::~ChildProcess()
     }
 }
 
-bool ChildProcess::hasEnded()
+void ChildProcess::start(const std::vector<std::string>& words, const Pipe& outputPipe, const Pipe& errorPipe)
+{
+    const FileDescriptor input = openNullDevice();
+    const std::vector<char*> arguments = argumentPointers(words);
+    int errorNumber = EFAULT;
+    for (int i = 0; i < mostStarts && errorNumber == EFAULT; ++i) {
+        const std::vector<char*> environment = childEnvironment(outputPipe);
+        ToolStart start{arguments.data(), environment.data(), input.get(), outputPipe.writeEnd.get(),
+                        errorPipe.writeEnd.get()};
+        startOnce(start);
+        errorNumber = start.errorNumber;
+    }
+    if (errorNumber != 0) {
+        throw RunProblem{errorNumber, "it cannot be started"};
+    }
+}
+
+void ChildProcess::startOnce(ToolStart& start)
+{
+    const ChildStack stack;
+    start.stackTop = stack.top();
+    const AllSignalsBlocked signals;
+    if (mayLoseStatuses(signals)) {
+        keeper.startTool(start);
+    } else {
+        startTool(start);
+        if (start.errorNumber == 0) {
+            processDescriptor.reset(calls.processDescriptor(start.processDescriptor));
+        }
+    }
+    if (start.errorNumber == 0) {
+        process = start.process;
+    }
+}
+
+ChildProcess::Look ChildProcess::look() noexcept
+{
+    if (!keeper.isUsed()) {
+        return lookDirectly();
+    }
+    switch (keeper.receive(waitStatus)) {
+        case StatusKeeper::Report::none:
+            return Look::runs;
+        case StatusKeeper::Report::status:
+            return Look::hasEnded;
+        case StatusKeeper::Report::lost:
+            break;
+    }
+    return Look::isLost;
+}
+
+ChildProcess::Look ChildProcess::lookDirectly() noexcept
 {
     siginfo_t information;
     if (peek(process, information) != 0) {
-        process = 0;
-        throw RunProblem{errno, "its status was lost, because the process ignores SIGCHLD or collects every child"};
+        return errno == ECHILD ? Look::isLost : Look::failed;
     }
     if (information.si_pid == 0) {
-        return false;
+        return Look::runs;
     }
     waitStatus = rawWaitStatus(information);
+    return Look::hasEnded;
+}
+
+// Somebody else has collected the child.
+bool ChildProcess::isStatusKnownToKernel() noexcept
+{
+    rememberLostStatus();
+    return !keeper.isUsed() && readLostStatus(processDescriptor, waitStatus);
+}
+
+bool ChildProcess::hasEnded()
+{
+    switch (look()) {
+        case Look::runs:
+            return false;
+        case Look::hasEnded:
+            return true;
+        case Look::failed:
+            throw RunProblem{errno, "its end cannot be waited for"};
+        case Look::isLost:
+            break;
+    }
+    const bool isKnown = isStatusKnownToKernel();
+    collect();
+    if (!isKnown) {
+        throw RunProblem{ECHILD, "its status was lost, because somebody else collected it"};
+    }
     return true;
 }
 
+// A child that cannot be asked for is ours until it is known that it is not.
 bool ChildProcess::isOurs() const
 {
+    if (process == 0) {
+        return false;
+    }
+    if (keeper.isUsed()) {
+        return keeper.isAlive();
+    }
     siginfo_t information;
-    return process != 0 && peek(process, information) == 0;
+    return peek(process, information) == 0 || errno != ECHILD;
 }
 
-void ChildProcess::signalGroup(int signal)
+bool ChildProcess::hasRunningGroup() const
+{
+    return isOurs() && hasRunningMembers(process);
+}
+
+// The leader of a session cannot leave its group, so the child is in it.
+bool ChildProcess::signalGroup(int signal)
 {
     if (!isOurs()) {
-        return;
+        return true;
     }
-    const bool reachedGroup = calls.sendSignal(-process, signal) == 0;
-    if (!reachedGroup || ::getpgid(process) != process) {
-        calls.sendSignal(process, signal);
-    }
+    calls.sendSignal(-process, signal);
+    return calls.sendSignal(process, 0) == 0 || errno != EPERM;
 }
 
 // Somebody else may have collected the child since hasEnded, which learnt the status; so this must not block.
 int ChildProcess::collect()
 {
-    while (::waitpid(process, nullptr, WNOHANG) < 0 && errno == EINTR) {
+    if (keeper.isUsed()) {
+        keeper.release(patience);
+    } else if (process != 0) {
+        while (::waitpid(process, nullptr, WNOHANG) < 0 && errno == EINTR) {
+        }
     }
     process = 0;
     return waitStatus;
@@ -224,27 +203,26 @@ int ChildProcess::collect()
 
 void ChildProcess::leaveBehind()
 {
-    rememberAbandonedChild(process);
+    if (keeper.isUsed()) {
+        keeper.leaveBehind();
+    } else {
+        rememberAbandonedChild(process);
+    }
     process = 0;
 }
 
 void ChildProcess::endNow() noexcept
 {
-    using Clock = std::chrono::steady_clock;
-    constexpr int longestPause = 20;
-    const Clock::time_point deadline = Clock::now() + patience;
-    signalGroup(SIGKILL);
-    pid_t collected;
-    int pause = 1;
-    while ((collected = ::waitpid(process, nullptr, WNOHANG)) == 0 || (collected < 0 && errno == EINTR)) {
-        if (Clock::now() >= deadline) {
-            leaveBehind();
-            return;
-        }
-        ::poll(nullptr, 0, pause);
-        pause = std::min(2 * pause, longestPause);
+    const bool isReachable = signalGroup(SIGKILL);
+    const auto isOver = [this] {
+        const Look seen = look();
+        return seen == Look::hasEnded || seen == Look::isLost;
+    };
+    if (isReachable && becomesTrue(patience, isOver)) {
+        collect();
+    } else {
+        leaveBehind();
     }
-    process = 0;
 }
 
 }  // namespace kivclaim::host_internal

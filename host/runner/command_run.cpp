@@ -1,13 +1,13 @@
 // The course of a run: started, heard to its end, ended by force when it must be, and judged.
 #include "host/runner/command_run.h"
 
-#include "host/cancellation_hold.h"
 #include "host/printable_text.h"
 #include "host/runner/abandoned_children.h"
 #include "host/runner/command_words.h"
 #include "host/runner/output_streams.h"
 #include "host/runner/run_problem.h"
 #include "host/runner/wide_text.h"
+#include "host/utf8.h"
 
 #include <poll.h>
 #include <sys/wait.h>
@@ -17,6 +17,7 @@
 #include <csignal>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 using ztfi_pdk_4_4::EFiExecPipe;
@@ -33,27 +34,6 @@ constexpr milliseconds longestWait = std::chrono::hours(1);  // poll counts mill
 constexpr milliseconds shortestPause{1};
 constexpr milliseconds longestPause{20};
 constexpr int signalResultBase = 128;
-
-// Takes the lines of a run away again, unless it is kept: half an output must not pass for a whole one.
-class LinesUntilKept {
-public:
-    explicit LinesUntilKept(std::vector<std::string>& target) : lines(target), sizeBefore(target.size()) {}
-    LinesUntilKept(const LinesUntilKept&) = delete;
-    LinesUntilKept& operator=(const LinesUntilKept&) = delete;
-    ~LinesUntilKept()
-    {
-        if (!kept) {
-            lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(sizeBefore), lines.end());
-        }
-    }
-
-    void keep() { kept = true; }
-
-private:
-    std::vector<std::string>& lines;
-    std::size_t sizeBefore;
-    bool kept = false;
-};
 
 // How a run that was not given up ended.
 struct RunEnd {
@@ -83,19 +63,26 @@ private:
     void hear();
     milliseconds timeToWait() const;
     Clock::time_point silenceDeadline() const;
+    void noticeOutput(std::size_t count);
     void noticeEnd(bool isAnnounced);
+    void askForEnd();
     void noticeSilence(bool heardSomething, bool hasLooked);
+    void noticeEmptyGroup();
     void actOnTime();
     void proceed(Clock::time_point now);
+    void endAtLimit(Clock::time_point now);
+    void signalGroup(int signal);
     RunEnd conclude();
 
     RunLimits limits;
-    OutputStreams streams;
     Clock::time_point deadline;  // of the stage
     ChildProcess child;
+    OutputStreams streams;
     Stage stage = Stage::running;
     bool hasChildEnded = false;
     bool isSilent = false;
+    bool isGroupEmpty = false;
+    bool hasHeardSinceEnd = false;       // from others than the child, who hold its pipes
     milliseconds pause = shortestPause;  // between two questions, when the kernel does not announce the end
     Clock::time_point lastHeard;
 };
@@ -103,10 +90,10 @@ private:
 CommandRun::CommandRun(const std::vector<std::string>& words, const RunLimits& runLimits,
                        std::vector<std::string>& output, const SystemCalls& calls, Pipe outputPipe, Pipe errorPipe)
     : limits(runLimits),
-      streams(std::move(outputPipe.readEnd), std::move(errorPipe.readEnd), output, limits.outputBytes,
-              limits.outputLines),
       deadline(limits.wholeRun.count() == 0 ? never : Clock::now() + limits.wholeRun),
-      child(words, outputPipe.writeEnd, errorPipe.writeEnd, calls, limits.fromKillToLeave)
+      child(words, outputPipe, errorPipe, calls, limits.fromKillToLeave),
+      streams(std::move(outputPipe.readEnd), std::move(errorPipe.readEnd), output, limits.outputBytes,
+              limits.outputLines)
 {
     // Our own write ends would keep the pipes from ever ending.
     outputPipe.writeEnd.reset();
@@ -121,9 +108,21 @@ RunEnd CommandRun::toItsEnd()
     return conclude();
 }
 
+// When the group has been asked to end, everybody in it gets the time for that, also when the child ended at once.
 bool CommandRun::isOver() const
 {
-    return hasChildEnded && (!streams.anyOpen() || isSilent || stage == Stage::killed);
+    if (!hasChildEnded) {
+        return false;
+    }
+    switch (stage) {
+        case Stage::running:
+            return !streams.anyOpen() || isSilent;
+        case Stage::askedToEnd:
+            return isGroupEmpty;
+        case Stage::killed:
+            break;
+    }
+    return true;
 }
 
 // Waits until something happens, and takes note of it.
@@ -138,13 +137,14 @@ void CommandRun::hear()
     }
     const auto isReady = [&](std::size_t source) { return ready > 0 && sources[source].revents != 0; };
     if (isReady(0)) {
-        streams.readOutput();
+        noticeOutput(streams.readOutput());
     }
     if (isReady(1)) {
-        streams.readError();
+        noticeOutput(streams.readError());
     }
     noticeEnd(isReady(2));
     noticeSilence(isReady(0) || isReady(1), ready >= 0);
+    noticeEmptyGroup();
     actOnTime();
 }
 
@@ -152,7 +152,7 @@ milliseconds CommandRun::timeToWait() const
 {
     const Clock::time_point next = std::min(deadline, silenceDeadline());
     const auto left = std::chrono::ceil<milliseconds>(next - Clock::now());
-    const bool mustAsk = !hasChildEnded && child.endDescriptor() < 0;
+    const bool mustAsk = hasChildEnded ? stage == Stage::askedToEnd : child.endDescriptor() < 0;
     return std::clamp(left, milliseconds(0), mustAsk ? pause : longestWait);
 }
 
@@ -162,22 +162,39 @@ Clock::time_point CommandRun::silenceDeadline() const
     return hasChildEnded && stage == Stage::running ? lastHeard + limits.silenceAfterEnd : never;
 }
 
+void CommandRun::noticeOutput(std::size_t count)
+{
+    hasHeardSinceEnd = hasHeardSinceEnd || (hasChildEnded && count > 0);
+}
+
 void CommandRun::noticeEnd(bool isAnnounced)
 {
     if (hasChildEnded || (!isAnnounced && child.endDescriptor() >= 0)) {
         return;
     }
-    hasChildEnded = child.hasEnded();
+    askForEnd();
     if (hasChildEnded) {
-        lastHeard = Clock::now();
-    } else if (isAnnounced) {
-        child.closeEndDescriptor();  // it announced what is not so; from now on the child is asked
+        return;
+    }
+    if (isAnnounced) {
+        child.closeEndDescriptor();  // spurious readiness: the child is asked from now on
     } else {
         pause = std::min(2 * pause, longestPause);
     }
 }
 
-// Only a look at the pipes tells that they are silent: the clock alone would miss what came while this thread slept.
+// All that the child itself wrote is in the pipes when it has ended; what comes later is from others.
+void CommandRun::askForEnd()
+{
+    hasChildEnded = child.hasEnded();
+    if (hasChildEnded) {
+        streams.drain();
+        lastHeard = Clock::now();
+        pause = shortestPause;
+    }
+}
+
+// Ask the pipes, not only the clock: output may have arrived while this thread slept.
 void CommandRun::noticeSilence(bool heardSomething, bool hasLooked)
 {
     const Clock::time_point now = Clock::now();
@@ -188,10 +205,18 @@ void CommandRun::noticeSilence(bool heardSomething, bool hasLooked)
     }
 }
 
+void CommandRun::noticeEmptyGroup()
+{
+    if (hasChildEnded && stage == Stage::askedToEnd) {
+        isGroupEmpty = !child.hasRunningGroup();
+        pause = std::min(2 * pause, longestPause);
+    }
+}
+
 void CommandRun::actOnTime()
 {
     const Clock::time_point now = Clock::now();
-    if (now >= deadline || (stage == Stage::running && streams.areOverLimit())) {
+    if (!isOver() && (now >= deadline || (stage == Stage::running && streams.areOverLimit()))) {
         proceed(now);
     }
 }
@@ -201,12 +226,10 @@ void CommandRun::proceed(Clock::time_point now)
 {
     switch (stage) {
         case Stage::running:
-            child.signalGroup(SIGTERM);
-            stage = Stage::askedToEnd;
-            deadline = now + limits.fromTermToKill;
+            endAtLimit(now);
             break;
         case Stage::askedToEnd:
-            child.signalGroup(SIGKILL);
+            signalGroup(SIGKILL);
             stage = Stage::killed;
             deadline = now + limits.fromKillToLeave;
             break;
@@ -214,6 +237,33 @@ void CommandRun::proceed(Clock::time_point now)
             child.leaveBehind();
             throw RunProblem{ETIMEDOUT, "not even SIGKILL ended it, and it was left behind", unknownWaitStatus,
                              streams.errorTail()};
+    }
+}
+
+// The child may have ended long ago, when this process was stopped or the machine slept. Then only those who still
+// write to its output are ended; those who hold it silently are left alone, as they are when their silence ends the
+// run.
+void CommandRun::endAtLimit(Clock::time_point now)
+{
+    if (!hasChildEnded) {
+        askForEnd();
+    }
+    if (hasChildEnded && !hasHeardSinceEnd && !streams.areOverLimit()) {
+        isSilent = true;
+        return;
+    }
+    signalGroup(SIGTERM);
+    signalGroup(SIGCONT);  // a stopped process ends no earlier
+    stage = Stage::askedToEnd;
+    deadline = now + limits.fromTermToKill;
+}
+
+void CommandRun::signalGroup(int signal)
+{
+    if (!child.signalGroup(signal) && !hasChildEnded) {
+        child.leaveBehind();
+        throw RunProblem{EPERM, "it runs as another user, so it could not be ended, and was left behind",
+                         unknownWaitStatus, streams.errorTail()};
     }
 }
 
@@ -225,13 +275,13 @@ RunEnd CommandRun::conclude()
         streams.drain();
     }
     const int waitStatus = child.collect();
+    streams.finish();
     if (streams.areOverLimit()) {
         throw RunProblem{EFBIG,
                          "it wrote more than " + std::to_string(limits.outputBytes) + " bytes or " +
                              std::to_string(limits.outputLines) + " lines and was ended",
                          waitStatus, streams.errorTail()};
     }
-    streams.finish();
     return {waitStatus, stage != Stage::running, streams.errorTail()};
 }
 
@@ -258,13 +308,30 @@ std::string describe(const RunEnd& end)
     return end.wasTimedOut ? text + " after its time limit" : text;
 }
 
+// The whole command, or its beginning: not more than 4 KiB, whatever its bytes are.
+std::string shown(const std::string& command)
+{
+    constexpr std::size_t mostBytes = 1024;
+    if (command.size() <= mostBytes) {
+        return host::printableText(command);
+    }
+    std::size_t length = mostBytes;
+    while (length > 0 && isUtf8Continuation(static_cast<unsigned char>(command[length]))) {
+        --length;
+    }
+    return host::printableText(std::string_view(command).substr(0, length)) + "...";
+}
+
+// Not more than 64 KiB: a wide text takes four bytes for each character, and four characters for a byte that is no
+// text.
 EFiExecPipe failureRecord(std::string message, const std::string& errorTail, int errorNumber, int waitStatus)
 {
     if (!errorTail.empty()) {
         message += ": " + errorTail;
     }
+    constexpr std::size_t mostWideCharacters = 12288;
     EFiExecPipe record;
-    record.wideMessage = wideText(message);
+    record.wideMessage = wideText(message).substr(0, mostWideCharacters);
     record.message = std::move(message);
     record.errorNumber = errorNumber;
     record.waitStatus = waitStatus;
@@ -277,8 +344,8 @@ CommandResult judged(const std::string& command, const RunEnd& end)
     result.hasRun = true;
     result.result = resultOf(end);
     if (result.result != 0) {
-        result.failure = failureRecord("The command [" + host::printableText(command) + "] " + describe(end),
-                                       end.errorTail, end.wasTimedOut ? ETIMEDOUT : 0, end.waitStatus);
+        result.failure = failureRecord("The command [" + shown(command) + "] " + describe(end), end.errorTail,
+                                       end.wasTimedOut ? ETIMEDOUT : 0, end.waitStatus);
     }
     return result;
 }
@@ -288,7 +355,7 @@ CommandResult notRun(const std::string& command, const RunProblem& problem)
     const char* const name = ::strerrordesc_np(problem.errorNumber);
     CommandResult result;
     result.result = -1;
-    result.failure = failureRecord("Cannot run [" + host::printableText(command) + "]: " + problem.reason + " (" +
+    result.failure = failureRecord("Cannot run [" + shown(command) + "]: " + problem.reason + " (" +
                                        (name != nullptr ? name : "unknown error") + ")",
                                    problem.errorTail, problem.errorNumber, problem.waitStatus);
     return result;
@@ -299,7 +366,6 @@ CommandResult notRun(const std::string& command, const RunProblem& problem)
 CommandResult runCommand(const std::string& command, const RunLimits& limits, std::vector<std::string>& output,
                          const SystemCalls& calls)
 {
-    const CancellationHold hold;
     collectAbandonedChildren();
     try {
         LinesUntilKept lines(output);

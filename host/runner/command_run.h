@@ -28,11 +28,12 @@ struct CommandResult {
 };
 
 // Runs `command` and appends the lines of its standard output to `output`; standard error is kept for the failure
-// record. The result is the exit code, or 128 and the signal for a child that a signal ended; 128 and SIGTERM for one
-// that exited with 0 after its time limit. Commands that could not be run leave `output` as it was.
+// record. The result is the exit code, or 128 and the signal for a child that a signal ended. A child that has ended
+// when its time limit is noticed is judged by how it ended, however late that is. 128 and SIGTERM is the result for one
+// that exited with 0 after it was asked to end, or while others still wrote to its output at the time limit: an output
+// that was cut off is no success. Commands that could not be run leave `output` as it was.
 //
-// Threads: any, each with an output of its own. The run cannot be cancelled: a cancellation of the thread waits until
-// it is over.
+// Threads: any, each with an output of its own. The caller holds cancellations of the thread off.
 // Ownership: child, descriptors and buffers are its own and gone afterwards, on every path. A child that not even
 // SIGKILL ends is left behind, see abandoned_children.h.
 // Failure: the result says it; running out of memory is std::bad_alloc.

@@ -5,6 +5,21 @@
 
 namespace kivclaim::host_internal {
 
+// shrink_to_fit catches what its own allocation throws; the memory then stays the vector's.
+void LinesBefore::restore(std::vector<std::string>& lines) const noexcept
+{
+    lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(size), lines.end());
+    if (lines.capacity() > capacity) {
+        lines.shrink_to_fit();
+    }
+}
+
+void LineCollector::drop()
+{
+    std::string().swap(unfinished);
+    before.restore(lines);
+}
+
 void LineCollector::add(const char* bytes, std::size_t count)
 {
     const char* const end = bytes + count;

@@ -62,9 +62,10 @@ std::size_t OutputStreams::readOnce(Stream& stream)
 std::size_t OutputStreams::takeOutput()
 {
     const std::size_t count = readOnce(output);
-    if (!areOverLimit()) {
+    if (!isOverLimit) {
         lineCollector.add(buffer.get(), count);
     }
+    noticeLimit();
     if (count >= largeRead && !isOutputPipeLarge) {
         enlargeOutputPipe();
     }
@@ -75,7 +76,18 @@ std::size_t OutputStreams::takeError()
 {
     const std::size_t count = readOnce(error);
     tailCollector.add(buffer.get(), count);
+    noticeLimit();
     return count;
+}
+
+// What is dropped gives its memory back at once: ending the writer may take seconds.
+void OutputStreams::noticeLimit()
+{
+    if (!isOverLimit &&
+        (output.byteCount > byteLimit || error.byteCount > byteLimit || lineCollector.lineCount() > lineLimit)) {
+        isOverLimit = true;
+        lineCollector.drop();
+    }
 }
 
 // Only for large outputs: small ones do not repay it, and the room that a user may give to pipes is limited. When the
@@ -86,25 +98,29 @@ void OutputStreams::enlargeOutputPipe()
     (void)::fcntl(output.end.get(), F_SETPIPE_SZ, static_cast<int>(largePipeBytes));
 }
 
-void OutputStreams::readOutput()
+// Exactly what is there at first: a writer that never ends must not hold the reader. There may be less than the kernel
+// said, because others can read from a pipe too.
+void OutputStreams::drain(const Stream& stream, std::size_t (OutputStreams::*take)())
 {
-    takeOutput();
+    std::size_t left = bytesInPipe(stream.end);
+    while (left > 0) {
+        const std::size_t count = (this->*take)();
+        left = count == 0 ? 0 : left - std::min(left, count);
+    }
 }
 
-void OutputStreams::readError()
-{
-    takeError();
-}
-
-// Exactly what is there at first: a writer that goes on for ever must not hold the reader.
 void OutputStreams::drain()
 {
-    for (std::size_t left = bytesInPipe(output.end); left > 0;) {
-        left -= std::min(left, takeOutput());
+    drain(output, &OutputStreams::takeOutput);
+    drain(error, &OutputStreams::takeError);
+}
+
+void OutputStreams::finish()
+{
+    if (!isOverLimit) {
+        lineCollector.finish();
     }
-    for (std::size_t left = bytesInPipe(error.end); left > 0;) {
-        left -= std::min(left, takeError());
-    }
+    noticeLimit();
 }
 
 }  // namespace kivclaim::host_internal

@@ -12,8 +12,8 @@
 
 namespace kivclaim::host_internal {
 
-// Reads standard output into lines and keeps the end of standard error. Beyond `byteLimit` of either, what comes is
-// read and dropped, so that the writer is not blocked while it is being ended.
+// Reads standard output into lines and keeps the end of standard error. Beyond the limits, the lines are dropped, and
+// what comes is read and dropped, so that the writer is not blocked while it is being ended.
 //
 // Threads: belongs to one.
 // Ownership: owns the read ends; each is closed when its writers are gone. The vector is the caller's.
@@ -26,20 +26,17 @@ public:
     int outputDescriptor() const { return output.end.get(); }
     int errorDescriptor() const { return error.end.get(); }
     bool anyOpen() const { return output.end.isOpen() || error.end.isOpen(); }
-    bool areOverLimit() const
-    {
-        return output.byteCount > byteLimit || error.byteCount > byteLimit || lineCollector.lineCount() > lineLimit;
-    }
+    bool areOverLimit() const { return isOverLimit; }
 
-    // Each reads once; there must be something to read, or a hang-up.
-    void readOutput();
-    void readError();
+    // Each reads once and tells how many bytes it read; there must be something to read, or a hang-up.
+    std::size_t readOutput() { return takeOutput(); }
+    std::size_t readError() { return takeError(); }
 
     // Reads what lies in the pipes, however many others still hold them.
     void drain();
 
-    // Makes a line of what follows the last line feed.
-    void finish() { lineCollector.finish(); }
+    // Makes a line of what follows the last line feed; it counts like the others.
+    void finish();
     std::string errorTail() const { return tailCollector.tail(); }
 
 private:
@@ -51,6 +48,8 @@ private:
     std::size_t readOnce(Stream& stream);
     std::size_t takeOutput();
     std::size_t takeError();
+    void drain(const Stream& stream, std::size_t (OutputStreams::*take)());
+    void noticeLimit();
     void enlargeOutputPipe();
 
     Stream output;
@@ -59,6 +58,7 @@ private:
     TailCollector tailCollector;
     std::size_t byteLimit;
     std::size_t lineLimit;
+    bool isOverLimit = false;
     bool isOutputPipeLarge = false;
     std::unique_ptr<char[]> buffer;
 };

@@ -4,6 +4,7 @@
 
 #include "host/runner/command_run.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,9 +16,9 @@ struct SnapshotPlace {
     std::vector<std::string> lines;
 };
 
-// Where the snapshots that are open on this thread remember `command`; null when none of them names it. The place
-// belongs to its snapshot.
-SnapshotPlace* snapshotPlaceOf(const std::string& command);
+// Where the snapshots that are open on this thread remember `command`; null when none of them names it. Outlives its
+// snapshot for as long as it is held.
+std::shared_ptr<SnapshotPlace> snapshotPlaceOf(const std::string& command);
 
 }  // namespace kivclaim::host_internal
 

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -75,6 +76,51 @@ void printGroup()
     print(std::to_string(::getpid()) + " " + std::to_string(::getpgrp()));
 }
 
+void printSession()
+{
+    print(std::to_string(::getpid()) + " " + std::to_string(::getsid(0)));
+}
+
+void appendTo(const char* path)
+{
+    const int file = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    write(file, "ran\n");
+    ::close(file);
+}
+
+// Says when it is ready, takes its time to end when it is asked to, and says that it has ended.
+[[noreturn]] void endSlowlyWhenAsked(const char* path)
+{
+    sigset_t asked;
+    sigemptyset(&asked);
+    sigaddset(&asked, SIGTERM);
+    ::sigprocmask(SIG_BLOCK, &asked, nullptr);
+    appendTo(path);
+    int signal = 0;
+    ::sigwait(&asked, &signal);
+    ::usleep(300 * 1000);
+    appendTo(path);
+    std::_Exit(0);
+}
+
+void printOpening(const char* path)
+{
+    const int file = ::open(path, O_RDWR | O_CLOEXEC);
+    print(file >= 0 ? "opened" : std::string("error ") + std::to_string(errno));
+}
+
+// Reads what lies in the pipe to the runner, before the runner can.
+[[noreturn]] void stealOutput()
+{
+    const int pipe = ::open("/proc/self/fd/1", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    char bytes[64];
+    for (;;) {
+        write(STDOUT_FILENO, "stolen");
+        while (::read(pipe, bytes, sizeof bytes) > 0) {
+        }
+    }
+}
+
 void sleepMilliseconds(int milliseconds)
 {
     ::usleep(static_cast<useconds_t>(milliseconds) * 1000);
@@ -135,9 +181,15 @@ int perform(const std::string& word, const char* argument)
     } else if (word == "close") {
         ::close(number);
     } else if (word == "append-to") {
+        appendTo(argument);
+    } else if (word == "append-number-to") {
         const int file = ::open(argument, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-        write(file, "ran\n");
+        write(file, std::to_string(::getpid()) + "\n");
         ::close(file);
+    } else if (word == "end-slowly") {
+        endSlowlyWhenAsked(argument);
+    } else if (word == "open") {
+        printOpening(argument);
     } else {
         return 0;
     }
@@ -154,6 +206,12 @@ void performWithoutArgument(const std::string& word)
         printSignals();
     } else if (word == "group") {
         printGroup();
+    } else if (word == "session") {
+        printSession();
+    } else if (word == "leave-session") {
+        ::setsid();
+    } else if (word == "steal-output") {
+        stealOutput();
     } else if (word == "join-group-of-parent") {
         ::setpgid(0, ::getpgid(::getppid()));
     } else if (word == "read-input") {

@@ -1,0 +1,28 @@
+// The descriptors of a run. Private to the bundled host.
+#ifndef KIVCLAIM_HOST_RUNNER_DESCRIPTORS_H
+#define KIVCLAIM_HOST_RUNNER_DESCRIPTORS_H
+
+#include "host/runner/file_descriptor.h"
+
+namespace kivclaim::host_internal {
+
+// A pipe whose ends are closed on exec; the read end does not block.
+struct Pipe {
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+};
+
+// All descriptors lie above the three standard ones, also when the process runs with some of those closed: there the
+// child's own standard descriptors would overwrite them, and another thread that prints would write into them.
+//
+// Failure: RunProblem when there are no descriptors left.
+Pipe makePipe();
+void raiseAboveStandardDescriptors(FileDescriptor& descriptor);
+
+// The null device, closed on exec. RunProblem when /dev/null is missing or something else: a tool would read that as
+// its input, or wait for it without end.
+FileDescriptor openNullDevice();
+
+}  // namespace kivclaim::host_internal
+
+#endif

@@ -1,0 +1,28 @@
+// What the kernel tells of other processes. Private to the bundled host.
+#ifndef KIVCLAIM_HOST_RUNNER_PROCESS_TABLE_H
+#define KIVCLAIM_HOST_RUNNER_PROCESS_TABLE_H
+
+#include <sys/types.h>
+
+namespace kivclaim::host_internal {
+
+struct ProcessState {
+    enum class Known { yes, noSuchProcess, no };
+
+    Known isKnown = Known::no;  // the rest is filled for `yes`; `no`: /proc cannot be read at present
+    char state = '?';
+    pid_t group = 0;
+    unsigned long long startTime = 0;  // in clock ticks since the machine was booted
+
+    bool isRunning() const { return isKnown == Known::yes && state != 'Z' && state != 'X'; }
+};
+
+// Threads: any. Failure: none but what isKnown says.
+ProcessState stateOf(pid_t process) noexcept;
+
+// Whether a process of this group is left that is no zombie; true when that cannot be told.
+bool hasRunningMembers(pid_t group) noexcept;
+
+}  // namespace kivclaim::host_internal
+
+#endif

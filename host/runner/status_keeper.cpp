@@ -1,0 +1,210 @@
+#include "host/runner/status_keeper.h"
+
+#include "host/runner/abandoned_children.h"
+#include "host/runner/descriptors.h"
+#include "host/runner/run_problem.h"
+#include "host/runner/waiting.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <utility>
+
+namespace kivclaim::host_internal {
+
+namespace {
+
+std::atomic<bool> wasStatusLost{false};
+
+constexpr int socketOfKeeper = STDERR_FILENO + 1;
+constexpr std::chrono::milliseconds timeToEnd{1000};  // of a keeper whose tool cannot be started
+
+// What the keeper sends: once after the start, and once after the end of the tool.
+struct StartReport {
+    int errorNumber;
+    pid_t process;
+};
+
+struct Ends {
+    FileDescriptor host;
+    FileDescriptor keeper;
+};
+
+Ends openSocket()
+{
+    int ends[2];
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+        throw RunProblem{errno, "there is no descriptor left for its status"};
+    }
+    Ends opened{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+    raiseAboveStandardDescriptors(opened.host);
+    raiseAboveStandardDescriptors(opened.keeper);
+    return opened;
+}
+
+// From here to `keep` everything runs in the copy of the process, of whose threads only this one is there: system calls
+// only, because the copy may have locks of the C library that nobody will open.
+
+KIVCLAIM_UNSANITIZED void send(int socket, const void* message, std::size_t size)
+{
+    ::syscall(SYS_sendto, socket, message, size, MSG_NOSIGNAL, nullptr, 0);
+}
+
+// The keeper's standard descriptors become those of the tool, and the next one is the socket. They are duplicated
+// first, to numbers that none of the four shall have.
+KIVCLAIM_UNSANITIZED bool arrangeDescriptors(ToolStart& start, int socket)
+{
+    int ends[] = {start.inputEnd, start.outputEnd, start.errorEnd, socket};
+    for (int& end : ends) {
+        end = static_cast<int>(::syscall(SYS_fcntl, end, F_DUPFD, socketOfKeeper + 1));
+    }
+    for (int number = 0; number <= socketOfKeeper; ++number) {
+        if (::syscall(SYS_dup3, ends[number], number, 0) < 0) {
+            return false;
+        }
+    }
+    start.inputEnd = STDIN_FILENO;
+    start.outputEnd = STDOUT_FILENO;
+    start.errorEnd = STDERR_FILENO;
+    return true;
+}
+
+KIVCLAIM_UNSANITIZED void startAndReport(ToolStart& start, int socket)
+{
+    if (arrangeDescriptors(start, socket)) {
+        closeDescriptorsFrom(socketOfKeeper + 1);
+        startTool(start);
+        socket = socketOfKeeper;
+    } else {
+        start.errorNumber = errno;
+    }
+    const StartReport report{start.errorNumber, start.process};
+    send(socket, &report, sizeof report);
+    if (start.errorNumber != 0) {
+        endHere();
+    }
+    // Held any longer, the pipes would not end with the tool.
+    ::syscall(SYS_dup3, STDIN_FILENO, STDOUT_FILENO, 0);
+    ::syscall(SYS_dup3, STDIN_FILENO, STDERR_FILENO, 0);
+}
+
+// The tool's number stays its own until the host has closed the socket: only then the tool is collected.
+KIVCLAIM_UNSANITIZED void awaitAndReport(pid_t tool)
+{
+    siginfo_t information;
+    while (::syscall(SYS_waitid, P_PID, tool, &information, WEXITED | WNOWAIT, nullptr) != 0) {
+        if (errno != EINTR) {
+            endHere();
+        }
+    }
+    const int status = rawWaitStatus(information);
+    send(socketOfKeeper, &status, sizeof status);
+    char byte;
+    while (::syscall(SYS_read, socketOfKeeper, &byte, sizeof byte) < 0 && errno == EINTR) {
+    }
+    ::syscall(SYS_wait4, tool, nullptr, 0, nullptr);
+}
+
+KIVCLAIM_UNSANITIZED void keep(ToolStart& start, int socket, pid_t host)
+{
+    if (endsWithItsParent(host)) {
+        resetSignals();
+        startAndReport(start, socket);
+        awaitAndReport(start.process);
+    }
+    endHere();
+}
+
+ssize_t receiveMessage(const FileDescriptor& socket, void* message, std::size_t size, int flags)
+{
+    ssize_t count;
+    do {
+        count = ::recv(socket.get(), message, size, flags);
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+}  // namespace
+
+bool mayLoseStatuses(const AllSignalsBlocked& signals) noexcept
+{
+    struct sigaction ofChildren = {};
+    ::sigaction(SIGCHLD, nullptr, &ofChildren);
+    return wasStatusLost || signals.wasBlockedBefore(SIGCHLD) || ofChildren.sa_handler != SIG_DFL ||
+           (ofChildren.sa_flags & SA_NOCLDWAIT) != 0;
+}
+
+void rememberLostStatus() noexcept
+{
+    wasStatusLost = true;
+}
+
+void StatusKeeper::startTool(ToolStart& start)
+{
+    Ends ends = openSocket();
+    const pid_t host = ::getpid();
+    // A copy of the process, as fork makes it, but with no signal at its end.
+    process = static_cast<pid_t>(::syscall(SYS_clone, 0, nullptr, nullptr, nullptr, nullptr));
+    if (process == 0) {
+        keep(start, ends.keeper.get(), host);
+    }
+    if (process < 0) {
+        start.errorNumber = errno;
+        process = 0;
+        return;
+    }
+    ends.keeper.reset();
+    socket = std::move(ends.host);
+    StartReport report{ECHILD, 0};
+    receiveMessage(socket, &report, sizeof report, 0);
+    start.errorNumber = report.errorNumber;
+    start.process = report.process;
+    if (start.errorNumber != 0) {
+        release(timeToEnd);
+    }
+}
+
+StatusKeeper::Report StatusKeeper::receive(int& waitStatus) noexcept
+{
+    int status = 0;
+    const ssize_t count = receiveMessage(socket, &status, sizeof status, MSG_DONTWAIT);
+    if (count < 0 && errno == EAGAIN) {
+        return Report::none;
+    }
+    if (count != sizeof status) {
+        return Report::lost;
+    }
+    waitStatus = status;
+    return Report::status;
+}
+
+bool StatusKeeper::isAlive() const noexcept
+{
+    pollfd source{socket.get(), 0, 0};
+    return ::poll(&source, 1, 0) == 0;
+}
+
+void StatusKeeper::leaveBehind() noexcept
+{
+    socket.reset();
+    rememberAbandonedChild(process);
+    process = 0;
+}
+
+void StatusKeeper::release(std::chrono::milliseconds patience) noexcept
+{
+    socket.reset();
+    if (!becomesTrue(patience, [this] { return ::waitpid(process, nullptr, WNOHANG | __WALL) != 0; })) {
+        leaveBehind();
+    }
+    process = 0;
+}
+
+}  // namespace kivclaim::host_internal

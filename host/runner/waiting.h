@@ -1,0 +1,45 @@
+// Waiting for children. Private to the bundled host.
+#ifndef KIVCLAIM_HOST_RUNNER_WAITING_H
+#define KIVCLAIM_HOST_RUNNER_WAITING_H
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+
+namespace kivclaim::host_internal {
+
+// The status as wait() gives it, made of what waitid() tells.
+inline int rawWaitStatus(const siginfo_t& information)
+{
+    constexpr int coreDumped = 0x80;
+    if (information.si_code == CLD_EXITED) {
+        return (information.si_status & 0xFF) << 8;
+    }
+    return information.si_status | (information.si_code == CLD_DUMPED ? coreDumped : 0);
+}
+
+// Asks until the answer is yes, with growing pauses, or until `patience` is over. Returns the last answer.
+template <class Question>
+bool becomesTrue(std::chrono::milliseconds patience, Question question)
+{
+    using Clock = std::chrono::steady_clock;
+    constexpr long shortestPause = 50L * 1000;
+    constexpr long longestPause = 20L * 1000 * 1000;
+    const Clock::time_point deadline = Clock::now() + patience;
+    for (long nanoseconds = shortestPause; !question(); nanoseconds = std::min(2 * nanoseconds, longestPause)) {
+        if (Clock::now() >= deadline) {
+            return false;
+        }
+        const timespec pause{0, nanoseconds};
+        ::ppoll(nullptr, 0, &pause, nullptr);
+    }
+    return true;
+}
+
+}  // namespace kivclaim::host_internal
+
+#endif

@@ -1,0 +1,67 @@
+// Makes system calls fail, lie or wait, chosen by their number and by how often they were made. No rights are needed.
+#ifndef KIVCLAIM_TESTS_FAULTS_SYSTEM_CALL_FAULTS_H
+#define KIVCLAIM_TESTS_FAULTS_SYSTEM_CALL_FAULTS_H
+
+#include <sys/types.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace tests {
+
+// A system call that waits for its reply.
+struct SystemCall {
+    pid_t host;     // the process that runs the work
+    pid_t process;  // who made the call: the host, or a process that it started
+    int number;
+    std::array<std::uint64_t, 6> arguments;
+
+    bool isOfHost() const { return process == host; }
+};
+
+// What becomes of it.
+struct Reply {
+    enum class Kind { goesOn, fails, gives, givesDescriptor };
+
+    Kind kind = Kind::goesOn;
+    long value = 0;  // the error number, the result, or the descriptor of the test that the caller gets a copy of
+};
+
+inline Reply goesOn()
+{
+    return {};
+}
+
+inline Reply fails(int errorNumber)
+{
+    return {Reply::Kind::fails, errorNumber};
+}
+
+inline Reply gives(long result)
+{
+    return {Reply::Kind::gives, result};
+}
+
+inline Reply givesDescriptor(int ofTest)
+{
+    return {Reply::Kind::givesDescriptor, ofTest};
+}
+
+using Judge = std::function<Reply(const SystemCall&)>;
+
+// Runs `work` in a child of the test and asks `judge`, in the test, for each system call of the given numbers that the
+// child or a process it starts makes. The checks of Google Test work on both sides; those of `work` that fail make this
+// return false. Needs seccomp with user notification, as every kernel since 5.5 has it.
+bool passesUnder(const std::vector<int>& numbers, const Judge& judge, const std::function<void()>& work);
+
+// A judge that lets the `count`th call (from 1) with this number fail; `made` counts those of the host.
+Judge failingAt(int number, int count, int errorNumber, int& made);
+
+// Writes into the memory of the process that waits in `call`.
+void writeForCaller(const SystemCall& call, std::uint64_t address, const void* bytes, std::size_t size);
+
+}  // namespace tests
+
+#endif
