@@ -51,7 +51,7 @@ Descriptor Attributes::open(const char* name, int flags)
     // "device" is a link.
     const bool direct = tree.isLive() || !beginsWith(name, "device/");
     Descriptor file = direct ? tree.openBelow(opened.get(), name, flags) : Descriptor();
-    if (!file.isOpen() && (!direct || errno == ELOOP || errno == EXDEV)) {
+    if (!file.isOpen() && (!direct || errno == ELOOP || errno == EXDEV || errno == EAGAIN)) {
         file = tree.open(Top::sys, place + "/" + name, flags);
     }
     if (!file.isOpen()) {

@@ -266,7 +266,7 @@ private:
                 device.bytes = *sectors * sectorBytes;
             }
         }
-        if (wants(access)) {
+        if (wants(protection)) {
             device.readOnly = attributes.flag("ro");
         }
         if (wants(removability) && device.kind != Kind::partition) {

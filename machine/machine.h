@@ -44,7 +44,7 @@ enum Fact : std::uint32_t {
     basicFacts = 0,
     numbers = 1U << 0,       // number
     sizes = 1U << 1,         // bytes
-    access = 1U << 2,        // readOnly
+    protection = 1U << 2,    // readOnly
     removability = 1U << 3,  // removable
     types = 1U << 4,         // type as the SCSI device and the RAID tell it; else it follows from the kind
     stacking = 1U << 5,      // slaves, holders; whole disks of the partitions that kpartx makes
@@ -69,7 +69,7 @@ enum Mark : std::uint32_t {
     outOfRange = 1U << 3,    // a number that is none, or that no kernel gives
     notUtf8 = 1U << 4,       // a text that is not UTF-8; it is given as it was read
     tooLarge = 1U << 5,      // a file longer than the kernel writes
-    unknownDevice = 1U << 6  // a slave, holder or mount names a device that the machine does not have
+    unknownDevice = 1U << 6  // a slave or holder names a device that the machine does not have
 };
 using Marks = std::uint32_t;  // Mark | Mark ...
 

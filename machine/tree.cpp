@@ -17,6 +17,8 @@ namespace {
 
 constexpr const char* topPaths[] = {"sys", "dev", "proc", "run/udev/data"};
 constexpr int mostLinks = 40;  // as the kernel's
+// The kernel asks to try again when anything on the machine was renamed or mounted while it went through a "..".
+constexpr int mostAttempts = 100;
 // A file of a recorded root may be anything, such as a FIFO without a writer.
 constexpr int harmless = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
@@ -25,7 +27,12 @@ Descriptor confinedByKernel(int directory, const char* name, int flags, unsigned
     open_how how{};
     how.flags = static_cast<unsigned>(flags);
     how.resolve = resolve | RESOLVE_NO_MAGICLINKS;
-    return Descriptor(static_cast<int>(syscall(SYS_openat2, directory, name, &how, sizeof how)));
+    long file = -1;
+    int attempts = mostAttempts;
+    do {
+        file = syscall(SYS_openat2, directory, name, &how, sizeof how);
+    } while (file < 0 && errno == EAGAIN && --attempts > 0);
+    return Descriptor(static_cast<int>(file));
 }
 
 // Old kernels do not know openat2, and the filters of old containers refuse it.
@@ -171,7 +178,10 @@ Tree::Tree(const Root& where, bool kernelConfines) : live(where.isLive()), kerne
 Descriptor Tree::openConfined(const std::string& path, int flags) const
 {
     if (kernelConfines) {
-        return confinedByKernel(root.get(), path.c_str(), flags, RESOLVE_IN_ROOT);
+        Descriptor file = confinedByKernel(root.get(), path.c_str(), flags, RESOLVE_IN_ROOT);
+        if (file.isOpen() || errno != EAGAIN) {
+            return file;
+        }
     }
     Walk walk(root.get(), path);
     walk.go();

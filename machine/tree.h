@@ -28,8 +28,8 @@ public:
     // Opens `name` below one of the four directories. "" is the directory itself.
     Descriptor open(Top top, const std::string& name, int flags) const;
 
-    // Opens `name`, which has no "..", below a directory of this tree, or fails with ELOOP or EXDEV where links would
-    // have to be followed within the root: then it must be opened from the top.
+    // Opens `name`, which has no "..", below a directory of this tree, or fails with ELOOP, EXDEV or EAGAIN where
+    // links would have to be followed within the root: then it must be opened from the top.
     Descriptor openBelow(int directory, const char* name, int flags) const;
 
     // Where `path` leads to, with the directory as the root of all absolute links. For recorded roots.
