@@ -354,8 +354,10 @@ TEST_F(Audit, OnAnOlderReleasePartitionsOfTheNewerNamesAreNotProposed)
 {
     machine.mapped("dm-0", "mpatha", "mpath-36001");
     machine.mapped("dm-1", "mpatha-part1", "part1-mpath-36001", {"dm-0"});
-    const Ended ended = machine.process("setarch", {"--uname-2.6", KIVCLAIM_COMMAND, "audit", "--only-differences"})
+    const Ended ended = machine.process(KIVCLAIM_COMMAND, {"audit", "--only-differences"})
                             .environment("LC_ALL", "C")
+                            .environment("LD_PRELOAD", KIVCLAIM_TOLD_RELEASE)
+                            .environment("KIVCLAIM_KERNEL_RELEASE", "2.6.32")
                             .sees(tools.path(), "/usr/sbin")
                             .run();
     EXPECT_THAT(ended.output, HasSubstr("/dev/mapper/mpatha partition 1 /dev/mapper/mpatha_part1 "

@@ -16,11 +16,18 @@ kivclaim_test(list_test
     SOURCES list_test.cpp LIBRARIES mock_machine process DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
 add_dependencies(list_test kivclaim_command)
 
+# Another kernel release, for programs that are run as processes.
+kivclaim_preload(told_release told_release.cpp)
+set(told_release KIVCLAIM_TOLD_RELEASE="$<TARGET_FILE:told_release>")
+
 kivclaim_test(audit_test
     SOURCES audit_test.cpp
     LIBRARIES mock_machine process
-    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>")
-add_dependencies(audit_test kivclaim_command claims_too_much)
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>"
+        ${told_release})
+add_dependencies(audit_test kivclaim_command claims_too_much told_release)
 
 pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
 kivclaim_test(known_quirks_test
@@ -35,8 +42,8 @@ kivclaim_test(known_quirks_test
 kivclaim_test(device_mapper_command_test
     SOURCES device_mapper_command_test.cpp
     LIBRARIES mock_machine process
-    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
-add_dependencies(device_mapper_command_test kivclaim_command)
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${told_release})
+add_dependencies(device_mapper_command_test kivclaim_command told_release)
 
 kivclaim_test(captured_machine_test
     SOURCES captured_machine_test.cpp

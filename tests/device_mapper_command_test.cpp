@@ -110,10 +110,11 @@ TEST_F(DeviceMapperCommand, NamesPartitionsByTheRunningKernel)
 TEST_F(DeviceMapperCommand, NamesPartitionsByTheKernelThatItIsTold)
 {
     lvdisplayWithOneVolume();
-    const Ended ended =
-        Process("setarch", {"--uname-2.6", KIVCLAIM_COMMAND, "partition", "/dev/mapper/mpatha", "1", "--trace", "3"})
-            .sees(tools.path(), "/usr/sbin")
-            .run();
+    const Ended ended = Process(KIVCLAIM_COMMAND, {"partition", "/dev/mapper/mpatha", "1", "--trace", "3"})
+                            .environment("LD_PRELOAD", KIVCLAIM_TOLD_RELEASE)
+                            .environment("KIVCLAIM_KERNEL_RELEASE", "2.6.32")
+                            .sees(tools.path(), "/usr/sbin")
+                            .run();
     EXPECT_EQ(ended.output, "/dev/mapper/mpatha_part1\n");
     EXPECT_THAT(ended.errors, HasSubstr("INFO: getSuSEVersion: SuSE version 11\n"));
 }

@@ -2,6 +2,8 @@
 add_library(process OBJECT process.cpp)
 target_link_libraries(process PUBLIC GTest::gtest)
 target_include_directories(process PUBLIC ${PROJECT_SOURCE_DIR})
+target_compile_definitions(process PRIVATE KIVCLAIM_SEEN_PATHS_LIBRARY="$<TARGET_FILE:seen_paths>")
+add_dependencies(process seen_paths)
 
 kivclaim_test(trace_log_test SOURCES trace_log_test.cpp LIBRARIES kivclaim::ztfi_pdk process)
 
@@ -9,10 +11,7 @@ kivclaim_test(trace_log_test SOURCES trace_log_test.cpp LIBRARIES kivclaim::ztfi
 # sanitizer's own descriptors and signal handlers would stand in the way.
 function(kivclaim_test_program name)
     add_executable(${name} programs/${name}.cpp)
-    if(KIVCLAIM_SANITIZERS)
-        target_compile_options(${name} PRIVATE -fno-sanitize=all)
-        target_link_options(${name} PRIVATE -fno-sanitize=all)
-    endif()
+    kivclaim_uninstrumented(${name})
 endfunction()
 
 # kivclaim_runner_test(name) builds a test of the command runner, with its inner parts and the tools it runs.

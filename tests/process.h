@@ -30,7 +30,8 @@ public:
     Process& readsFile(const std::string& path);
     Process& writesFile(const std::string& path);
     Process& environment(const std::string& name, const std::string& value);
-    // The process sees `folder` in the place of `path`; nobody else does.
+    // The process, and what it starts, sees `folder` in the place of `path`; nobody else does. It takes no rights:
+    // tests/seen_paths is preloaded.
     Process& sees(const std::string& folder, const std::string& path);
 
     // Runs it to its end.
@@ -56,7 +57,7 @@ private:
     std::string program;
     std::vector<std::string> arguments;
     std::vector<std::pair<std::string, std::string>> variables;
-    std::vector<std::pair<std::string, std::string>> mounts;
+    std::vector<std::pair<std::string, std::string>> seenPaths;
     std::string input;
     std::string inputFile;
     std::string outputFile;

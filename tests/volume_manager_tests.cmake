@@ -13,7 +13,7 @@ kivclaim_test(volume_manager_tools_test
 add_dependencies(volume_manager_tools_test ztkivadm ztdisk)
 
 # A pause that takes no time and leaves a line behind, for programs that are run as processes.
-add_library(instant_sleep SHARED volume_manager/instant_sleep.cpp)
+kivclaim_preload(instant_sleep volume_manager/instant_sleep.cpp)
 
 kivclaim_test(active_path_command_test
     SOURCES active_path_command_test.cpp
