@@ -2,7 +2,10 @@
 #ifndef KIVCLAIM_HOST_CANCELLATION_HOLD_H
 #define KIVCLAIM_HOST_CANCELLATION_HOLD_H
 
+#include <cxxabi.h>
 #include <pthread.h>
+
+#include <exception>
 
 namespace kivclaim::host_internal {
 
@@ -42,6 +45,27 @@ private:
     int typeBefore = PTHREAD_CANCEL_DEFERRED;
     bool isHolding = true;
 };
+
+// What `work` returns or throws. An asynchronous cancellation that came meanwhile strikes before that.
+template <class Work>
+auto withoutCancellation(Work work)
+{
+    CancellationHold hold;
+    decltype(work()) result{};
+    std::exception_ptr failure;
+    try {
+        result = work();
+    } catch (const abi::__forced_unwind&) {
+        throw;  // a receiver of records ends the thread
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    hold.end();
+    if (failure != nullptr) {
+        std::rethrow_exception(failure);
+    }
+    return result;
+}
 
 }  // namespace kivclaim::host_internal
 

@@ -5,17 +5,17 @@
 #include "host/cancellation_hold.h"
 #include "host/printable_text.h"
 #include "host/runner/command_run.h"
+#include "host/runner/governor.h"
 #include "host/runner/line_collector.h"
 #include "host/runner/snapshot_place.h"
 
-#include <cxxabi.h>
-
 #include <algorithm>
-#include <exception>
+#include <cerrno>
 #include <memory>
 
 using kivclaim::host::printableText;
 using kivclaim::host_internal::CommandResult;
+using kivclaim::host_internal::Governor;
 using kivclaim::host_internal::LinesUntilKept;
 using kivclaim::host_internal::RunLimits;
 using kivclaim::host_internal::SnapshotPlace;
@@ -35,11 +35,29 @@ RunLimits limitsFor(unsigned long timeoutSeconds)
     return limits;
 }
 
+// Within the limits of the runner that holds for this thread, if there is one.
+CommandResult run(const std::string& command, unsigned long timeoutSeconds, std::vector<std::string>& output)
+{
+    const RunLimits limits = limitsFor(timeoutSeconds);
+    const std::shared_ptr<Governor> governor = kivclaim::host_internal::governorOfThread();
+    if (governor == nullptr) {
+        return runCommand(command, limits, output);
+    }
+    return governor->run(command, limits.wholeRun,
+                         [&](const RunLimits& allowed) { return runCommand(command, allowed, output); });
+}
+
+// Half an answer that was given up must not stand for the command from then on.
+bool isWorthRemembering(const CommandResult& result)
+{
+    return result.hasRun || result.failure.errorNumber != ECANCELED;
+}
+
 CommandResult runAndFill(SnapshotPlace& place, const std::string& command, unsigned long timeoutSeconds)
 {
     place.lines.clear();
-    place.result = runCommand(command, limitsFor(timeoutSeconds), place.lines);
-    place.isFilled = true;
+    place.result = run(command, timeoutSeconds, place.lines);
+    place.isFilled = isWorthRemembering(place.result);
     return place.result;
 }
 
@@ -48,7 +66,7 @@ CommandResult obtain(SnapshotPlace* place, const std::string& command, unsigned 
                      std::vector<std::string>& output)
 {
     if (place == nullptr) {
-        return runCommand(command, limitsFor(timeoutSeconds), output);
+        return run(command, timeoutSeconds, output);
     }
     CommandResult result = place->isFilled ? place->result : runAndFill(*place, command, timeoutSeconds);
     output.insert(output.end(), place->lines.begin(), place->lines.end());
@@ -103,21 +121,8 @@ CFiExecPipePosix::CFiExecPipePosix(int)
 int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output, std::string,
                           unsigned long timeoutSeconds, std::string, std::string, std::string)
 {
-    kivclaim::host_internal::CancellationHold hold;
-    int result = 0;
-    std::exception_ptr failure;
-    try {
-        result = execute(traceLog.get(), command, timeoutSeconds, output, lastFailure);
-    } catch (const abi::__forced_unwind&) {
-        throw;  // a receiver of records ends the thread
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    hold.end();
-    if (failure != nullptr) {
-        std::rethrow_exception(failure);
-    }
-    return result;
+    return kivclaim::host_internal::withoutCancellation(
+        [&] { return execute(traceLog.get(), command, timeoutSeconds, output, lastFailure); });
 }
 
 }  // namespace ztfi_pdk_4_4

@@ -82,6 +82,7 @@ private:
     bool hasChildEnded = false;
     bool isSilent = false;
     bool isGroupEmpty = false;
+    bool isCancelled = false;
     bool hasHeardSinceEnd = false;       // from others than the child, who hold its pipes
     milliseconds pause = shortestPause;  // between two questions, when the kernel does not announce the end
     Clock::time_point lastHeard;
@@ -90,7 +91,8 @@ private:
 CommandRun::CommandRun(const std::vector<std::string>& words, const RunLimits& runLimits,
                        std::vector<std::string>& output, const SystemCalls& calls, Pipe outputPipe, Pipe errorPipe)
     : limits(runLimits),
-      deadline(limits.wholeRun.count() == 0 ? never : Clock::now() + limits.wholeRun),
+      deadline(limits.wholeRun.count() == 0 ? limits.latestEnd
+                                            : std::min(limits.latestEnd, Clock::now() + limits.wholeRun)),
       child(words, outputPipe, errorPipe, calls, limits.fromKillToLeave),
       streams(std::move(outputPipe.readEnd), std::move(errorPipe.readEnd), output, limits.outputBytes,
               limits.outputLines)
@@ -129,8 +131,11 @@ bool CommandRun::isOver() const
 void CommandRun::hear()
 {
     const int endDescriptor = hasChildEnded ? -1 : child.endDescriptor();
-    pollfd sources[] = {
-        {streams.outputDescriptor(), POLLIN, 0}, {streams.errorDescriptor(), POLLIN, 0}, {endDescriptor, POLLIN, 0}};
+    const int cancellation = isCancelled ? -1 : limits.cancellation;
+    pollfd sources[] = {{streams.outputDescriptor(), POLLIN, 0},
+                        {streams.errorDescriptor(), POLLIN, 0},
+                        {endDescriptor, POLLIN, 0},
+                        {cancellation, POLLIN, 0}};
     const int ready = ::poll(sources, std::size(sources), static_cast<int>(timeToWait().count()));
     if (ready < 0 && errno != EINTR) {
         throw RunProblem{errno, "its output cannot be waited for"};
@@ -142,6 +147,7 @@ void CommandRun::hear()
     if (isReady(1)) {
         noticeOutput(streams.readError());
     }
+    isCancelled = isCancelled || isReady(3);
     noticeEnd(isReady(2));
     noticeSilence(isReady(0) || isReady(1), ready >= 0);
     noticeEmptyGroup();
@@ -216,7 +222,8 @@ void CommandRun::noticeEmptyGroup()
 void CommandRun::actOnTime()
 {
     const Clock::time_point now = Clock::now();
-    if (!isOver() && (now >= deadline || (stage == Stage::running && streams.areOverLimit()))) {
+    const bool mustEnd = stage == Stage::running && (streams.areOverLimit() || isCancelled);
+    if (!isOver() && (now >= deadline || mustEnd)) {
         proceed(now);
     }
 }
@@ -281,6 +288,9 @@ RunEnd CommandRun::conclude()
                          "it wrote more than " + std::to_string(limits.outputBytes) + " bytes or " +
                              std::to_string(limits.outputLines) + " lines and was ended",
                          waitStatus, streams.errorTail()};
+    }
+    if (isCancelled && stage != Stage::running) {
+        throw RunProblem{ECANCELED, "it was cancelled and ended", waitStatus, streams.errorTail()};
     }
     return {waitStatus, stage != Stage::running, streams.errorTail()};
 }
@@ -361,20 +371,54 @@ CommandResult notRun(const std::string& command, const RunProblem& problem)
     return result;
 }
 
+bool isReadable(int descriptor)
+{
+    pollfd source{descriptor, POLLIN, 0};
+    return ::poll(&source, 1, 0) > 0;
+}
+
+void requireTimeToStart(const RunLimits& limits)
+{
+    if (isReadable(limits.cancellation)) {
+        throw RunProblem{ECANCELED, "it was cancelled before it was started"};
+    }
+    if (Clock::now() >= limits.latestEnd) {
+        throw RunProblem{ETIMEDOUT, "its deadline had passed before it was started"};
+    }
+}
+
+CommandResult run(const std::vector<std::string>& words, const std::string& command, const RunLimits& limits,
+                  std::vector<std::string>& output, const SystemCalls& calls)
+{
+    collectAbandonedChildren();
+    requireTimeToStart(limits);
+    LinesUntilKept lines(output);
+    const RunEnd end = CommandRun(words, limits, output, calls).toItsEnd();
+    CommandResult result = judged(command, end);
+    lines.keep();
+    return result;
+}
+
 }  // namespace
 
 CommandResult runCommand(const std::string& command, const RunLimits& limits, std::vector<std::string>& output,
                          const SystemCalls& calls)
 {
-    collectAbandonedChildren();
     try {
-        LinesUntilKept lines(output);
-        const RunEnd end = CommandRun(commandWords(command), limits, output, calls).toItsEnd();
-        CommandResult result = judged(command, end);
-        lines.keep();
-        return result;
+        return run(commandWords(command), command, limits, output, calls);
     } catch (const RunProblem& problem) {
         return notRun(command, problem);
+    }
+}
+
+CommandResult runWords(const std::vector<std::string>& words, const std::string& shownAs, const RunLimits& limits,
+                       std::vector<std::string>& output)
+{
+    try {
+        requireRunnable(words);
+        return run(words, shownAs, limits, output, realSystemCalls());
+    } catch (const RunProblem& problem) {
+        return notRun(shownAs, problem);
     }
 }
 

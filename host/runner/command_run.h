@@ -19,6 +19,8 @@ struct RunLimits {
     std::chrono::milliseconds silenceAfterEnd{1000};   // how long others may keep the pipes silently open
     std::size_t outputBytes = std::size_t{1} << 30;    // of standard output, and of standard error
     std::size_t outputLines = std::size_t{1} << 26;    // a short line costs far more memory than its bytes
+    std::chrono::steady_clock::time_point latestEnd = std::chrono::steady_clock::time_point::max();
+    int cancellation = -1;  // a descriptor that becomes readable when the run is to be given up; -1: never
 };
 
 struct CommandResult {
@@ -39,6 +41,10 @@ struct CommandResult {
 // Failure: the result says it; running out of memory is std::bad_alloc.
 CommandResult runCommand(const std::string& command, const RunLimits& limits, std::vector<std::string>& output,
                          const SystemCalls& calls = realSystemCalls());
+
+// The same for a command that is taken apart; `shownAs` is its text in the record of a failure.
+CommandResult runWords(const std::vector<std::string>& words, const std::string& shownAs, const RunLimits& limits,
+                       std::vector<std::string>& output);
 
 }  // namespace kivclaim::host_internal
 

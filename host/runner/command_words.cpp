@@ -2,6 +2,7 @@
 
 #include "host/runner/run_problem.h"
 
+#include <algorithm>
 #include <cerrno>
 
 namespace kivclaim::host_internal {
@@ -14,9 +15,6 @@ constexpr char blanks[] = " \t";
 
 std::vector<std::string> commandWords(const std::string& command)
 {
-    if (command.find('\0') != std::string::npos) {
-        throw RunProblem{EINVAL, "it contains a NUL byte"};
-    }
     std::vector<std::string> words;
     std::size_t start = command.find_first_not_of(blanks);
     while (start != std::string::npos) {
@@ -24,13 +22,22 @@ std::vector<std::string> commandWords(const std::string& command)
         words.push_back(command.substr(start, end - start));
         start = command.find_first_not_of(blanks, end);
     }
+    requireRunnable(words);
+    return words;
+}
+
+void requireRunnable(const std::vector<std::string>& words)
+{
     if (words.empty()) {
         throw RunProblem{EINVAL, "it names no program"};
     }
-    if (words.front().front() != '/') {
+    if (std::any_of(words.begin(), words.end(),
+                    [](const auto& word) { return word.find('\0') != std::string::npos; })) {
+        throw RunProblem{EINVAL, "it contains a NUL byte"};
+    }
+    if (words.front().empty() || words.front().front() != '/') {
         throw RunProblem{EINVAL, "the program is not named by its absolute path"};
     }
-    return words;
 }
 
 }  // namespace kivclaim::host_internal

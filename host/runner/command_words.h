@@ -16,6 +16,9 @@ namespace kivclaim::host_internal {
 // short on its way to the tool; std::bad_alloc.
 std::vector<std::string> commandWords(const std::string& command);
 
+// The same checks for words that somebody else took apart; they may hold blanks and may be empty, but for the first.
+void requireRunnable(const std::vector<std::string>& words);
+
 }  // namespace kivclaim::host_internal
 
 #endif
