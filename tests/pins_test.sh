@@ -39,7 +39,7 @@ while IFS= read -r entry; do
     [[ $seen =~ marked\ \`([a-z-]+)\` ]] && mark=${BASH_REMATCH[1]}
     marks+="${mark:?no name for what was seen in the lab: $seen}"$'\n'
     for scene in $(grep -oE "\`[a-z_]+\`" <<<"${seen%, marked*}" | tr -d "\`"); do
-        if ! grep -qE "(^|[ '|])$mark([ ']|\$)" "lab/guest/scenes/$scene.sh"; then
+        if ! grep -qE "(^|[ '|])$mark([ ']|\$)" lab/guest/scenes/[0-9][0-9]_"$scene".sh; then
             echo "the scene $scene does not show $mark, which docs/quirks.md says was seen there"
             exit 1
         fi

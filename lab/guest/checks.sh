@@ -53,13 +53,20 @@ device_names() {
     done
 }
 
+# The numbers of the device at PATH, into `major` and `minor`. Old releases' stat cannot print them as decimals.
+device_number() {
+    read -r major minor < <(stat -L -c '%t %T' "$1") || return 1
+    major=$((16#$major)) minor=$((16#$minor))
+}
+
 # What the kernel knows about the node PATH, read from sysfs by the node's number, into `truth`.
 kernel_says() {
-    local number device text
+    local major minor number device text
     truth='no such node'
     [ ! -d "$1" ] || truth='a directory'
     [ -b "$1" ] || return 0
-    number=$(stat -L -c '%Hr:%Lr' "$1")
+    device_number "$1"
+    number=$major:$minor
     device=/sys/dev/block/$number
     if [ ! -e "$device" ]; then
         truth="no device $number"

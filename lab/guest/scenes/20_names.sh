@@ -4,8 +4,8 @@ scene 'Names: nodes elsewhere, other names of a map, names without a device'
 mkdir -p /host/dev /dev/mapper/dev
 mount --bind /dev /host/dev
 dmsetup create secret --table '0 2048 zero'
-read -r major minor < <(stat -L -c '%Hr %Lr' /dev/mapper/data)
-mknod /dev/mapper/dev/emcpowera b "$major" "$minor"
+device_number /dev/mapper/data
+mknod /dev/mapper/dev/emcpowera b "${major:?}" "${minor:?}"
 udevadm settle
 answers <<'TABLE'
 claim /host/dev/mapper/data                | 16 device-mapper            | map of sdc and sdd | prefix-anywhere

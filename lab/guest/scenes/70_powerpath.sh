@@ -3,8 +3,8 @@
 scene 'PowerPath names: nodes made by mknod'
 node_of() {
     local major minor
-    read -r major minor < <(stat -L -c '%Hr %Lr' "$2")
-    mknod "$1" b "$major" "$minor"
+    device_number "$2"
+    mknod "$1" b "${major:?}" "${minor:?}"
 }
 node_of /dev/emcpowera /dev/mapper/data
 node_of /dev/emcpowera1 /dev/mapper/data-part1
