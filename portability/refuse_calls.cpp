@@ -104,8 +104,7 @@ int main(int argc, char** argv)
     }
     try {
         refuseCalls();
-    }
-    catch (const std::exception& problem) {
+    } catch (const std::exception& problem) {
         std::fprintf(stderr, "refuse_calls: %s\n", problem.what());
         return 2;
     }
