@@ -164,27 +164,27 @@ std::string partitionPathOfUnknownRelease(const std::string& device, unsigned in
 
 // The first three numbers of a kernel release such as 5.3.18-150300.59-default.
 struct KernelRelease {
-    long major = 0;
-    long minor = 0;
-    long third = 0;
-    bool hasThird = false;
+    long major;
+    long minor;
+    long third;
+    bool hasThird;
 };
+
+long numberIn(const char* token)
+{
+    return token != nullptr ? std::strtol(token, nullptr, 10) : 0;
+}
 
 KernelRelease runningKernel()
 {
     utsname system{};
     uname(&system);
-    KernelRelease release;
     char* rest = nullptr;
     // strtok_r instead of strtok: the host may be in the middle of a strtok of its own.
     const char* const major = strtok_r(system.release, ".-", &rest);
     const char* const minor = major != nullptr ? strtok_r(nullptr, ".-", &rest) : nullptr;
     const char* const third = minor != nullptr ? strtok_r(nullptr, ".-", &rest) : nullptr;
-    release.major = major != nullptr ? std::strtol(major, nullptr, 10) : 0;
-    release.minor = minor != nullptr ? std::strtol(minor, nullptr, 10) : 0;
-    release.third = third != nullptr ? std::strtol(third, nullptr, 10) : 0;
-    release.hasThird = third != nullptr;
-    return release;
+    return {numberIn(major), numberIn(minor), numberIn(third), third != nullptr};
 }
 
 int familyOf(const KernelRelease& release)

@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -118,8 +119,8 @@ void pauseFor(unsigned int seconds)
         left = sleep(left);
         cutAtMost += std::chrono::seconds(left > 0 || errno == EINTR ? 1 : 0);
         const auto missing = std::chrono::ceil<std::chrono::seconds>(end - Clock::now());
-        if (left == 0 && missing.count() > 0 && missing <= cutAtMost) {
-            left = static_cast<unsigned int>(missing.count());
+        if (left == 0 && missing <= cutAtMost) {
+            left = static_cast<unsigned int>(std::max<std::chrono::seconds::rep>(missing.count(), 0));
         }
     }
 }
@@ -192,12 +193,13 @@ bool CZtKIVSupport::isZtKIVInstalled()
 int CZtKIVSupport::executeCommand(const char* command, std::vector<std::string>& output)
 {
     const CFiTraceLogFunction scope(traceLog, "executeCommand", __LINE__, sourceFile);
-    // A copy, because the command may stand in one of the lines that are cleared now.
-    const std::string commandLine = command != nullptr ? command : "";
-    output.clear();
     if (command == nullptr) {
+        output.clear();
         return 1;
     }
+    // A copy, because the command may be in one of the lines that are cleared now.
+    const std::string commandLine = command;
+    output.clear();
     KIV_TRACE(INFORMATION, "ExecuteCommand command: %s", commandLine.c_str());
     int result = 0;
     std::optional<CFiExecPipePosix> runner;  // lives until the operation ends

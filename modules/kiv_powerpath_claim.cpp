@@ -91,7 +91,8 @@ std::string CKivPowerPathClaim::removePartitionSuffix(const std::string& device,
     if (contains(device, nameMarker)) {
         const std::size_t digits = countTrailingDigits(device);
         const std::string number = device.substr(device.size() - digits);
-        partition = digits > 0 ? static_cast<unsigned int>(std::strtol(number.c_str(), nullptr, 10)) : 0;
+        // No digits are 0.
+        partition = static_cast<unsigned int>(std::strtol(number.c_str(), nullptr, 10));
         result.resize(device.size() - digits);
     }
     KIV_TRACE(INFORMATION, "INFO: CKivPowerPathClaim::removePartitionSuffix device [%s] partition[%s] partnum[%d]",

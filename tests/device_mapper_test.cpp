@@ -405,6 +405,41 @@ TEST_F(DeviceMapper, ARecordThatThrowsLeavesNoNodeOpen)
     EXPECT_EQ(partition, untouched);
 }
 
+TEST_F(DeviceMapper, ANodeMayBeOpenedUnderTheFirstDescriptor)
+{
+    host.kernelRelease("3.5.0");
+    host.firstDescriptor = 0;
+    host.device("/dev/mapper/mpath");
+    EXPECT_EQ(module.isPartition("/dev/mapper/mpath1"), 1);
+    EXPECT_EQ(host.calls(), lines({"open /dev/mapper/mpath: yes", "close /dev/mapper/mpath"}));
+}
+
+TEST_F(DeviceMapper, ACandidateMayBeOpenedUnderTheFirstDescriptor)
+{
+    host.kernelRelease("3.5.0");
+    host.firstDescriptor = 0;
+    host.device("/dev/mapper/mpath1");
+    EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpath", 1), "/dev/mapper/mpath1");
+    EXPECT_EQ(host.calls(), lines({"uname", "uname", "open /dev/mapper/mpath1: yes", "close /dev/mapper/mpath1"}));
+}
+
+TEST_F(DeviceMapper, TheMessageOfAnExceptionIsReadWhileTheExceptionLives)
+{
+    static char message[] = "the position";
+    class Position : public std::out_of_range {
+    public:
+        Position() : std::out_of_range("") {}
+        ~Position() override { message[0] = 'X'; }
+        const char* what() const noexcept override { return message; }
+    };
+    unsigned int partition = untouched;
+    host.failsTracing("CKivDeviceMapperClaim::removePartitionSuffix: device", [] { throw Position(); });
+    EXPECT_EQ(module.removePartitionSuffix("/dev/mapper/a-part1", partition), "/dev/mapper/a-part1");
+    EXPECT_EQ(host.trace(1),
+              lines({"CKivDeviceMapperClaim::removePartitionSuffix: Out of Range exception thrown : the position"}));
+    EXPECT_EQ(message[0], 'X');
+}
+
 TEST_F(DeviceMapper, APathOutsideTheDirectoryComesBackWithTheCallersNumber)
 {
     unsigned int partition = untouched;
@@ -546,7 +581,8 @@ TEST_F(DeviceMapper, ReadsTheReleaseFamilyFromTheKernelRelease)
                  {"4.0", 12},       {"4.18.0-305", 12}, {"5.3.18", 12},  {"6.1.0-13-amd64", 12},
                  {"10.0", 12},      {"", -1},           {"x", -1},       {"3.x", 11},
                  {"x.12.3", -1},    {"..--3..0", 11},   {"1.99.99", -1}, {"2.6.x", -1},
-                 {"4", 12},         {"0", -1}};
+                 {"4", 12},         {"0", -1},          {"3~5.0", 11},   {"3.~12", 11},
+                 {"2.6.~27", -1}};
     for (const auto& [release, family] : cases) {
         host.forget();
         host.kernelRelease(release);

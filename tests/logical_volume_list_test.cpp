@@ -184,6 +184,11 @@ TEST_F(LvList, NamesAreTrimmedOfBlanksTabsAndLineEnds)
     EXPECT_EQ(added(lines({"LV Name \t\tlvol3", "VG Name\tvg00"})), lines({"/dev/mapper/vg00-lvol3"}));
 }
 
+TEST_F(LvList, NamesKeepEveryOtherCharacter)
+{
+    EXPECT_EQ(added(lines({"LV Name /dev/~g~/~a~", "VG Name ~g~"})), lines({"/dev/mapper/~g~-~a~"}));
+}
+
 TEST_F(LvList, ATabSeparatedBareNameIsCutAtTheLastBlank)
 {
     // The last blank is the one inside the label.

@@ -187,6 +187,8 @@ TEST_F(NativePath, TakesTheTrailingDigitsAway)
     EXPECT_EQ(partition, 5U);
     EXPECT_EQ(module.removePartitionSuffix("12/dev/sda3b45", partition), "12/dev/sda3b");
     EXPECT_EQ(partition, 45U);
+    EXPECT_EQ(module.removePartitionSuffix("/dev/sda~6", partition), "/dev/sda~");
+    EXPECT_EQ(partition, 6U);
 }
 
 TEST_F(NativePath, AWholeDiskComesBackWithTheCallersNumber)

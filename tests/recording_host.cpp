@@ -19,8 +19,6 @@ namespace {
 
 Host* currentHost = nullptr;
 
-constexpr int firstDescriptor = 100000;
-
 thread_local int depthInsideHost = 0;
 
 bool startsWith(const std::string& text, const std::string& start)

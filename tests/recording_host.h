@@ -118,6 +118,8 @@ public:
     long clockMilliseconds = 0;
     // uname fails and writes nothing.
     bool unameFails = false;
+    // The descriptor of the first node that is opened.
+    int firstDescriptor = 100000;
     // The error of every open, instead of the truth.
     int openError = 0;
     // A line that every search claims to contain its text, at its beginning, whatever it contains.

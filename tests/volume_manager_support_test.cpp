@@ -91,8 +91,9 @@ TEST_F(VolumeManagerSupport, APathWithoutExecutePermissionIsNotAvailable)
     EXPECT_FALSE(support.isCommandAvailable("/usr/sbin/", "ztkivadm  "));
     EXPECT_FALSE(support.isCommandAvailable(" ", "\n"));
     EXPECT_FALSE(support.isCommandAvailable("/usr/ sbin/", "other"));
-    EXPECT_EQ(host.effectsInside(),
-              lines({"access /usr/sbin/ztkivadm: no", "access : no", "access /usr/ sbin/other: no"}))
+    EXPECT_FALSE(support.isCommandAvailable("~/", "other~"));
+    EXPECT_EQ(host.effectsInside(), lines({"access /usr/sbin/ztkivadm: no", "access : no",
+                                           "access /usr/ sbin/other: no", "access ~/other~: no"}))
         << "blanks inside stay";
 }
 
@@ -254,6 +255,7 @@ TEST_F(VolumeManagerSupport, ANodeRowMayHaveTabsLineEndsAndBlanksAndMayStandBehi
     EXPECT_EQ(nodeIn(lines({"kiv0_1\n"})), "kiv0_1");
     EXPECT_EQ(nodeIn(lines({"", " \t\n", "kiv0_1 ENABLED", "kiv0_2"})), "kiv0_1");
     EXPECT_EQ(nodeIn(lines({"NAME"})), "NAME") << "a node may have any name";
+    EXPECT_EQ(nodeIn(lines({"~kiv~0_1~ ENABLED"})), "~kiv~0_1~");
     EXPECT_EQ(nodeIn(lines({"kiv0_1\rENABLED"})), "kiv0_1\rENABLED") << "a carriage return separates nothing";
 }
 
@@ -794,6 +796,18 @@ TEST_F(VolumeManagerSupport, WhatASignalLeavesOfARefreshedPauseIsSleptAsWell)
     EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Refreshed("sdc", name), 0);
     const Lines calls = host.calls();
     EXPECT_EQ(Lines(calls.begin() + 6, calls.begin() + 8), lines({"sleep 10", "sleep 9"}));
+}
+
+TEST_F(VolumeManagerSupport, APauseThatEndsByItselfIsOverWhateverWasInterruptedBefore)
+{
+    host.fails(nodeOfSdc, 1, 256, {});
+    host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+    host.prints(rescanSdc, {});
+    host.leftOverByPauses = {4, 3, 2, 1};
+    EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
+    const Lines calls = host.calls();
+    EXPECT_EQ(Lines(calls.begin() + 2, calls.begin() + 8),
+              lines({"sleep 5", "sleep 4", "sleep 3", "sleep 2", "sleep 1", "runner with a log"}));
 }
 
 TEST_F(VolumeManagerSupport, ATimerThatInterruptsEveryPauseDoesNotShortenIt)

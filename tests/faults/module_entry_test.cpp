@@ -16,6 +16,8 @@ public:
 
 }  // namespace
 
+KIV_CLAIM_MODULE_ENTRY(CKivPowerPathClaim)
+
 TEST(ModuleEntry, AModuleOfTheSameContractIsMade)
 {
     unsigned int contract = 0;
@@ -24,6 +26,15 @@ TEST(ModuleEntry, AModuleOfTheSameContractIsMade)
     ASSERT_NE(module, nullptr);
     EXPECT_EQ(module->claim("/dev/emcpowera"), 16U);
     EXPECT_EQ(contract, 0x120U) << "the first contract, with strings of 32 bytes";
+}
+
+TEST(ModuleEntry, TheMacroDefinesTheFunctionThatHostsLookFor)
+{
+    unsigned int contract = 0;
+    const std::unique_ptr<CKivDeviceClaimBase> module(kivclaim_create_claim_module(kivClaimModuleContract, &contract));
+    ASSERT_NE(module, nullptr);
+    EXPECT_EQ(module->claim("/dev/emcpowera"), 16U);
+    EXPECT_STREQ(kivCreateClaimModuleName, "kivclaim_create_claim_module");
 }
 
 TEST(ModuleEntry, AHostOfAnotherContractGetsNoModuleButTheContract)
