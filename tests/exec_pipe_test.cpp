@@ -47,7 +47,7 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr auto muchTooLong = 8s;  // no run of these tests takes this long unless it hangs
+constexpr auto muchTooLong = slowness * 8s;  // no run of these tests takes this long unless it hangs
 
 // A file that is gone at the end.
 class TemporaryFile {
@@ -586,21 +586,16 @@ int openMisleadingDescriptor(pid_t)
 RunLimits quickLimits()
 {
     RunLimits limits;
-    limits.fromTermToKill = 100ms;
-    limits.fromKillToLeave = 5000ms;
-    limits.silenceAfterEnd = 400ms;
+    limits.fromTermToKill = slowness * 100ms;
+    limits.fromKillToLeave = slowness * 5000ms;
+    limits.silenceAfterEnd = slowness * 400ms;
     return limits;
 }
-
-// An emulator needs longer until a child has done its first words.
-#if !defined(KIVCLAIM_TEST_SLOWNESS)
-#define KIVCLAIM_TEST_SLOWNESS 1
-#endif
 
 RunLimits limitedTo(std::chrono::milliseconds time)
 {
     RunLimits limits = quickLimits();
-    limits.wholeRun = KIVCLAIM_TEST_SLOWNESS * time;
+    limits.wholeRun = slowness * time;
     return limits;
 }
 

@@ -18,6 +18,14 @@
 
 #include <gtest/gtest.h>
 
+// How many times as long everything takes as on a machine of its own: an emulator needs longer until a child has done
+// its first words.
+#if defined(KIVCLAIM_TEST_SLOWNESS)
+constexpr int slowness = KIVCLAIM_TEST_SLOWNESS;
+#else
+constexpr int slowness = 1;
+#endif
+
 inline const std::string probe = KIVCLAIM_COMMAND_PROBE;
 
 inline std::set<int> openDescriptors()
