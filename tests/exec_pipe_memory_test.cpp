@@ -91,7 +91,7 @@ int runWithAShortLimit(const std::string& command, Lines& lines)
 {
     kivclaim::host_internal::RunLimits limits;
     // Long enough for a busy machine to write the output that must not be lost.
-    limits.wholeRun = std::chrono::milliseconds(500);
+    limits.wholeRun = slowness * std::chrono::milliseconds(500);
     return kivclaim::host_internal::runCommand(command, limits, lines).result;
 }
 

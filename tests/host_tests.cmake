@@ -18,7 +18,8 @@ endfunction()
 function(kivclaim_runner_test name)
     kivclaim_test(${name} SOURCES ${name}.cpp LIBRARIES ztfi_command_runner kivclaim::ztfi_pdk
                   DEFINITIONS KIVCLAIM_COMMAND_PROBE="$<TARGET_FILE:command_probe>"
-                              KIVCLAIM_LINE_WRITER="$<TARGET_FILE:line_writer>")
+                              KIVCLAIM_LINE_WRITER="$<TARGET_FILE:line_writer>"
+                              $<$<BOOL:${CMAKE_CROSSCOMPILING}>:KIVCLAIM_TEST_SLOWNESS=5>)
     add_dependencies(${name} command_probe line_writer)
 endfunction()
 
@@ -33,9 +34,6 @@ kivclaim_test_program(line_writer)
 kivclaim_test(printable_text_test SOURCES printable_text_test.cpp LIBRARIES kivclaim::ztfi_pdk)
 kivclaim_test(string_tool_test SOURCES string_tool_test.cpp LIBRARIES kivclaim::ztfi_pdk)
 kivclaim_runner_test(exec_pipe_test)
-if(CMAKE_CROSSCOMPILING)
-    target_compile_definitions(exec_pipe_test PRIVATE KIVCLAIM_TEST_SLOWNESS=20)
-endif()
 kivclaim_runner_test(exec_pipe_trace_test)
 if(NOT KIVCLAIM_SANITIZERS MATCHES thread)
     # Brings allocation operators of its own, as does the thread sanitizer; it has a single thread anyway.

@@ -23,6 +23,14 @@
 
 #include <gtest/gtest.h>
 
+// How many times as long everything takes as on a machine of its own: an emulator needs longer until a child has done
+// its first words.
+#if defined(KIVCLAIM_TEST_SLOWNESS)
+constexpr int slowness = KIVCLAIM_TEST_SLOWNESS;
+#else
+constexpr int slowness = 1;
+#endif
+
 inline const std::string probe = KIVCLAIM_COMMAND_PROBE;
 
 inline std::set<int> openDescriptors()
@@ -96,7 +104,7 @@ std::chrono::milliseconds timeOf(Work work)
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
 }
 
-constexpr auto muchTooLong = std::chrono::seconds(8);  // no run of these tests takes this long unless it hangs
+constexpr auto muchTooLong = slowness * std::chrono::seconds(8);  // no run of these tests takes this long unless it hangs
 
 // A file that is gone at the end.
 class TemporaryFile {
@@ -151,21 +159,16 @@ private:
 inline kivclaim::host_internal::RunLimits quickLimits()
 {
     kivclaim::host_internal::RunLimits limits;
-    limits.fromTermToKill = std::chrono::milliseconds(100);
-    limits.fromKillToLeave = std::chrono::milliseconds(5000);
-    limits.silenceAfterEnd = std::chrono::milliseconds(400);
+    limits.fromTermToKill = slowness * std::chrono::milliseconds(100);
+    limits.fromKillToLeave = slowness * std::chrono::milliseconds(5000);
+    limits.silenceAfterEnd = slowness * std::chrono::milliseconds(400);
     return limits;
 }
-
-// An emulator needs longer until a child has done its first words.
-#if !defined(KIVCLAIM_TEST_SLOWNESS)
-#define KIVCLAIM_TEST_SLOWNESS 1
-#endif
 
 inline kivclaim::host_internal::RunLimits limitedTo(std::chrono::milliseconds time)
 {
     kivclaim::host_internal::RunLimits limits = quickLimits();
-    limits.wholeRun = KIVCLAIM_TEST_SLOWNESS * time;
+    limits.wholeRun = slowness * time;
     return limits;
 }
 
