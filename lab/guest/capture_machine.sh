@@ -14,11 +14,11 @@ mkdir -p /mnt
 mount "${volumes[0]}" /mnt
 swapon "${volumes[1]}"
 udevadm trigger --subsystem-match=block
-udevadm settle
+settle
 lsblk --all --bytes --pairs --output KNAME,MAJ:MIN,SIZE,TYPE,RO,MODEL,HCTL,STATE,PKNAME | captured lsblk_columns.txt
 lsblk --all --bytes --pairs --output KNAME,FSTYPE,LABEL,UUID,MOUNTPOINT,SERIAL,WWN | captured lsblk_contents.txt
 bash /lab/guest/copy_of_machine.sh | captured machine.txt
 swapoff "${volumes[1]}"
 umount /mnt
 wipefs -q -a "${volumes[@]}"
-udevadm settle
+settle

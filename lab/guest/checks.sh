@@ -29,6 +29,11 @@ yes_or_no() {
     if "$@" >/dev/null 2>&1; then echo yes; else echo no; fi
 }
 
+# Waits until udev has nothing to do, on a busy machine longer than udevadm would by itself.
+settle() {
+    udevadm settle --timeout=1200
+}
+
 # within SECONDS COMMAND...: waits until the command succeeds.
 within() {
     local end=$((SECONDS + $1))
@@ -117,7 +122,7 @@ ask() {
     fi
     while IFS= read -r question; do
         printf '%s\n' "$question" >&4
-        IFS= read -r -t 60 answer <&5 && printf '%s\n' "$answer"
+        IFS= read -r -t 600 answer <&5 && printf '%s\n' "$answer"
     done
 }
 

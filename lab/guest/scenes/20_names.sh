@@ -6,7 +6,7 @@ mount --bind /dev /host/dev
 dmsetup create secret --table '0 2048 zero'
 device_number /dev/mapper/data
 mknod /dev/mapper/dev/emcpowera b "${major:?}" "${minor:?}"
-udevadm settle
+settle
 answers <<'TABLE'
 claim /host/dev/mapper/data                | 16 device-mapper            | map of sdc and sdd | prefix-anywhere
 raw /host/dev/mapper/data                  | yes                         | map of sdc and sdd | raw-anywhere

@@ -46,7 +46,7 @@ check 'what stands in the list?' '/dev/mapper/ame                lvol1-lvol1' "$
 claims_while_listing() {
     echo "claim /dev/mapper/$1" | ask >/tmp/answer 2>/tmp/errors &
     asking=$!
-    within 60 pgrep -x lvdisplay
+    within 600 pgrep -x lvdisplay
     sleep 1
 }
 still_waits() {

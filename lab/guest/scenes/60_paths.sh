@@ -15,7 +15,7 @@ partition /dev/sdc 3                       | /dev/sdc3                   | no su
 TABLE
 note 'udev has removed the partitions of the paths; partx brings them back'
 partx -a /dev/sdc
-udevadm settle
+settle
 answers <<'TABLE'
 partition /dev/sdc 3                       | /dev/sdc3                   | partition 3 of disk sdc
 claim /dev/sdc3                            | 2 native                    | partition 3 of disk sdc
@@ -49,12 +49,12 @@ scene 'A path fails while it is asked about'
 rm -f /tmp/enough /tmp/rounds
 open_host
 ask_all_along >/tmp/all &
-within 60 test -s /tmp/rounds
+within 600 test -s /tmp/rounds
 echo offline >/sys/block/sdc/device/state
-within 60 map_sees '8:32 F'
+within 600 map_sees '8:32 F'
 check 'is path 8:32 failed for the map?' yes "$(yes_or_no map_sees '8:32 F')" "$(state_of sdc), $(state_of sdd)"
 before=$(wc -l </tmp/rounds)
-within 60 three_rounds_more
+within 600 three_rounds_more
 touch /tmp/enough
 wait $!
 check "claim /dev/sdc, claim /dev/mapper/data: always" '16 device-mapper, 2 native' \
@@ -68,5 +68,5 @@ TABLE
 close_host
 echo running >/sys/block/sdc/device/state
 echo running >/sys/block/sdd/device/state
-within 60 map_sees_both
+within 600 map_sees_both
 check 'are both paths back?' yes "$(yes_or_no map_sees_both)" "$(state_of sdc), $(state_of sdd)"

@@ -9,7 +9,7 @@ concerns path-of-a-map /dev/sd{a..p}
 check 'devices that differ otherwise' 0 "$(audited_count unknown)"
 dmsetup rename data-part5 data_five
 dmsetup create secret --table '0 2048 zero'
-udevadm settle
+settle
 note 'data-part5 is renamed to data_five, and a mapping of another sort is made'
 audit_finds 'any-mapping last-digit missing-neighbour name-decides partition-like-name path-of-a-map release-decides'
 concerns any-mapping /dev/mapper/secret
