@@ -154,6 +154,7 @@ int close(int descriptor)
 {
     const recording::InsideHost inside;
     Host* const host = Host::current();
+    EXPECT_TRUE(host == nullptr || descriptor >= 0) << "closed what never was open";
     if (host != nullptr && host->closeDescriptor(descriptor)) {
         return 0;
     }
