@@ -1,11 +1,12 @@
 // The command runner as the framework shows it: traces, remembers failures and gives snapshots again; the run itself
-// is runCommand's.
+// is runOrReplay's.
 #include "framework/cfiexecpipe.h"
 
 #include "host/cancellation_hold.h"
 #include "host/printable_text.h"
 #include "host/runner/command_run.h"
 #include "host/runner/line_collector.h"
+#include "host/runner/replayed_run.h"
 #include "host/runner/snapshot_place.h"
 
 #include <cxxabi.h>
@@ -38,7 +39,7 @@ RunLimits limitsFor(unsigned long timeoutSeconds)
 CommandResult runAndFill(SnapshotPlace& place, const std::string& command, unsigned long timeoutSeconds)
 {
     place.lines.clear();
-    place.result = runCommand(command, limitsFor(timeoutSeconds), place.lines);
+    place.result = runOrReplay(command, limitsFor(timeoutSeconds), place.lines);
     place.isFilled = true;
     return place.result;
 }
@@ -48,7 +49,7 @@ CommandResult obtain(SnapshotPlace* place, const std::string& command, unsigned 
                      std::vector<std::string>& output)
 {
     if (place == nullptr) {
-        return runCommand(command, limitsFor(timeoutSeconds), output);
+        return runOrReplay(command, limitsFor(timeoutSeconds), output);
     }
     CommandResult result = place->isFilled ? place->result : runAndFill(*place, command, timeoutSeconds);
     output.insert(output.end(), place->lines.begin(), place->lines.end());
