@@ -115,7 +115,7 @@ public:
     // The partition number that goes with it; 0 when the module gives none.
     unsigned int number() const;
 
-    // The list that was read or tried for this answer; State::notRead when it was not needed.
+    // The list that a module needed for this answer; State::notRead when none did.
     VolumeListing listing() const;
     // The text of the exception in place of an answer, as it came; empty when there was none or it had no text.
     const std::string& message() const;
@@ -136,29 +136,31 @@ private:
 // are those of a manager whose module has just read the list, and where the module's own list is older, the query is
 // right.
 //
-// Threads: one thread at a time drives the query and its manager; `cancel` is for any thread. While a query asks, every
-// device-mapper module on this thread answers from the query's list, also one inside a module of the host's.
+// Threads: one thread at a time drives the query and its manager; `cancel` is for any thread. While a query asks,
+// every device-mapper module on this thread answers from the query's list, also one inside a module of the host's.
+// A module or a trace log that is called meanwhile must not ask the same query.
 // Ownership: borrows the manager, which must outlive it. Answers outlive both, but not what `module` points to.
 // Failure: a failed listing is part of the answer, and so is an exception of a module or of a trace log. Only
-// std::bad_alloc leaves an operation, and the cancellation of the thread (pthread_cancel): the query stays as it was
-// then and can be asked again.
+// std::bad_alloc leaves an operation, and the cancellation of the thread (pthread_cancel): the query can be asked
+// again then, and keeps the list if it was read.
 //
-// Blocking: as the manager's requests, but lvdisplay runs once at most. It runs through the host's CFiExecPipePosix
+// Blocking: as the manager's requests, but for one run of lvdisplay. It runs through the host's CFiExecPipePosix
 // with the trace log of the module that needs it, and with the seconds until the deadline as its limit: whole ones
 // rounded up, at least 1, at most 600. How fast the tool ends then is up to the host, and so is ending it earlier.
 class ZTFI_API ClaimQuery {
 public:
+    // Without a deadline. Nothing is asked and nothing is run yet.
     explicit ClaimQuery(CKivClaimManager& manager);
     ClaimQuery(const ClaimQuery&) = delete;
     ClaimQuery& operator=(const ClaimQuery&) = delete;
     ~ClaimQuery();
 
-    // No path is begun and lvdisplay is not started after `deadline`; a path whose listing failed after it has no
-    // answer. Without a deadline there is none. A later one lets the query go on, and the list is read then if it has
-    // to be.
+    // No path is begun and lvdisplay is not started after `deadline`. A path whose listing failed after it has no
+    // answer, and that failure is forgotten: with a later deadline the query goes on, and lvdisplay may run once more.
     void setDeadline(std::chrono::steady_clock::time_point deadline);
 
-    // The same for now and ever, from any thread and from a signal handler. Ends no running tool: that is the host's.
+    // From now on no path is begun and lvdisplay is not started; there is no way back. For any thread and for signal
+    // handlers, while the query exists. A running tool is not ended by it: that is up to the host's runner.
     void cancel() noexcept;
 
     // Asks about one path.

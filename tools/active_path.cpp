@@ -6,6 +6,7 @@
 #include "tools/lookup_progress.h"
 #include "tools/output.h"
 #include "tools/path_input.h"
+#include "tools/stack_table.h"
 
 #include <unistd.h>
 
@@ -65,7 +66,7 @@ private:
 // state: only a name that can be a disk's gets there.
 void requireNativeDisk(const std::string& path)
 {
-    constexpr std::string_view directory = "/dev/sd";
+    constexpr std::string_view directory = nativeStack.pattern;
     const auto isLetterOrDigit = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); };
     const bool isDisk =
         path.size() > directory.size() && path.compare(0, directory.size(), directory) == 0 &&

@@ -2,6 +2,7 @@
 
 #include "tools/block_devices.h"
 #include "tools/exit_status.h"
+#include "tools/stack_table.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -236,14 +237,14 @@ std::string kernelStack(const KernelDevice& device)
 {
     switch (device.kind) {
         case KernelKind::multipathMap:
-            return "device-mapper";
+            return deviceMapperStack.name;
         case KernelKind::scsiDisk:
             // A path of a map is used through that map only.
-            return device.map.empty() ? "native" : "none";
+            return device.map.empty() ? nativeStack.name : noStack;
         case KernelKind::powerPath:
-            return "powerpath";
+            return powerPathStack.name;
         default:
-            return "none";
+            return noStack;
     }
 }
 

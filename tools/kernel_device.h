@@ -40,7 +40,7 @@ struct KernelDevice {
     bool exists() const { return kind != KernelKind::absent && kind != KernelKind::noBlockDevice; }
 };
 
-// The stack that the device belongs to by its kind, by the names of tools/stack_name.h; "none" for all others.
+// The stack that the device belongs to by its kind, by the names of tools/stack_table.h; "none" for all others.
 std::string kernelStack(const KernelDevice& device);
 
 // What it is, in a few words.

@@ -1,15 +1,14 @@
-// How the command calls the stack that a claim module serves.
+// How the command calls a claim module and the stack that it serves.
 #ifndef KIVCLAIM_TOOLS_STACK_NAME_H
 #define KIVCLAIM_TOOLS_STACK_NAME_H
 
-#include "claim/kiv_device_claim_base.h"
+#include "claim/kiv_claim_query.h"  // stackName
 
 #include <string>
 
 namespace kivclaim::tools {
 
-// "powerpath", …, the name of its class for a module of somebody else's, "none" for null.
-std::string stackName(const CKivDeviceClaimBase* module);
+using kivclaim::stackName;
 
 // The name of its class.
 std::string className(const CKivDeviceClaimBase& module);
