@@ -1,5 +1,5 @@
 // The command runner as the framework shows it: traces, remembers failures and gives snapshots again; the run itself
-// is runCommand's.
+// is runOrReplay's.
 #include "framework/cfiexecpipe.h"
 
 #include "host/cancellation_hold.h"
@@ -7,6 +7,7 @@
 #include "host/runner/command_run.h"
 #include "host/runner/governor.h"
 #include "host/runner/line_collector.h"
+#include "host/runner/replayed_run.h"
 #include "host/runner/snapshot_place.h"
 
 #include <algorithm>
@@ -41,10 +42,10 @@ CommandResult run(const std::string& command, unsigned long timeoutSeconds, std:
     const RunLimits limits = limitsFor(timeoutSeconds);
     const std::shared_ptr<Governor> governor = kivclaim::host_internal::governorOfThread();
     if (governor == nullptr) {
-        return runCommand(command, limits, output);
+        return runOrReplay(command, limits, output);
     }
     return governor->run(command, limits.wholeRun,
-                         [&](const RunLimits& allowed) { return runCommand(command, allowed, output); });
+                         [&](const RunLimits& allowed) { return runOrReplay(command, allowed, output); });
 }
 
 // Half an answer that was given up must not stand for the command from then on.

@@ -3,6 +3,7 @@
 #include "machine/state.h"
 #include "machine/text.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -57,6 +58,15 @@ DeviceIndex Machine::State::byNode(std::string_view path) const
         }
     }
     return beginsWith(path, dev) ? byKernelName(path.substr(dev.size())) : noDevice;
+}
+
+bool Machine::State::statusAt(const std::string& path, struct stat& status) const
+{
+    if (tree.isLive()) {
+        return ::stat(path.c_str(), &status) == 0;
+    }
+    const Destination destination = tree.follow(path);
+    return destination.file.isOpen() && ::fstat(destination.file.get(), &status) == 0;
 }
 
 DeviceIndex Machine::State::byPath(const std::string& path) const
@@ -138,6 +148,37 @@ const Device* Machine::byNumber(DeviceNumber number) const
 const Device* Machine::byPath(const std::string& path) const
 {
     return deviceAt(state->devices, state->byPath(path));
+}
+
+std::optional<DeviceNumber> Machine::numberAt(const std::string& path) const
+{
+    struct stat node {};
+    if (state->statusAt(path, node) && S_ISBLK(node.st_mode)) {
+        return numberOf(node);
+    }
+    const Device* const device = byPath(path);
+    return device != nullptr ? device->number : std::nullopt;
+}
+
+bool Machine::isAnythingAt(const std::string& path) const
+{
+    struct stat status {};
+    return state->statusAt(path, status) || byPath(path) != nullptr;
+}
+
+bool Machine::isStillThere(const Device& device) const
+{
+    if (!state->tree.isLive()) {
+        return true;
+    }
+    std::string name(device.kernelName);
+    std::replace(name.begin(), name.end(), '/', '!');
+    const Descriptor file = state->tree.open(Top::sys, "class/block/" + name + "/dev", O_RDONLY);
+    FileReader files;
+    Marks ignored = noMark;
+    const auto number = file.isOpen() ? deviceNumberIn(trimmed(files.content(file.get(), longestAttribute, ignored)))
+                                      : std::nullopt;
+    return number && (!device.number || *number == *device.number);
 }
 
 const Device& Machine::wholeOf(const Device& device) const

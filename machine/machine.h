@@ -203,6 +203,14 @@ public:
     // node that was not recorded counts as there. A relative path begins at the working directory of a live machine,
     // and at the root of a recorded one. Null when no device is there.
     const Device* byPath(const std::string& path) const;
+    // The number of the block device that a path, as for byPath, leads to. Known too for a node without a device; needs
+    // the numbers to have been read.
+    std::optional<DeviceNumber> numberAt(const std::string& path) const;
+    // Whether a path, as for byPath, leads to a device or to any file.
+    bool isAnythingAt(const std::string& path) const;
+    // Whether a device of this name and number is still there: the one question that is answered by looking anew. A
+    // recorded machine does not change.
+    bool isStillThere(const Device& device) const;
 
     // Of a partition: its whole device; of another one: itself. A partition of unknown origin is its own.
     const Device& wholeOf(const Device& device) const;

@@ -7,6 +7,8 @@
 #include "machine/text_pool.h"
 #include "machine/tree.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <string_view>
 #include <unordered_map>
@@ -29,6 +31,8 @@ struct Machine::State {
     // "/dev/sda", "/dev/dm-0" or "/dev/mapper/mpatha", no other name.
     DeviceIndex byNode(std::string_view path) const;
     DeviceIndex byPath(const std::string& path) const;
+    // What stat() would say to a program on the machine; false when nothing was recorded there.
+    bool statusAt(const std::string& path, struct stat& status) const;
 
     Tree tree;
     Facts facts = basicFacts;

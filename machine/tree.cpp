@@ -218,6 +218,11 @@ Descriptor Tree::openBelow(int directory, const char* name, int flags) const
     return Descriptor();
 }
 
+Descriptor Tree::openAnywhere(const std::string& path, int flags) const
+{
+    return openConfined(path, flags | ((flags & O_PATH) != 0 ? O_CLOEXEC : harmless));
+}
+
 Destination Tree::follow(const std::string& path) const
 {
     Walk walk(root.get(), path);

@@ -35,6 +35,9 @@ public:
     // Where `path` leads to, with the directory as the root of all absolute links. For recorded roots.
     Destination follow(const std::string& path) const;
 
+    // Opens the file that `path` leads to within a recorded root.
+    Descriptor openAnywhere(const std::string& path, int flags) const;
+
     bool isLive() const { return live; }
 
 private:

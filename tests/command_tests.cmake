@@ -29,15 +29,17 @@ kivclaim_test(audit_test
         ${told_release})
 add_dependencies(audit_test kivclaim_command claims_too_much told_release)
 
-pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
 kivclaim_test(known_quirks_test
     SOURCES
         known_quirks_test.cpp
+        ${PROJECT_SOURCE_DIR}/tools/audit/asked_machine.cpp
         ${PROJECT_SOURCE_DIR}/tools/audit/expected_answers.cpp
+        ${PROJECT_SOURCE_DIR}/tools/audit/kernel_truth.cpp
         ${PROJECT_SOURCE_DIR}/tools/audit/known_quirks.cpp
-        ${PROJECT_SOURCE_DIR}/tools/kernel_device.cpp
-        ${PROJECT_SOURCE_DIR}/tools/block_devices.cpp
-    LIBRARIES process kivclaim::ztfi_pdk PkgConfig::UDEV)
+        ${PROJECT_SOURCE_DIR}/tools/played_machine.cpp
+        ${PROJECT_SOURCE_DIR}/tools/recorded_commands.cpp
+        ${PROJECT_SOURCE_DIR}/tools/stack_table.cpp
+    LIBRARIES process sysfs_directory kivclaim_machine kivclaim::ztfi_pdk)
 
 kivclaim_test(device_mapper_command_test
     SOURCES device_mapper_command_test.cpp

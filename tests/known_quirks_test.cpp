@@ -3,6 +3,7 @@
 #include "tools/audit/known_quirks.h"
 
 #include "tests/process.h"
+#include "tests/sysfs_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -13,12 +14,17 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+using kivclaim::machine::Machine;
+using kivclaim::machine::Root;
+using kivclaim::tools::AskedMachine;
 using kivclaim::tools::AuditedDevice;
 using kivclaim::tools::Difference;
-using kivclaim::tools::KernelKind;
+using kivclaim::tools::KernelTruth;
 using kivclaim::tools::Question;
 using kivclaim::tools::VolumeListing;
 using kivclaim::tools::VolumeListings;
@@ -31,18 +37,34 @@ class KnownQuirks : public testing::Test {
 protected:
     KnownQuirks() { kernelRelease = "6.1.0-18-amd64"; }
 
-    // A device of the kernel's, by its own name.
-    void kernelHas(KernelKind kind, const std::string& path)
+    // Another machine, without a device so far.
+    tests::SysfsDirectory& newMachine()
     {
-        device.path = path;
-        device.kernel.kind = kind;
-        device.kernel.path = path;
+        folder = std::make_unique<tests::TemporaryFolder>();
+        return directory.emplace(folder->path());
     }
-    void kernelHasPartition(const std::string& path, unsigned int number, const std::string& wholeDevice)
+    // What the kernel of that machine says of the device behind `path`.
+    void ask(const std::string& path)
     {
-        kernelHas(KernelKind::multipathMap, path);
-        device.kernel.partition = number;
-        device.kernel.wholeDevice = wholeDevice;
+        machine.emplace(Machine::read(Root::recorded(folder->path()), KernelTruth::facts));
+        device.path = path;
+        device.kernel = KernelTruth(*machine, path);
+    }
+    void kernelHasMap(const std::string& name)
+    {
+        newMachine().mapping("dm-0", name, "mpath-36001", {});
+        ask("/dev/mapper/" + name);
+    }
+    void kernelHasPartition(const std::string& name, unsigned int number, const std::string& map)
+    {
+        newMachine().mapping("dm-0", map, "mpath-36001", {});
+        directory->mapping("dm-1", name, "part" + std::to_string(number) + "-mpath-36001", {"dm-0"});
+        ask("/dev/mapper/" + name);
+    }
+    void kernelHasPartitionOne(const std::string& map)
+    {
+        kernelHasPartition(map + "_1", 1, map);
+        ask("/dev/mapper/" + map);
     }
     void libraryClaims(const std::string& stack, unsigned int level)
     {
@@ -62,20 +84,19 @@ protected:
     {
         Difference difference;
         difference.question = question;
-        if (!device.kernel.partitions.empty()) {
+        if (!device.kernel.partitions().empty()) {
             difference.partition = 1;
             difference.library = device.library.partitions.at(0).path;
         }
         device.differences = {difference};
         VolumeListings volumes(remembered, now);
         std::vector<AuditedDevice> devices = {device};
-        explainDifferences(volumes, devices);
+        explainDifferences(AskedMachine(), volumes, devices);
         return devices.at(0).differences.at(0).quirk;
     }
 
     std::string quirkOfPartition(const std::string& answer)
     {
-        device.kernel.partitions = {{1, "/dev/mapper/mpatha_1"}};
         device.library.partitions = {{1, answer}};
         return quirkOf(Question::partition);
     }
@@ -84,6 +105,11 @@ protected:
     const VolumeListing failed = {true, {"/dev/mapper/vg00-lvol1"}};
     const VolumeListing lvol1 = {false, {"/dev/mapper/vg00-lvol1"}};
     AuditedDevice device;
+
+private:
+    std::unique_ptr<tests::TemporaryFolder> folder;
+    std::optional<tests::SysfsDirectory> directory;
+    std::optional<Machine> machine;
 };
 
 }  // namespace
@@ -97,18 +123,20 @@ extern "C" int uname(utsname* system)
 
 TEST_F(KnownQuirks, ADiskOfAnotherKindThatIsClaimedAsNativeIsNone)
 {
-    kernelHas(KernelKind::other, "/dev/xvda");
+    newMachine().virtualDisk("xvda").virtualDisk("sd0").link("/srv/dev/sda", "/dev/xvda");
+    ask("/dev/xvda");
     libraryClaims("native", 2);
     EXPECT_EQ(quirkOf(Question::claim), "");
-    kernelHas(KernelKind::other, "/dev/sd0");
+    ask("/dev/sd0");
     EXPECT_EQ(quirkOf(Question::claim), "");
-    kernelHas(KernelKind::other, "/srv/dev/sda");
+    ask("/srv/dev/sda");
     EXPECT_EQ(quirkOf(Question::claim), "prefix-anywhere");
 }
 
 TEST_F(KnownQuirks, ANameWithoutADeviceThatIsNotClaimedByItsNameIsNone)
 {
-    device.path = "/dev/nothing";
+    newMachine();
+    ask("/dev/nothing");
     libraryClaims("powerpath", 16);
     EXPECT_EQ(quirkOf(Question::claim), "");
     device.path = "/dev/emcpowerx";
@@ -117,9 +145,9 @@ TEST_F(KnownQuirks, ANameWithoutADeviceThatIsNotClaimedByItsNameIsNone)
 
 TEST_F(KnownQuirks, ALinkThatIsNotClaimedThoughItsNameWouldDecideIsNone)
 {
-    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpatha");
+    newMachine().mapping("dm-0", "mpatha", "mpath-36001", {}).link("/dev/mapper/link", "mpatha");
+    ask("/dev/mapper/link");
     device.library.stack = "none";
-    device.path = "/dev/mapper/link";
     EXPECT_EQ(quirkOf(Question::claim), "");
     device.path = "/dev/disk/by-id/link";
     EXPECT_EQ(quirkOf(Question::claim), "name-decides");
@@ -127,8 +155,8 @@ TEST_F(KnownQuirks, ALinkThatIsNotClaimedThoughItsNameWouldDecideIsNone)
 
 TEST_F(KnownQuirks, AClaimAtAnotherLevelIsNone)
 {
-    kernelHas(KernelKind::scsiDisk, "/dev/sda");
-    device.kernel.map = "/dev/mapper/mpatha";
+    newMachine().scsiDisk("sda", "0:0:0:0").multipathMap("dm-0", "mpatha", "36001", {"sda"});
+    ask("/dev/sda");
     libraryClaims("native", 16);
     EXPECT_EQ(quirkOf(Question::claim), "");
     libraryClaims("native", 2);
@@ -137,7 +165,8 @@ TEST_F(KnownQuirks, AClaimAtAnotherLevelIsNone)
 
 TEST_F(KnownQuirks, AVolumeThatIsClaimedThoughTheLibraryHasListedItIsNone)
 {
-    kernelHas(KernelKind::logicalVolume, "/dev/mapper/vg00-lvol1");
+    newMachine().volume("dm-0", "vg00-lvol1", {});
+    ask("/dev/mapper/vg00-lvol1");
     libraryClaims("device-mapper", 16);
     EXPECT_EQ(quirkOf(Question::claim, lvol1, lvol1), "");
     EXPECT_EQ(quirkOf(Question::claim, {}, lvol1), "stale-list");
@@ -146,7 +175,7 @@ TEST_F(KnownQuirks, AVolumeThatIsClaimedThoughTheLibraryHasListedItIsNone)
 
 TEST_F(KnownQuirks, AMapThatIsRefusedThoughNoVolumeIsListedByItsNameIsNone)
 {
-    kernelHas(KernelKind::multipathMap, "/dev/mapper/vg00-lvol1");
+    kernelHasMap("vg00-lvol1");
     device.library.stack = "none";
     EXPECT_EQ(quirkOf(Question::claim), "");
     EXPECT_EQ(quirkOf(Question::claim, failed, failed), "");
@@ -156,45 +185,45 @@ TEST_F(KnownQuirks, AMapThatIsRefusedThoughNoVolumeIsListedByItsNameIsNone)
 
 TEST_F(KnownQuirks, AOneDigitPartitionThatIsNotRecognisedIsNone)
 {
-    kernelHasPartition("/dev/mapper/mpatha-part1", 1, "/dev/mapper/mpatha");
+    kernelHasPartition("mpatha-part1", 1, "mpatha");
     libraryClaims("device-mapper", 16);
     EXPECT_EQ(quirkOf(Question::isPartition), "");
-    kernelHasPartition("/dev/mapper/mpatha-part12", 12, "/dev/mapper/mpatha");
+    kernelHasPartition("mpatha-part12", 12, "mpatha");
     libraryClaims("device-mapper", 16);
     EXPECT_EQ(quirkOf(Question::isPartition), "missing-neighbour");
-    kernelHasPartition("/dev/mapper/mpatha_part12", 12, "/dev/mapper/mpatha");
+    kernelHasPartition("mpatha_part12", 12, "mpatha");
     libraryClaims("device-mapper", 16);
     EXPECT_EQ(quirkOf(Question::isPartition), "missing-neighbour");
 }
 
 TEST_F(KnownQuirks, AMapThatIsTakenForAPartitionWithoutTheNameOfOneIsNone)
 {
-    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpath7");
+    kernelHasMap("mpath7");
     libraryTakesApart("/dev/mapp", 7);
     EXPECT_EQ(quirkOf(Question::isPartition), "");
-    kernelHas(KernelKind::multipathMap, "/dev/mapper/a-part7");
+    kernelHasMap("a-part7");
     libraryTakesApart("/dev/mapper/a", 7);
     EXPECT_EQ(quirkOf(Question::isPartition), "partition-like-name");
 }
 
 TEST_F(KnownQuirks, APartitionThatIsTakenApartInAnotherWayIsNone)
 {
-    kernelHasPartition("/dev/mapper/a-part3", 3, "/dev/mapper/mpatha");
+    kernelHasPartition("a-part3", 3, "mpatha");
     libraryTakesApart("/dev/mapper/", 3);
     EXPECT_EQ(quirkOf(Question::whole), "");
     libraryTakesApart("/dev/mapper/a", 2);
     EXPECT_EQ(quirkOf(Question::whole), "");
     libraryTakesApart("/dev/mapper/a", 3);
     EXPECT_EQ(quirkOf(Question::whole), "six-characters");
-    kernelHasPartition("/dev/mapper/mpatha-part10", 10, "/dev/mapper/mpatha");
+    kernelHasPartition("mpatha-part10", 10, "mpatha");
     libraryClaims("device-mapper", 16);
     EXPECT_EQ(quirkOf(Question::whole), "");
 }
 
 TEST_F(KnownQuirks, ANativePartitionThatIsNotTakenApartIsNone)
 {
-    kernelHas(KernelKind::scsiDisk, "/dev/sda1");
-    device.kernel.partition = 1;
+    newMachine().scsiDisk("sda", "0:0:0:0").partition("sda", 1);
+    ask("/dev/sda1");
     libraryClaims("native", 2);
     EXPECT_EQ(quirkOf(Question::isPartition), "");
     device.library.isPartition = true;
@@ -203,7 +232,7 @@ TEST_F(KnownQuirks, ANativePartitionThatIsNotTakenApartIsNone)
 
 TEST_F(KnownQuirks, APartitionPathThatTheReleaseDoesNotDecideOnIsNone)
 {
-    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpatha");
+    kernelHasPartitionOne("mpatha");
     libraryClaims("device-mapper", 16);
     EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha-part1"), "release-decides");
     EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha_part1"), "");
@@ -218,21 +247,21 @@ TEST_F(KnownQuirks, APartitionPathThatTheReleaseDoesNotDecideOnIsNone)
 
 TEST_F(KnownQuirks, OnAnUnknownReleaseThePathItselfStandsForAPartition)
 {
-    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpatha");
+    kernelHasPartitionOne("mpatha");
     libraryClaims("device-mapper", 16);
     for (const char* const release : {"3.10.0-1160.el7", "3.11.9", "2.6.26", "2.6"}) {
         kernelRelease = release;
         EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha"), "unknown-release");
         EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha-part1"), "");
     }
-    kernelHas(KernelKind::multipathMap, "/dev/mapper/mpath7");
+    kernelHasPartitionOne("mpath7");
     EXPECT_EQ(quirkOfPartition("/dev/mapper/mpath7p1"), "release-decides");
 }
 
 TEST_F(KnownQuirks, OnAnUnknownReleaseAPartitionNamedPartIsNotTakenApart)
 {
     kernelRelease = "3.10.0";
-    kernelHasPartition("/dev/mapper/mpatha-part3", 3, "/dev/mapper/mpatha");
+    kernelHasPartition("mpatha-part3", 3, "mpatha");
     libraryTakesApart("/dev/mapper/mpatha-part3", 0);
     EXPECT_EQ(quirkOf(Question::whole), "release-decides");
     libraryTakesApart("/dev/mapper/mpath", 3);
@@ -246,7 +275,8 @@ TEST_F(KnownQuirks, ANeighbourCountsWhenItCanBeOpened)
     const std::string place = folder.path() + "/dev/mapper/";
     ASSERT_EQ(mkdir((folder.path() + "/dev").c_str(), 0700), 0);
     ASSERT_EQ(mkdir(place.c_str(), 0700), 0);
-    kernelHasPartition(place + "mpatha12", 12, place + "mpatha");
+    kernelHasPartition("mpatha12", 12, "mpatha");
+    device.path = place + "mpatha12";
     libraryClaims("device-mapper", 16);
 
     sockaddr_un address{};

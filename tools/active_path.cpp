@@ -143,6 +143,9 @@ ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& re
     if (!options.moduleFiles.empty()) {
         throw CommandError("active-path asks the volume manager and no claim module; leave out --module");
     }
+    if (!options.sysroot.empty()) {
+        throw CommandError("active-path asks the volume manager of this machine; leave out --sysroot");
+    }
     const bool changesSomething = !request.waited && CZtKIVSupport().isZtKIVInstalled();
     if (changesSomething && !request.yes) {
         requireConfirmation(request.path);

@@ -46,6 +46,7 @@ ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& 
         CKivDeviceClaimBase* module = nullptr;
         const unsigned int level = session.manager.getClaimModule(module, path);
         printLine(std::to_string(level) + " " + stackName(module) + " " + printableText(path));
+        session.complainIfUnsure(path);
         return module != nullptr ? answeredYes : answeredNo;
     });
 }
@@ -56,6 +57,7 @@ ExitStatus isPartition(const SessionOptions& options, const std::vector<std::str
     return forEachPath(paths, [&](const std::string& path) {
         const bool yes = session.manager.isPartition(path) != 0;
         printLine((yes ? "yes " : "no ") + printableText(path));
+        session.complainIfUnsure(path);
         return yes ? answeredYes : answeredNo;
     });
 }
@@ -67,6 +69,7 @@ ExitStatus partition(const SessionOptions& options, const std::string& path, con
     return forEachPath({path}, [&](const std::string& device) {
         // Only an unclaimed path gives an empty answer.
         const std::string answer = session.manager.appendPartitionSuffix(device, wanted);
+        session.complainIfUnsure(device);
         if (answer.empty()) {
             return unclaimed(device);
         }
@@ -81,6 +84,7 @@ ExitStatus whole(const SessionOptions& options, const std::vector<std::string>& 
     return forEachPath(paths, [&](const std::string& path) {
         unsigned int number = 0;
         const std::string answer = session.manager.removePartitionSuffix(path, number);
+        session.complainIfUnsure(path);
         if (answer.empty()) {
             return unclaimed(path);
         }

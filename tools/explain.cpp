@@ -84,6 +84,7 @@ ExitStatus explainPath(const SessionOptions& options, const std::string& path)
     // One look at the system for the request and for the single answers below.
     Session session(options, Questions::many, destinations);
     const unsigned int level = session.manager.claim(path);
+    session.complainIfUnsure(path);
     // The single answers come from a manager without a log, so that the records are those of the request alone.
     Session silent(options, Questions::one, {});
     const std::vector<ModuleAnswer> answers = askEachModule(silent.manager, path);

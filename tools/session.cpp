@@ -2,6 +2,7 @@
 
 #include "tools/exit_status.h"
 #include "tools/module_file.h"
+#include "tools/output.h"
 
 #include <unistd.h>
 
@@ -52,16 +53,31 @@ std::vector<kivclaim::host::TraceDestination> SessionOptions::destinations() con
 Session::Session(const SessionOptions& options, Questions questions,
                  const std::vector<kivclaim::host::TraceDestination>& destinations)
 {
-    if (questions == Questions::many && !options.noSnapshot) {
+    if (!options.root().isLive()) {
+        playedMachine = std::make_unique<PlayedMachine>(options.root());
+    } else if (questions == Questions::many && !options.noSnapshot) {
         snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
     }
     for (std::unique_ptr<CKivDeviceClaimBase>& module : loadModules(options.moduleFiles)) {
         manager.registerClaimModule(module.get());
         static_cast<void>(module.release());  // the manager has it now
     }
+    for (CKivDeviceClaimBase* const module : manager.claimModules()) {
+        if (playedMachine != nullptr) {
+            playedMachine->playTo(*module);
+        }
+    }
     // Behind the modules, so that the records are those of the questions alone.
     if (!destinations.empty()) {
         manager.registerTraceLog(kivclaim::host::makeTraceLog(destinations));
+    }
+}
+
+void Session::complainIfUnsure(const std::string& path) const
+{
+    const std::string reason = whyUnsure();
+    if (!reason.empty()) {
+        complain("the answer about " + path + " is unsure, because " + reason);
     }
 }
 

@@ -6,7 +6,9 @@
 #include "host/command_snapshot.h"
 #include "host/trace_log.h"
 #include "machine/machine.h"
+#include "tools/played_machine.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,7 +21,6 @@ struct SessionOptions {
     std::string traceFile;                 // --trace-file: keep them in this file; all of them when no level is given
     bool noSnapshot = false;               // --no-snapshot: run the same command again for every question
     std::vector<std::string> moduleFiles;  // --module: ask the modules in these files too, behind the built-in ones
-
     std::string sysroot;                   // --sysroot: the machine recorded in this directory; empty: this machine
 
     // The machine that the questions are about.
@@ -35,15 +36,26 @@ struct SessionOptions {
 enum class Questions { one, many };
 
 // A new manager with a module out of each module file, which traces to `destinations`; without any, no log is
-// registered and tracing costs nothing. Throws CommandError for a file that gives no module; nothing has been traced
-// then.
+// registered and tracing costs nothing. Throws CommandError for a file that gives no module, and for a recorded machine
+// that cannot be read; nothing has been traced then.
 class Session {
 public:
     Session(const SessionOptions& options, Questions questions) : Session(options, questions, options.destinations()) {}
     Session(const SessionOptions& options, Questions questions,
             const std::vector<kivclaim::host::TraceDestination>& destinations);
 
+    // The recorded machine that the questions are about; null for this one.
+    PlayedMachine* played() const { return playedMachine.get(); }
+
+    // Why the answers since the last call are unsure, in words for after "because": what the recorded machine should
+    // have held for them. Empty for sure ones, as all are about this machine.
+    std::string whyUnsure() const { return playedMachine != nullptr ? playedMachine->takeMissing() : std::string(); }
+
+    // Says so in a line on standard error, if it is so for what was just answered about `path`.
+    void complainIfUnsure(const std::string& path) const;
+
 private:
+    std::unique_ptr<PlayedMachine> playedMachine;
     std::optional<kivclaim::host::CommandSnapshot> snapshot;
 
 public:

@@ -34,6 +34,7 @@ constexpr milliseconds longestWait = std::chrono::hours(1);  // poll counts mill
 constexpr milliseconds shortestPause{1};
 constexpr milliseconds longestPause{20};
 constexpr int signalResultBase = 128;
+constexpr int exitCodeUnit = 256;  // of a wait status
 
 // How a run that was not given up ended.
 struct RunEnd {
@@ -420,6 +421,18 @@ CommandResult runWords(const std::vector<std::string>& words, const std::string&
     } catch (const RunProblem& problem) {
         return notRun(shownAs, problem);
     }
+}
+
+CommandResult resultOfEnded(const std::string& command, int exitStatus, int signal, const std::string& errors)
+{
+    TailCollector tail(keptErrorBytes);
+    tail.add(errors.data(), errors.size());
+    return judged(command, {signal != 0 ? signal : exitStatus * exitCodeUnit, false, tail.tail()});
+}
+
+CommandResult resultOfMissing(const std::string& command)
+{
+    return notRun(command, {ENOENT, "it cannot be started"});
 }
 
 }  // namespace kivclaim::host_internal

@@ -46,6 +46,12 @@ CommandResult runCommand(const std::string& command, const RunLimits& limits, st
 CommandResult runWords(const std::vector<std::string>& words, const std::string& shownAs, const RunLimits& limits,
                        std::vector<std::string>& output);
 
+// What runCommand says of a command that ended so, by itself, after writing `errors` to standard error.
+CommandResult resultOfEnded(const std::string& command, int exitStatus, int signal, const std::string& errors);
+
+// What it says of a command whose program is not there.
+CommandResult resultOfMissing(const std::string& command);
+
 }  // namespace kivclaim::host_internal
 
 #endif

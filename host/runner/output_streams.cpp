@@ -15,7 +15,6 @@ namespace kivclaim::host_internal {
 namespace {
 
 constexpr std::size_t bufferBytes = std::size_t{256} << 10;
-constexpr std::size_t keptErrorBytes = 4096;
 constexpr std::size_t largePipeBytes = std::size_t{1} << 20;
 // A single read of this much is the sign of a large output.
 constexpr std::size_t largeRead = std::size_t{32} << 10;

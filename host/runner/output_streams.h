@@ -12,6 +12,9 @@
 
 namespace kivclaim::host_internal {
 
+// Of standard error, the end.
+constexpr std::size_t keptErrorBytes = 4096;
+
 // Reads standard output into lines and keeps the end of standard error. Beyond the limits, the lines are dropped, and
 // what comes is read and dropped, so that the writer is not blocked while it is being ended.
 //

@@ -2,13 +2,11 @@
 
 #include "tools/stack_name.h"
 
-#include <sys/stat.h>
-
 namespace kivclaim::tools {
 
 namespace {
 
-LibraryAnswer ask(CKivClaimManager& manager, const std::string& path, const KernelDevice& kernel)
+LibraryAnswer ask(CKivClaimManager& manager, const std::string& path, const KernelTruth& kernel)
 {
     LibraryAnswer answer;
     CKivDeviceClaimBase* module = nullptr;
@@ -19,19 +17,10 @@ LibraryAnswer ask(CKivClaimManager& manager, const std::string& path, const Kern
     }
     answer.isPartition = manager.isPartition(path) != 0;
     answer.wholeDevice = manager.removePartitionSuffix(path, answer.partition);
-    for (const KernelPartition& partition : kernel.partitions) {
+    for (const PartitionPath& partition : kernel.partitions()) {
         answer.partitions.push_back({partition.number, manager.appendPartitionSuffix(path, partition.number)});
     }
     return answer;
-}
-
-// Two names of one device are the same answer.
-bool nameTheSameDevice(const std::string& one, const std::string& other)
-{
-    struct stat first {};
-    struct stat second {};
-    return one == other || (stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
-                            S_ISBLK(first.st_mode) && S_ISBLK(second.st_mode) && first.st_rdev == second.st_rdev);
 }
 
 std::string yesOrNo(bool answer)
@@ -56,7 +45,7 @@ public:
             return;
         }
         compareNumber();
-        const bool partition = kernel.partition != 0;
+        const bool partition = kernel.partition() != 0;
         if (partition != library.isPartition) {
             // What the library then calls the whole device follows from this answer.
             add(Question::isPartition, yesOrNo(library.isPartition), yesOrNo(partition));
@@ -80,35 +69,36 @@ private:
 
     void compareClaim()
     {
-        if (library.stack == kernelStack(kernel)) {
+        if (library.stack == kernel.stack()) {
             return;
         }
-        const bool otherName = kernel.exists() && kernel.path != device.path;
-        add(Question::claim, library.stack, description(kernel) + (otherName ? ", " + kernel.path : ""));
+        const bool otherName = kernel.exists() && kernel.path() != device.path;
+        add(Question::claim, library.stack, kernel.description() + (otherName ? ", " + kernel.path() : ""));
     }
 
     void compareNumber()
     {
-        struct stat node {};
-        if (stat(device.path.c_str(), &node) == 0 && S_ISBLK(node.st_mode) && node.st_rdev != kernel.number) {
-            add(Question::number, numberText(node.st_rdev), numberText(kernel.number));
+        const std::string other = kernel.otherNumberAt(device.path);
+        if (!other.empty()) {
+            add(Question::number, other, kernel.number());
         }
     }
 
     void compareWholeDevice()
     {
-        const std::string& expected = kernel.partition != 0 ? kernel.wholeDevice : device.path;
-        if (library.partition != kernel.partition || !nameTheSameDevice(library.wholeDevice, expected)) {
+        const std::string expected = kernel.partition() != 0 ? kernel.wholeDevice() : device.path;
+        if (library.partition != kernel.partition() || !kernel.sameDevice(library.wholeDevice, expected)) {
             add(Question::whole, wholeAndNumber(library.wholeDevice, library.partition),
-                wholeAndNumber(expected, kernel.partition));
+                wholeAndNumber(expected, kernel.partition()));
         }
     }
 
     void comparePartitions()
     {
-        for (std::size_t i = 0; i < kernel.partitions.size(); ++i) {
-            const KernelPartition& real = kernel.partitions[i];
-            if (!nameTheSameDevice(library.partitions[i].path, real.path)) {
+        const std::vector<PartitionPath> partitions = kernel.partitions();
+        for (std::size_t i = 0; i < partitions.size(); ++i) {
+            const PartitionPath& real = partitions[i];
+            if (!kernel.sameDevice(library.partitions[i].path, real.path)) {
                 add(Question::partition, library.partitions[i].path, real.path, real.number);
             }
         }
@@ -116,7 +106,7 @@ private:
 
     AuditedDevice& device;
     const LibraryAnswer& library = device.library;
-    const KernelDevice& kernel = device.kernel;
+    const KernelTruth& kernel = device.kernel;
 };
 
 }  // namespace
@@ -138,11 +128,11 @@ const char* name(Question question)
     return "number";
 }
 
-AuditedDevice audited(CKivClaimManager& manager, const std::string& path, KernelDevice kernel)
+AuditedDevice audited(CKivClaimManager& manager, const std::string& path, const KernelTruth& kernel)
 {
     AuditedDevice device;
     device.path = path;
-    device.kernel = std::move(kernel);
+    device.kernel = kernel;
     device.library = ask(manager, path, device.kernel);
     Comparison(device).compare();
     return device;

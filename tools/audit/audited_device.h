@@ -3,7 +3,7 @@
 #define KIVCLAIM_TOOLS_AUDIT_AUDITED_DEVICE_H
 
 #include "claim/kiv_claim_manager.h"
-#include "tools/kernel_device.h"
+#include "tools/audit/kernel_truth.h"
 
 #include <string>
 #include <vector>
@@ -13,11 +13,11 @@ namespace kivclaim::tools {
 // What the library answers about a device. Beyond level and stack only for a claimed one.
 struct LibraryAnswer {
     unsigned int level = 0;
-    std::string stack;  // by the names of tools/stack_name.h
+    std::string stack;  // by the names of tools/stack_table.h
     bool isPartition = false;
     std::string wholeDevice;
     unsigned int partition = 0;               // the number that comes with wholeDevice
-    std::vector<KernelPartition> partitions;  // the path that it gives each partition known to the kernel
+    std::vector<PartitionPath> partitions;  // the path that it gives each partition known to the kernel
 };
 
 // The first four are named after the commands that ask the same.
@@ -44,12 +44,13 @@ struct Difference {
 struct AuditedDevice {
     std::string path;  // as it was asked
     LibraryAnswer library;
-    KernelDevice kernel;
+    KernelTruth kernel;
     std::vector<Difference> differences;
+    std::string unsure;  // why the answers, or what the kernel says, may be others; empty when they cannot
 };
 
 // Asks `manager` about `path` and compares the answers with what the kernel says; explains nothing yet.
-AuditedDevice audited(CKivClaimManager& manager, const std::string& path, KernelDevice kernel);
+AuditedDevice audited(CKivClaimManager& manager, const std::string& path, const KernelTruth& kernel);
 
 // What the library answers, in a few words.
 std::string description(const LibraryAnswer& answer);

@@ -1,17 +1,13 @@
 #include "tools/audit/expected_answers.h"
 
 #include "framework/cfiexecpipe.h"
-
-#include <sys/utsname.h>
-#include <unistd.h>
+#include "tools/stack_table.h"
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
-
-#include <fcntl.h>
 
 namespace kivclaim::tools {
 
@@ -49,20 +45,11 @@ VolumeListing listing()
         if (contains(line, "LV Name")) {
             volume = lastWord(line);
         } else if (contains(line, "VG Name") && !volume.empty()) {
-            result.paths.insert("/dev/mapper/" + lastWord(line) + "-" + volume);
+            result.paths.insert(std::string(deviceMapperStack.pattern) + lastWord(line) + "-" + volume);
             volume.clear();
         }
     }
     return result;
-}
-
-bool canBeOpened(const std::string& path)
-{
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
-    return descriptor >= 0;
 }
 
 unsigned int lastDigit(const std::string& path)
@@ -70,47 +57,27 @@ unsigned int lastDigit(const std::string& path)
     return static_cast<unsigned int>(path.back() - '0');
 }
 
-std::string mapperPartition(const std::string& path, const std::string& number)
-{
-    switch (partitionNames()) {
-        case PartitionNames::underscore:
-            return path + "_part" + number;
-        case PartitionNames::dash:
-            return path + "-part" + number;
-        case PartitionNames::probed:
-            break;
-    }
-    if (endsInDigit(path)) {
-        return path + "p" + number;
-    }
-    for (const char* const separator : {"", "p"}) {
-        std::string candidate = path;
-        candidate.append(separator).append(number);
-        if (canBeOpened(candidate)) {
-            return candidate;
-        }
-    }
-    return path;
-}
-
 class ExpectedAnswers {
 public:
-    ExpectedAnswers(VolumeListings& volumes, const std::string& path) : volumes(volumes), path(path) {}
+    ExpectedAnswers(const AskedMachine& asked, VolumeListings& volumes, const std::string& path)
+        : asked(asked), volumes(volumes), path(path)
+    {
+    }
 
-    LibraryAnswer answer(const std::vector<KernelPartition>& partitions)
+    LibraryAnswer answer(const std::vector<PartitionPath>& partitions)
     {
         expectClaim();
         if (result.level == 0) {
             return result;
         }
         result.wholeDevice = path;
-        mapper = result.stack == "device-mapper";
+        mapper = result.stack == deviceMapperStack.name;
         result.isPartition =
-            endsInDigit(path) && (!mapper || endsLikeAPartition(path) || !openableNeighbour(path).empty());
+            endsInDigit(path) && (!mapper || endsLikeAPartition(path) || !openableNeighbour(asked, path).empty());
         if (result.isPartition) {
             takeApart();
         }
-        for (const KernelPartition& partition : partitions) {
+        for (const PartitionPath& partition : partitions) {
             result.partitions.push_back({partition.number, partitionPath(std::to_string(partition.number))});
         }
         return result;
@@ -120,16 +87,16 @@ private:
     // Of two modules that claim at the same level, the one that was registered first is asked.
     void expectClaim()
     {
-        result.stack = "none";
-        if (contains(path, "/dev/emcpower")) {
-            result.stack = "powerpath";
+        result.stack = noStack;
+        if (contains(path, powerPathStack.pattern)) {
+            result.stack = powerPathStack.name;
             result.level = ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_KIV_SECONDARY;
-        } else if (contains(path, "/dev/mapper/") &&
+        } else if (contains(path, deviceMapperStack.pattern) &&
                    (volumes.remembered().failed || !volumes.remembered().names(path))) {
-            result.stack = "device-mapper";
+            result.stack = deviceMapperStack.name;
             result.level = ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_KIV_SECONDARY;
-        } else if (contains(path, "/dev/sd") && path != "/dev/sd") {
-            result.stack = "native";
+        } else if (contains(path, nativeStack.pattern) && path != nativeStack.pattern) {
+            result.stack = nativeStack.name;
             result.level = ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_NATIVE;
         }
     }
@@ -144,8 +111,8 @@ private:
             result.partition = static_cast<unsigned int>(std::strtol(digits, nullptr, 10));
             return;
         }
-        const bool probed = partitionNames() == PartitionNames::probed;
-        const std::string parent = probed ? openableNeighbour(path) : withoutLast(path, 6);
+        const bool probed = partitionNames(asked) == PartitionNames::probed;
+        const std::string parent = probed ? openableNeighbour(asked, path) : withoutLast(path, 6);
         if (!probed || !parent.empty()) {
             result.wholeDevice = parent;
             result.partition = lastDigit(path);
@@ -155,11 +122,35 @@ private:
     std::string partitionPath(const std::string& number) const
     {
         if (mapper) {
-            return mapperPartition(path, number);
+            return mapperPartition(number);
         }
-        return result.stack == "native" ? (path + number).substr(0, longestNativePath) : path + number;
+        return result.stack == nativeStack.name ? (path + number).substr(0, longestNativePath) : path + number;
     }
 
+    std::string mapperPartition(const std::string& number) const
+    {
+        switch (partitionNames(asked)) {
+            case PartitionNames::underscore:
+                return path + "_part" + number;
+            case PartitionNames::dash:
+                return path + "-part" + number;
+            case PartitionNames::probed:
+                break;
+        }
+        if (endsInDigit(path)) {
+            return path + "p" + number;
+        }
+        for (const char* const separator : {"", "p"}) {
+            std::string candidate = path;
+            candidate.append(separator).append(number);
+            if (asked.canBeOpened(candidate)) {
+                return candidate;
+            }
+        }
+        return path;
+    }
+
+    const AskedMachine& asked;
     VolumeListings& volumes;
     const std::string& path;
     LibraryAnswer result;
@@ -191,18 +182,17 @@ const VolumeListing& VolumeListings::now()
     return *second;
 }
 
-LibraryAnswer expectedAnswer(VolumeListings& volumes, const std::string& path,
-                             const std::vector<KernelPartition>& partitions)
+LibraryAnswer expectedAnswer(const AskedMachine& asked, VolumeListings& volumes, const std::string& path,
+                             const std::vector<PartitionPath>& partitions)
 {
-    return ExpectedAnswers(volumes, path).answer(partitions);
+    return ExpectedAnswers(asked, volumes, path).answer(partitions);
 }
 
-PartitionNames partitionNames()
+PartitionNames partitionNames(const AskedMachine& asked)
 {
-    utsname system{};
-    uname(&system);
+    const std::string release = asked.kernelRelease();
     long numbers[3] = {0, 0, 0};
-    std::string_view rest = system.release;
+    std::string_view rest = release;
     std::size_t count = 0;
     for (; count < 3 && !rest.empty(); ++count) {
         const std::size_t end = std::min(rest.find_first_of(".-"), rest.size());
@@ -216,10 +206,10 @@ PartitionNames partitionNames()
     return major > 3 || (major == 3 && minor > 11) ? PartitionNames::dash : PartitionNames::probed;
 }
 
-std::string openableNeighbour(const std::string& path)
+std::string openableNeighbour(const AskedMachine& asked, const std::string& path)
 {
     for (const std::size_t characters : {1UL, 2UL}) {
-        if (canBeOpened(withoutLast(path, characters))) {
+        if (asked.canBeOpened(withoutLast(path, characters))) {
             return withoutLast(path, characters);
         }
     }

@@ -3,6 +3,7 @@
 #define KIVCLAIM_TOOLS_AUDIT_EXPECTED_ANSWERS_H
 
 #include "host/command_snapshot.h"
+#include "tools/audit/asked_machine.h"
 #include "tools/audit/audited_device.h"
 
 #include <optional>
@@ -41,20 +42,21 @@ private:
 
 // The answers about `path`, with a path for each of `partitions`. Worked out from the rules, without asking the
 // library: an answer of the library that differs from these is an error of the library, not one of its quirks. Opens
-// neighbours of `path`, like the library.
-LibraryAnswer expectedAnswer(VolumeListings& volumes, const std::string& path,
-                             const std::vector<KernelPartition>& partitions);
+// neighbours of `path`, like the library. Deliberate: the rules are written here a second time; calling the library's
+// own functions for them would make every error of the library an expected answer.
+LibraryAnswer expectedAnswer(const AskedMachine& asked, VolumeListings& volumes, const std::string& path,
+                             const std::vector<PartitionPath>& partitions);
 
-// How the running kernel's release makes the device-mapper module name partitions.
+// How the release of the machine's kernel makes the device-mapper module name partitions.
 enum class PartitionNames {
     underscore,  // _part1
     dash,        // -part1
     probed       // 1 or p1, whichever exists
 };
-PartitionNames partitionNames();
+PartitionNames partitionNames(const AskedMachine& asked);
 
 // The path without its last one or two characters, the first of the two that can be opened; empty when neither can.
-std::string openableNeighbour(const std::string& path);
+std::string openableNeighbour(const AskedMachine& asked, const std::string& path);
 
 // Does `path` end in "part" and one digit?
 bool endsLikeAPartition(const std::string& path);

@@ -1,6 +1,7 @@
 #include "tools/audit/known_quirks.h"
 
 #include "tools/audit/expected_answers.h"
+#include "tools/stack_table.h"
 
 #include <algorithm>
 #include <optional>
@@ -15,18 +16,11 @@ struct Explanation {
     std::string reason;
 };
 
-constexpr char mapperFolder[] = "/dev/mapper/";
-
 // The string by which a built-in module finds its paths; empty for any other stack.
 std::string_view claimString(const std::string& stack)
 {
-    if (stack == "device-mapper") {
-        return mapperFolder;
-    }
-    if (stack == "powerpath") {
-        return "/dev/emcpower";
-    }
-    return stack == "native" ? "/dev/sd" : "";
+    const Stack* const known = stackNamed(stack);
+    return known != nullptr ? known->pattern : "";
 }
 
 // LVM writes a dash of a name twice, the library's list once.
@@ -40,7 +34,10 @@ std::string withSingleDashes(std::string path)
 
 class Explainer {
 public:
-    Explainer(VolumeListings& volumes, const AuditedDevice& device) : volumes(volumes), device(device) {}
+    Explainer(const AskedMachine& asked, VolumeListings& volumes, const AuditedDevice& device)
+        : asked(asked), volumes(volumes), device(device)
+    {
+    }
 
     std::optional<Explanation> explain(const Difference& difference)
     {
@@ -55,7 +52,7 @@ public:
         }
         switch (difference.question) {
             case Question::claim:
-                return kernel.kind == KernelKind::logicalVolume ? explainClaimedVolume() : explainClaim();
+                return kernel.isLogicalVolume() ? explainClaimedVolume() : explainClaim();
             case Question::isPartition:
                 return explainIsPartition();
             case Question::whole:
@@ -72,7 +69,7 @@ private:
     // Is the answer what the rules make of the name? If not, it is an error of the library's, or another module's.
     bool isExpected(const Difference& difference)
     {
-        const LibraryAnswer expected = expectedAnswer(volumes, path, kernel.partitions);
+        const LibraryAnswer expected = expectedAnswer(asked, volumes, path, kernel.partitions());
         if (library.stack != expected.stack || library.level != expected.level) {
             return false;
         }
@@ -83,7 +80,7 @@ private:
                        library.partition == expected.partition;
             case Question::partition:
                 return std::any_of(
-                    expected.partitions.begin(), expected.partitions.end(), [&](const KernelPartition& partition) {
+                    expected.partitions.begin(), expected.partitions.end(), [&](const PartitionPath& partition) {
                         return partition.number == difference.partition && partition.path == difference.library;
                     });
             default:
@@ -98,14 +95,14 @@ private:
         if (!prefix.empty() && path.rfind(prefix, 0) != 0) {
             return Explanation{"prefix-anywhere", "'" + std::string(prefix) + "' counts wherever it stands in a path"};
         }
-        if (path == kernel.path) {
+        if (path == kernel.path()) {
             return std::nullopt;
         }
         if (!kernel.exists()) {
             return Explanation{"name-decides", "the name is enough, nothing needs to be there"};
         }
-        return Explanation{"name-decides", "the name decides; the device behind it, " + numberText(kernel.number) +
-                                               ", is the kernel's " + kernel.path};
+        return Explanation{"name-decides", "the name decides; the device behind it, " + kernel.number() +
+                                               ", is the kernel's " + kernel.path()};
     }
 
     std::optional<Explanation> explainClaimedVolume()
@@ -125,13 +122,13 @@ private:
 
     std::optional<Explanation> explainClaim()
     {
-        if (library.stack == "native" && !kernel.map.empty()) {
-            return Explanation{"path-of-a-map", "the name is a disk's; that " + kernel.map + " uses it does not count"};
+        if (library.stack == nativeStack.name && !kernel.map().empty()) {
+            return Explanation{"path-of-a-map", "the name is a disk's; that " + kernel.map() + " uses it does not count"};
         }
-        if (library.stack == "device-mapper" && kernel.kind == KernelKind::otherMapping) {
+        if (library.stack == deviceMapperStack.name && kernel.isOtherMapping()) {
             return Explanation{"any-mapping", "whatever is under /dev/mapper/ and no logical volume is claimed"};
         }
-        if (library.level == 0 && kernel.kind == KernelKind::multipathMap) {
+        if (library.level == 0 && kernel.isMultipath()) {
             return volumes.now().names(path)
                        ? Explanation{"dashed-volume", "the list has a volume under this name"}
                        : Explanation{"stale-list", "the list was read while this was the name of a volume"};
@@ -141,10 +138,10 @@ private:
 
     std::optional<Explanation> explainIsPartition() const
     {
-        if (library.stack != "device-mapper") {
+        if (library.stack != deviceMapperStack.name) {
             return std::nullopt;
         }
-        return kernel.partition != 0 ? explainUnknownPartition() : explainSupposedPartition();
+        return kernel.partition() != 0 ? explainUnknownPartition() : explainSupposedPartition();
     }
 
     std::optional<Explanation> explainUnknownPartition() const
@@ -154,8 +151,8 @@ private:
         }
         const std::string missing =
             "neither " + withoutLast(path, 1) + " nor " + withoutLast(path, 2) + " can be opened";
-        const bool named = path == kernel.wholeDevice + "-part" + std::to_string(kernel.partition) ||
-                           path == kernel.wholeDevice + "_part" + std::to_string(kernel.partition);
+        const bool named = path == kernel.wholeDevice() + "-part" + std::to_string(kernel.partition()) ||
+                           path == kernel.wholeDevice() + "_part" + std::to_string(kernel.partition());
         return Explanation{named ? "missing-neighbour" : "name-decides", missing};
     }
 
@@ -164,19 +161,19 @@ private:
         if (endsLikeAPartition(path)) {
             return Explanation{"partition-like-name", "the name ends like a partition's"};
         }
-        return Explanation{"partition-like-name", "it ends in a digit, and " + openableNeighbour(path) + " exists"};
+        return Explanation{"partition-like-name", "it ends in a digit, and " + openableNeighbour(asked, path) + " exists"};
     }
 
     std::optional<Explanation> explainWhole() const
     {
-        if (library.stack != "device-mapper") {
+        if (library.stack != deviceMapperStack.name) {
             return std::nullopt;
         }
-        if (library.wholeDevice == kernel.wholeDevice) {
+        if (library.wholeDevice == kernel.wholeDevice()) {
             return Explanation{"name-decides", "the number in the name is not the partition's"};
         }
-        const bool probed = partitionNames() == PartitionNames::probed;
-        if (kernel.partition > 9 && library.wholeDevice != path) {
+        const bool probed = partitionNames(asked) == PartitionNames::probed;
+        if (kernel.partition() > 9 && library.wholeDevice != path) {
             return Explanation{"last-digit", probed ? "the last digit is the number"
                                                     : "six characters are cut and the last one is the number"};
         }
@@ -190,7 +187,7 @@ private:
 
     std::optional<Explanation> explainPartition(const Difference& difference) const
     {
-        if (library.stack != "device-mapper") {
+        if (library.stack != deviceMapperStack.name) {
             return std::nullopt;
         }
         if (difference.library == path) {
@@ -202,19 +199,20 @@ private:
                                                   difference.library.substr(path.size()) + ", not the nodes"};
     }
 
+    const AskedMachine& asked;
     VolumeListings& volumes;
     const AuditedDevice& device;
     const std::string& path = device.path;
     const LibraryAnswer& library = device.library;
-    const KernelDevice& kernel = device.kernel;
+    const KernelTruth& kernel = device.kernel;
 };
 
 }  // namespace
 
-void explainDifferences(VolumeListings& volumes, std::vector<AuditedDevice>& devices)
+void explainDifferences(const AskedMachine& asked, VolumeListings& volumes, std::vector<AuditedDevice>& devices)
 {
     for (AuditedDevice& device : devices) {
-        Explainer explainer(volumes, device);
+        Explainer explainer(asked, volumes, device);
         for (Difference& difference : device.differences) {
             const std::optional<Explanation> found = explainer.explain(difference);
             difference.quirk = found ? found->quirk : "";

@@ -1,0 +1,17 @@
+// Gives what a command gave elsewhere. Private to the bundled host.
+#ifndef KIVCLAIM_HOST_RUNNER_REPLAYED_RUN_H
+#define KIVCLAIM_HOST_RUNNER_REPLAYED_RUN_H
+
+#include "host/runner/command_run.h"
+
+#include <string>
+#include <vector>
+
+namespace kivclaim::host_internal {
+
+// As runCommand, unless a replay is open on this thread: then nothing is run.
+CommandResult runOrReplay(const std::string& command, const RunLimits& limits, std::vector<std::string>& output);
+
+}  // namespace kivclaim::host_internal
+
+#endif

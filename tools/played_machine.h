@@ -1,0 +1,75 @@
+// A recorded machine, played to the claim modules in the place of the one that this process runs on.
+#ifndef KIVCLAIM_TOOLS_PLAYED_MACHINE_H
+#define KIVCLAIM_TOOLS_PLAYED_MACHINE_H
+
+#include "claim/kiv_device_claim_base.h"
+#include "host/command_replay.h"
+#include "machine/machine.h"
+#include "machine/recorded_files.h"
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+struct utsname;
+
+namespace kivclaim::tools {
+
+// While it lives, the modules that it plays to see the recorded machine: through the C library's functions that they
+// call (uname, open, access, sleep; what they opened they close as ever), and through the host's runner. Those of the
+// innermost played machine count. What was not recorded is missing to them, never taken from this machine, and noted.
+//
+// Nodes of devices are there whether or not files were recorded for them, and everybody may open them.
+//
+// Threads: one, the one that made it. Ownership: its own. Failure: the constructor throws CommandError for a root that
+// is none, and for a recorded file that cannot be one.
+class PlayedMachine {
+public:
+    explicit PlayedMachine(const kivclaim::machine::Root& root);
+    PlayedMachine(const PlayedMachine&) = delete;
+    PlayedMachine& operator=(const PlayedMachine&) = delete;
+    ~PlayedMachine();
+
+    // Plays to the file that holds the code of `module`, a library or a module's own file.
+    void playTo(const CKivDeviceClaimBase& module);
+
+    // With numbers and stacking.
+    const kivclaim::machine::Machine& devices() const { return machine; }
+
+    // As a program on the machine would find it; an empty release is not known.
+    const std::string& kernelRelease() const { return release; }
+    bool canBeOpened(const std::string& path) const;
+
+    // What was asked for since the last call and has not been recorded, in words for after "because"; empty when
+    // nothing was.
+    std::string takeMissing();
+
+    // For the functions in the place of the C library's. They set errno and throw nothing.
+    bool isSeenBy(const void* caller) const noexcept;
+    int tellRelease(utsname& system) noexcept;
+    int openNode(const char* path, int flags) noexcept;
+    int mayAccess(const char* path, int mode) const noexcept;
+
+private:
+    // Where the code and data of one file are in memory.
+    struct Extent {
+        std::uintptr_t begin = 0;
+        std::uintptr_t end = 0;
+    };
+
+    std::optional<kivclaim::host::CommandOutcome> outcomeOf(const std::string& command);
+
+    kivclaim::machine::Machine machine;
+    kivclaim::machine::RecordedFiles files;
+    std::string release;
+    std::set<std::string> missing;
+    std::vector<Extent> audience;
+    kivclaim::host::CommandReplay replay;
+    PlayedMachine* outer;
+};
+
+}  // namespace kivclaim::tools
+
+#endif
