@@ -50,6 +50,7 @@ private:
     std::size_t takeError();
     void drain(const Stream& stream, std::size_t (OutputStreams::*take)());
     void noticeLimit();
+    void enlargeBuffer();
     void enlargeOutputPipe();
 
     Stream output;
@@ -60,6 +61,8 @@ private:
     std::size_t lineLimit;
     bool isOverLimit = false;
     bool isOutputPipeLarge = false;
+    bool isBufferFull = false;
+    std::size_t bufferBytes;
     std::unique_ptr<char[]> buffer;
 };
 
