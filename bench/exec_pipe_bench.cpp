@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -134,12 +135,21 @@ void runByFork()
     awaitSuccess(process);
 }
 
-// One way of running the small command, with the time that each of its runs took.
+// One way of running the small command, with the time that each of its runs took, and what of it this process computed
+// itself, its children left out.
 struct Way {
     const char* name;
     void (*run)();
     std::vector<double> microseconds;
+    std::vector<double> ownMicroseconds;
 };
+
+double ownTime()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+}
 
 double medianOf(std::vector<double> values)
 {
@@ -150,10 +160,12 @@ double medianOf(std::vector<double> values)
 
 void measure(Way& way)
 {
+    const double ownStart = ownTime();
     const auto start = std::chrono::steady_clock::now();
     way.run();
     const std::chrono::duration<double, std::micro> time = std::chrono::steady_clock::now() - start;
     way.microseconds.push_back(time.count());
+    way.ownMicroseconds.push_back(ownTime() - ownStart);
 }
 
 void compare(benchmark::State& state, const Way& runner, const Way& other)
@@ -169,10 +181,10 @@ void startCommand(benchmark::State& state)
 {
     constexpr int forks = 50;
     const UsedMemory memory(state.range(0));
-    Way runner{"runner", &runByRunner, {}};
-    Way spawn{"spawn", &runByBareSpawn, {}};
-    Way popen{"popen", &runByPopen, {}};
-    Way fork{"fork", &runByFork, {}};
+    Way runner{"runner", &runByRunner, {}, {}};
+    Way spawn{"spawn", &runByBareSpawn, {}, {}};
+    Way popen{"popen", &runByPopen, {}, {}};
+    Way fork{"fork", &runByFork, {}, {}};
     for (auto _ : state) {
         measure(runner);
         measure(spawn);
@@ -182,6 +194,8 @@ void startCommand(benchmark::State& state)
         measure(fork);
     }
     state.counters["runner_us"] = medianOf(runner.microseconds);
+    state.counters["runner_own_us"] = medianOf(runner.ownMicroseconds);
+    state.counters["runner/spawn_own"] = medianOf(runner.ownMicroseconds) / medianOf(spawn.ownMicroseconds);
     compare(state, runner, spawn);
     compare(state, runner, popen);
     compare(state, runner, fork);
@@ -241,9 +255,9 @@ void takeOutputByGetlineFromFile()
 // The ways take turns here too.
 void takeOutput(benchmark::State& state)
 {
-    Way runner{"runner", &takeOutputByRunner, {}};
-    Way pipe{"getline_pipe", &takeOutputByGetlineFromPipe, {}};
-    Way file{"getline_file", &takeOutputByGetlineFromFile, {}};
+    Way runner{"runner", &takeOutputByRunner, {}, {}};
+    Way pipe{"getline_pipe", &takeOutputByGetlineFromPipe, {}, {}};
+    Way file{"getline_file", &takeOutputByGetlineFromFile, {}, {}};
     writeOutputFile();
     for (auto _ : state) {
         measure(runner);

@@ -24,20 +24,20 @@ struct CommandLimits {
     std::chrono::milliseconds fromKillToLeave{10000};  // for the kernel to end the command on SIGKILL
     std::chrono::milliseconds silenceAfterEnd{1000};   // how long others may keep its output silently open
     std::size_t outputBytes = std::size_t{1} << 30;    // of standard output, and of standard error
-    std::size_t outputLines = std::size_t{1} << 26;
+    std::size_t outputLines = std::size_t{1} << 26;    // of standard output
 };
 
 // A command that runs now.
 struct RunningCommand {
-    std::string command;  // as it was given; the words of a list with a blank between them
-    std::chrono::steady_clock::time_point start;
+    std::string command;                              // as it was given; the words of a list with a blank between them
+    std::chrono::steady_clock::time_point start;      // when it was begun
     std::chrono::steady_clock::time_point latestEnd;  // by then it has ended or was left behind; max(): no limit
 };
 
 // What came of a command that ran.
 struct CommandOutcome {
-    int result = 0;  // as Exec gives it: 0 when the command ran and succeeded
-    std::vector<std::string> lines;
+    int result = 0;                     // as Exec gives it: 0 when the command ran and succeeded
+    std::vector<std::string> lines;     // of its standard output, in order, without line ends
     ztfi_pdk_4_4::EFiExecPipe failure;  // filled when the result is not 0
 };
 
@@ -58,6 +58,7 @@ struct CommandOutcome {
 // Failure: std::system_error when there is no descriptor left for it, std::bad_alloc.
 class ZTFI_API CommandRunner {
 public:
+    // With these limits, for all its runs.
     explicit CommandRunner(const CommandLimits& limits = CommandLimits());
     CommandRunner(const CommandRunner&) = delete;
     CommandRunner& operator=(const CommandRunner&) = delete;
@@ -69,6 +70,7 @@ public:
 
     // At once and for good. May be called in a signal handler.
     void cancel() noexcept;
+    // Whether it was told to.
     bool isCancelled() const noexcept;
 
     // What runs now, the longest first: what is waited for, and for how long at most.
@@ -96,6 +98,7 @@ private:
 // Failure: std::bad_alloc.
 class ZTFI_API CommandRunnerScope {
 public:
+    // From now on, on this thread.
     explicit CommandRunnerScope(const CommandRunner& runner);
     CommandRunnerScope(const CommandRunnerScope&) = delete;
     CommandRunnerScope& operator=(const CommandRunnerScope&) = delete;

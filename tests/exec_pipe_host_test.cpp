@@ -114,10 +114,10 @@ TEST_P(ExecPipeInAHost, GivesTheToolWhatItGetsEverywhere)
     ::close(inheritable);
     EXPECT_THAT(exec(probe + " signals").lines,
                 ElementsAre("SigBlk:\t0000000000000000", "SigIgn:\t0000000000000000", "SigCgt:\t0000000000000000"));
-    const Lines session = exec(probe + " session").lines;
-    ASSERT_EQ(session.size(), 1U);
-    const std::size_t blank = session.front().find(' ');
-    EXPECT_EQ(session.front().substr(0, blank), session.front().substr(blank + 1));
+    const Lines group = exec(probe + " group").lines;
+    ASSERT_EQ(group.size(), 1U);
+    const std::size_t blank = group.front().find(' ');
+    EXPECT_EQ(group.front().substr(0, blank), group.front().substr(blank + 1));
 }
 
 TEST_P(ExecPipeInAHost, EndsTheGroupAtTheTimeLimit)
@@ -322,8 +322,12 @@ namespace {
         std::_Exit(4);
     }
     Lines lines;
-    const CommandResult result = runCommand(probe + " open /dev/tty", limitedTo(3000ms), lines);
-    std::_Exit(result.result == 0 && lines == Lines{"error " + std::to_string(ENXIO)} ? 0 : 1);
+    const CommandResult result = runCommand(probe + " open /dev/tty session", limitedTo(3000ms), lines);
+    if (result.result != 0 || lines.size() != 2 || lines[0] != "error " + std::to_string(ENXIO)) {
+        std::_Exit(1);
+    }
+    const std::size_t blank = lines[1].find(' ');
+    std::_Exit(lines[1].substr(0, blank) == lines[1].substr(blank + 1) ? 0 : 2);
 }
 
 }  // namespace

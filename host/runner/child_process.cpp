@@ -8,7 +8,10 @@
 #include "host/runner/tool_start.h"
 #include "host/runner/waiting.h"
 
+#include <sys/single_threaded.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -71,18 +74,18 @@ ChildProcess::~ChildProcess()
 
 void ChildProcess::start(const std::vector<std::string>& words, const Pipe& outputPipe, const Pipe& errorPipe)
 {
-    const FileDescriptor input = openNullDevice();
     const std::vector<char*> arguments = argumentPointers(words);
     int errorNumber = EFAULT;
+    const char* reason = nullptr;
     for (int i = 0; i < mostStarts && errorNumber == EFAULT; ++i) {
         const std::vector<char*> environment = childEnvironment(outputPipe);
-        ToolStart start{arguments.data(), environment.data(), input.get(), outputPipe.writeEnd.get(),
-                        errorPipe.writeEnd.get()};
+        ToolStart start{arguments.data(), environment.data(), outputPipe.writeEnd.get(), errorPipe.writeEnd.get()};
         startOnce(start);
         errorNumber = start.errorNumber;
+        reason = start.reason;
     }
     if (errorNumber != 0) {
-        throw RunProblem{errorNumber, "it cannot be started"};
+        throw RunProblem{errorNumber, reason != nullptr ? reason : "it cannot be started"};
     }
 }
 
@@ -94,13 +97,23 @@ void ChildProcess::startOnce(ToolStart& start)
     if (mayLoseStatuses(signals)) {
         keeper.startTool(start);
     } else {
+        isDescriptorPutOff = __libc_single_threaded != 0;
+        start.wantsDescriptor = !isDescriptorPutOff;
         startTool(start);
-        if (start.errorNumber == 0) {
+        if (start.errorNumber == 0 && !isDescriptorPutOff) {
             processDescriptor.reset(calls.processDescriptor(start.processDescriptor));
         }
     }
     if (start.errorNumber == 0) {
         process = start.process;
+    }
+}
+
+void ChildProcess::openEndDescriptor()
+{
+    if (isDescriptorPutOff) {
+        isDescriptorPutOff = false;
+        processDescriptor.reset(calls.processDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0))));
     }
 }
 
@@ -178,13 +191,15 @@ bool ChildProcess::hasRunningGroup() const
     return isOurs() && hasRunningMembers(process);
 }
 
-// The leader of a session cannot leave its group, so the child is in it.
 bool ChildProcess::signalGroup(int signal)
 {
     if (!isOurs()) {
         return true;
     }
-    calls.sendSignal(-process, signal);
+    const bool reachedGroup = calls.sendSignal(-process, signal) == 0;
+    if (!reachedGroup || ::getpgid(process) != process) {
+        calls.sendSignal(process, signal);
+    }
     return calls.sendSignal(process, 0) == 0 || errno != EPERM;
 }
 

@@ -22,7 +22,7 @@ struct SystemCalls {
 
 SystemCalls realSystemCalls();
 
-// A child with a session and a process group of its own, so without a terminal, with standard input from the null
+// A child in its own process group, without a terminal, with standard input from the null
 // device, its output in two pipes, no other descriptor, default signal handling and the environment of
 // childEnvironment. It inherits everything else from the process and its thread: user and groups, working and root
 // directory, file mask, resource limits, control group, namespaces and capabilities, nice value, scheduling policy,
@@ -45,14 +45,19 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess();
 
-    // Becomes readable when the child ends; -1 when there is none, and the child must be asked from time to time.
+    // Becomes readable when the child ends; -1 when there is none (yet), and the child must be asked from time to time.
     int endDescriptor() const { return keeper.isUsed() ? keeper.descriptor() : processDescriptor.get(); }
     void closeEndDescriptor() { processDescriptor.reset(); }
+    // In a process with a single thread, where nobody can collect the child meanwhile, it is opened only when the child
+    // must be waited for: most tools end before.
+    bool canOpenEndDescriptor() const { return isDescriptorPutOff; }
+    void openEndDescriptor();
 
     bool hasEnded();
     // Of its group, the child included when it has not been collected.
     bool hasRunningGroup() const;
-    // Goes to the group. False when the child runs as another user, whom the process may not signal.
+    // Goes to the group, and to the child itself when it left its group. False when the child runs as another user,
+    // whom the process may not signal.
     bool signalGroup(int signal);
     // The raw wait status of the child, which has ended.
     int collect();
@@ -73,6 +78,7 @@ private:
     std::chrono::milliseconds patience;
     pid_t process = 0;  // 0: collected, lost or left behind
     int waitStatus = 0;
+    bool isDescriptorPutOff = false;
     FileDescriptor processDescriptor;
     StatusKeeper keeper;
 };

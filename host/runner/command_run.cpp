@@ -33,6 +33,7 @@ constexpr Clock::time_point never = Clock::time_point::max();
 constexpr milliseconds longestWait = std::chrono::hours(1);  // poll counts milliseconds in an int
 constexpr milliseconds shortestPause{1};
 constexpr milliseconds longestPause{20};
+constexpr milliseconds pauseBeforeDescriptor{10};  // a tool that takes longer is waited for with a descriptor
 constexpr int signalResultBase = 128;
 constexpr int exitCodeUnit = 256;  // of a wait status
 
@@ -66,6 +67,7 @@ private:
     Clock::time_point silenceDeadline() const;
     void noticeOutput(std::size_t count);
     void noticeEnd(bool isAnnounced);
+    void waitOn(bool wasAnnounced);
     void askForEnd();
     void noticeSilence(bool heardSomething, bool hasLooked);
     void noticeEmptyGroup();
@@ -84,8 +86,10 @@ private:
     bool isSilent = false;
     bool isGroupEmpty = false;
     bool isCancelled = false;
-    bool hasHeardSinceEnd = false;       // from others than the child, who hold its pipes
-    milliseconds pause = shortestPause;  // between two questions, when the kernel does not announce the end
+    bool wasDueBefore = false;      // the child was asked when its pipes had ended
+    bool hasHeardSinceEnd = false;  // from others than the child, who hold its pipes
+    Clock::time_point start = Clock::now();
+    milliseconds pause = pauseBeforeDescriptor;  // between two questions, when the kernel does not announce the end
     Clock::time_point lastHeard;
 };
 
@@ -98,6 +102,9 @@ CommandRun::CommandRun(const std::vector<std::string>& words, const RunLimits& r
       streams(std::move(outputPipe.readEnd), std::move(errorPipe.readEnd), output, limits.outputBytes,
               limits.outputLines)
 {
+    if (!child.canOpenEndDescriptor()) {
+        pause = shortestPause;
+    }
     // Our own write ends would keep the pipes from ever ending.
     outputPipe.writeEnd.reset();
     errorPipe.writeEnd.reset();
@@ -145,7 +152,9 @@ void CommandRun::hear()
     if (isReady(0)) {
         noticeOutput(streams.readOutput());
     }
-    if (isReady(1)) {
+    // Most often both come to their ends together: looking is cheaper than being woken once more.
+    const bool hasOutputEnded = isReady(0) && streams.outputDescriptor() < 0;
+    if (isReady(1) || (hasOutputEnded && streams.errorDescriptor() >= 0)) {
         noticeOutput(streams.readError());
     }
     isCancelled = isCancelled || isReady(3);
@@ -176,17 +185,29 @@ void CommandRun::noticeOutput(std::size_t count)
 
 void CommandRun::noticeEnd(bool isAnnounced)
 {
-    if (hasChildEnded || (!isAnnounced && child.endDescriptor() >= 0)) {
+    // When both pipes have come to their ends, the child is about to end: asking it is cheaper than waiting.
+    const bool isDue = !streams.anyOpen() && !wasDueBefore;
+    if (hasChildEnded || (!isAnnounced && !isDue && child.endDescriptor() >= 0)) {
         return;
     }
+    wasDueBefore = wasDueBefore || isDue;
     askForEnd();
-    if (hasChildEnded) {
-        return;
+    if (!hasChildEnded) {
+        waitOn(isAnnounced);
     }
-    if (isAnnounced) {
+}
+
+// The child runs: how to learn of its end the next time.
+void CommandRun::waitOn(bool wasAnnounced)
+{
+    if (wasAnnounced) {
         child.closeEndDescriptor();  // spurious readiness: the child is asked from now on
-    } else {
+        pause = shortestPause;
+    } else if (!child.canOpenEndDescriptor()) {
         pause = std::min(2 * pause, longestPause);
+    } else if (wasDueBefore || Clock::now() >= start + pauseBeforeDescriptor) {
+        child.openEndDescriptor();
+        pause = shortestPause;
     }
 }
 
@@ -380,7 +401,7 @@ bool isReadable(int descriptor)
 
 void requireTimeToStart(const RunLimits& limits)
 {
-    if (isReadable(limits.cancellation)) {
+    if (limits.cancellation >= 0 && isReadable(limits.cancellation)) {
         throw RunProblem{ECANCELED, "it was cancelled before it was started"};
     }
     if (Clock::now() >= limits.latestEnd) {

@@ -19,10 +19,6 @@ struct Pipe {
 Pipe makePipe();
 void raiseAboveStandardDescriptors(FileDescriptor& descriptor);
 
-// The null device, closed on exec. RunProblem when /dev/null is missing or something else: a tool would read that as
-// its input, or wait for it without end.
-FileDescriptor openNullDevice();
-
 }  // namespace kivclaim::host_internal
 
 #endif

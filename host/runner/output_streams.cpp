@@ -14,7 +14,8 @@ namespace kivclaim::host_internal {
 
 namespace {
 
-constexpr std::size_t bufferBytes = std::size_t{256} << 10;
+constexpr std::size_t smallBufferBytes = std::size_t{4} << 10;
+constexpr std::size_t largeBufferBytes = std::size_t{256} << 10;  // when the small one was filled at once
 constexpr std::size_t largePipeBytes = std::size_t{1} << 20;
 // A single read of this much is the sign of a large output.
 constexpr std::size_t largeRead = std::size_t{32} << 10;
@@ -35,6 +36,7 @@ OutputStreams::OutputStreams(FileDescriptor outputEnd, FileDescriptor errorEnd, 
       tailCollector(keptErrorBytes),
       byteLimit(mostBytes),
       lineLimit(mostLines),
+      bufferBytes(smallBufferBytes),
       buffer(new char[bufferBytes])
 {
 }
@@ -47,6 +49,7 @@ std::size_t OutputStreams::readOnce(Stream& stream)
         count = ::read(stream.end.get(), buffer.get(), bufferBytes);
     } while (count < 0 && errno == EINTR);
     if (count > 0) {
+        isBufferFull = static_cast<std::size_t>(count) == bufferBytes;
         stream.byteCount += static_cast<std::size_t>(count);
         return static_cast<std::size_t>(count);
     }
@@ -58,8 +61,17 @@ std::size_t OutputStreams::readOnce(Stream& stream)
     return 0;
 }
 
+void OutputStreams::enlargeBuffer()
+{
+    if (isBufferFull && bufferBytes < largeBufferBytes) {
+        buffer.reset(new char[largeBufferBytes]);
+        bufferBytes = largeBufferBytes;
+    }
+}
+
 std::size_t OutputStreams::takeOutput()
 {
+    enlargeBuffer();
     const std::size_t count = readOnce(output);
     if (!isOverLimit) {
         lineCollector.add(buffer.get(), count);
@@ -73,6 +85,7 @@ std::size_t OutputStreams::takeOutput()
 
 std::size_t OutputStreams::takeError()
 {
+    enlargeBuffer();
     const std::size_t count = readOnce(error);
     tailCollector.add(buffer.get(), count);
     noticeLimit();

@@ -53,6 +53,7 @@ private:
     std::size_t takeError();
     void drain(const Stream& stream, std::size_t (OutputStreams::*take)());
     void noticeLimit();
+    void enlargeBuffer();
     void enlargeOutputPipe();
 
     Stream output;
@@ -63,6 +64,8 @@ private:
     std::size_t lineLimit;
     bool isOverLimit = false;
     bool isOutputPipeLarge = false;
+    bool isBufferFull = false;
+    std::size_t bufferBytes;
     std::unique_ptr<char[]> buffer;
 };
 

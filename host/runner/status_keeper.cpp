@@ -30,6 +30,7 @@ constexpr std::chrono::milliseconds timeToEnd{1000};  // of a keeper whose tool 
 struct StartReport {
     int errorNumber;
     pid_t process;
+    const char* reason;  // the same in both: the keeper is a copy of the host
 };
 
 struct Ends {
@@ -57,20 +58,20 @@ KIVCLAIM_UNSANITIZED void send(int socket, const void* message, std::size_t size
     ::syscall(SYS_sendto, socket, message, size, MSG_NOSIGNAL, nullptr, 0);
 }
 
-// The keeper's standard descriptors become those of the tool, and the next one is the socket. They are duplicated
-// first, to numbers that none of the four shall have.
+// The keeper has the outputs of the tool where the tool shall have them, and its socket next to them. They are
+// duplicated first, to numbers that none of the three shall have.
 KIVCLAIM_UNSANITIZED bool arrangeDescriptors(ToolStart& start, int socket)
 {
-    int ends[] = {start.inputEnd, start.outputEnd, start.errorEnd, socket};
+    int ends[] = {start.outputEnd, start.errorEnd, socket};
     for (int& end : ends) {
         end = static_cast<int>(::syscall(SYS_fcntl, end, F_DUPFD, socketOfKeeper + 1));
     }
-    for (int number = 0; number <= socketOfKeeper; ++number) {
-        if (::syscall(SYS_dup3, ends[number], number, 0) < 0) {
+    for (int i = 0; i < 3; ++i) {
+        if (::syscall(SYS_dup3, ends[i], STDOUT_FILENO + i, 0) < 0) {
             return false;
         }
     }
-    start.inputEnd = STDIN_FILENO;
+    ::syscall(SYS_close, STDIN_FILENO);
     start.outputEnd = STDOUT_FILENO;
     start.errorEnd = STDERR_FILENO;
     return true;
@@ -85,14 +86,14 @@ KIVCLAIM_UNSANITIZED void startAndReport(ToolStart& start, int socket)
     } else {
         start.errorNumber = errno;
     }
-    const StartReport report{start.errorNumber, start.process};
+    const StartReport report{start.errorNumber, start.process, start.reason};
     send(socket, &report, sizeof report);
     if (start.errorNumber != 0) {
         endHere();
     }
     // Held any longer, the pipes would not end with the tool.
-    ::syscall(SYS_dup3, STDIN_FILENO, STDOUT_FILENO, 0);
-    ::syscall(SYS_dup3, STDIN_FILENO, STDERR_FILENO, 0);
+    ::syscall(SYS_close, STDOUT_FILENO);
+    ::syscall(SYS_close, STDERR_FILENO);
 }
 
 // The tool's number stays its own until the host has closed the socket: only then the tool is collected.
@@ -162,10 +163,11 @@ void StatusKeeper::startTool(ToolStart& start)
     }
     ends.keeper.reset();
     socket = std::move(ends.host);
-    StartReport report{ECHILD, 0};
+    StartReport report{ECHILD, 0, nullptr};
     receiveMessage(socket, &report, sizeof report, 0);
     start.errorNumber = report.errorNumber;
     start.process = report.process;
+    start.reason = report.reason;
     if (start.errorNumber != 0) {
         release(timeToEnd);
     }

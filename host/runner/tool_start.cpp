@@ -2,14 +2,18 @@
 
 #include "host/runner/run_problem.h"
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 
 // The C library's own name of clone: the thread sanitizer's replacement of the other name cannot stand a child that
@@ -20,6 +24,8 @@ extern "C" int uninterceptedClone(int (*function)(void*), void* stack, int flags
 namespace kivclaim::host_internal {
 
 namespace {
+
+std::atomic<void*> spareStack{nullptr};
 
 constexpr unsigned long long allSignals = ~0ULL;
 constexpr int lastSignal = 64;
@@ -44,10 +50,49 @@ KIVCLAIM_UNSANITIZED bool setDescriptor(int from, int to)
     return from == to || ::syscall(SYS_dup3, from, to, 0) >= 0;
 }
 
-KIVCLAIM_UNSANITIZED bool setStandardDescriptors(const ToolStart& start)
+KIVCLAIM_UNSANITIZED bool isNullDevice(long descriptor)
 {
-    return setDescriptor(start.inputEnd, STDIN_FILENO) && setDescriptor(start.outputEnd, STDOUT_FILENO) &&
+    constexpr unsigned int memoryDevices = 1;
+    constexpr unsigned int nullDevice = 3;
+    struct stat file;
+    return ::syscall(SYS_fstat, descriptor, &file) == 0 && S_ISCHR(file.st_mode) &&
+           file.st_rdev == makedev(memoryDevices, nullDevice);
+}
+
+// A tool would read anything else as its input, or wait for it without end; so it is opened without waiting.
+KIVCLAIM_UNSANITIZED bool openInput(ToolStart& start)
+{
+    const long device = ::syscall(SYS_openat, AT_FDCWD, "/dev/null", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (device < 0) {
+        start.reason = "its standard input, /dev/null, cannot be opened";
+        return false;
+    }
+    if (!isNullDevice(device)) {
+        start.reason = "its standard input, /dev/null, is not the null device";
+        errno = ENODEV;
+        return false;
+    }
+    return (device == STDIN_FILENO ? ::syscall(SYS_fcntl, device, F_SETFD, 0)
+                                   : ::syscall(SYS_dup3, device, STDIN_FILENO, 0)) >= 0 &&
+           ::syscall(SYS_fcntl, STDIN_FILENO, F_SETFL, O_RDONLY) == 0;
+}
+
+KIVCLAIM_UNSANITIZED bool setStandardDescriptors(ToolStart& start)
+{
+    return openInput(start) && setDescriptor(start.outputEnd, STDOUT_FILENO) &&
            setDescriptor(start.errorEnd, STDERR_FILENO);
+}
+
+// A process without a terminal gives none to its child; one that has a terminal would have a tool that reads /dev/tty
+// stopped until its time limit. A session is begun only then: where each session is scheduled as a group of its own,
+// a new one waits several times as long for a processor on a busy machine.
+KIVCLAIM_UNSANITIZED bool separateFromTerminal()
+{
+    const long terminal = ::syscall(SYS_openat, AT_FDCWD, "/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 && errno == ENXIO) {
+        return ::syscall(SYS_setpgid, 0, 0) == 0;
+    }
+    return ::syscall(SYS_setsid) >= 0;
 }
 
 // Runs in the child, in the parent's memory. execve is called as the C library's function, so that a process which
@@ -56,7 +101,7 @@ KIVCLAIM_UNSANITIZED int becomeTool(void* argument)
 {
     auto& start = *static_cast<ToolStart*>(argument);
     resetSignals();
-    if (endsWithItsParent(start.parent) && ::syscall(SYS_setsid) >= 0 && setStandardDescriptors(start)) {
+    if (endsWithItsParent(start.parent) && separateFromTerminal() && setStandardDescriptors(start)) {
         closeDescriptorsFrom(firstOrdinaryDescriptor);
         const unsigned long long none = 0;
         setSignalMask(none, nullptr);
@@ -84,9 +129,13 @@ AllSignalsBlocked::~AllSignalsBlocked()
     setSignalMask(before, nullptr);
 }
 
-ChildStack::ChildStack()
-    : memory(::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0))
+// The last one that was used, for the next run: making one costs as much as a good part of a start.
+ChildStack::ChildStack() : memory(spareStack.exchange(nullptr))
 {
+    if (memory != nullptr) {
+        return;
+    }
+    memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
     if (memory == MAP_FAILED) {
         throw RunProblem{errno, "there is no memory for its start"};
     }
@@ -94,7 +143,10 @@ ChildStack::ChildStack()
 
 ChildStack::~ChildStack()
 {
-    ::munmap(memory, size);
+    void* const surplus = spareStack.exchange(memory);
+    if (surplus != nullptr) {
+        ::munmap(surplus, size);
+    }
 }
 
 KIVCLAIM_UNSANITIZED bool endsWithItsParent(pid_t parent) noexcept
@@ -135,7 +187,8 @@ KIVCLAIM_UNSANITIZED void startTool(ToolStart& start) noexcept
     start.parent = static_cast<pid_t>(::syscall(SYS_getpid));
     start.processDescriptor = -1;
     start.errorNumber = 0;
-    start.process = cloneTool(start, CLONE_PIDFD);
+    start.reason = nullptr;
+    start.process = cloneTool(start, start.wantsDescriptor ? CLONE_PIDFD : 0);
     if (start.process < 0 && (errno == EMFILE || errno == ENFILE)) {
         start.process = cloneTool(start, 0);  // the child is then asked from time to time
     }

@@ -54,19 +54,22 @@ private:
 struct ToolStart {
     char* const* arguments;  // the first is the program's path
     char* const* environment;
-    int inputEnd;
     int outputEnd;
     int errorEnd;
     void* stackTop = nullptr;
+    bool wantsDescriptor = true;
 
     pid_t parent = 0;
-    pid_t process = 0;           // of the program, when there was no error
-    int processDescriptor = -1;  // becomes readable when the program ends; -1 when the kernel gives none
+    pid_t process = 0;  // of the program, when there was no error
+    int processDescriptor =
+        -1;  // becomes readable when the program ends; -1 when the kernel gives none, or none is wanted
     int errorNumber = 0;
+    const char* reason = nullptr;  // of the error, where it is not the program's
 };
 
-// Starts the program in a session of its own, with the three descriptors as its standard ones and no other, with
-// default signal handling, and so that the kernel kills it when the calling thread ends. Fills `start`.
+// Starts the program in a process group of its own, and in a session of its own when the process has a terminal, so
+// that the program has none; with the three descriptors as its standard ones and no other, with default signal
+// handling, and so that the kernel kills it when the calling thread ends. Fills `start`.
 //
 // Not posix_spawn, because that cannot ask for the last: the parent-death signal belongs to the child and has to be set
 // between its start and the program's. What is done is the same otherwise: the child shares the parent's memory and
