@@ -175,6 +175,11 @@ TEST_F(LvList, ALabelWithoutItsBlankIsNotMatched)
     EXPECT_EQ(added(lines({"  LVName  lvol1", "  VG Name  vg00", "  lv name  x", "  VG Name  y"})), lines({}));
 }
 
+TEST_F(LvList, ALabelInOtherLettersIsNotMatched)
+{
+    EXPECT_EQ(added(lines({"LV Name a", "vg name wrong", "VG Name v"})), lines({"/dev/mapper/v-a"}));
+}
+
 TEST_F(LvList, NamesAreTrimmedOfBlanksTabsAndLineEnds)
 {
     EXPECT_EQ(added(lines({"\tLV Name\t\t/dev/vg00/lvol1\r\n", "\tVG Name\t\tvg00 \t\r\n"})),

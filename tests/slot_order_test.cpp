@@ -389,6 +389,13 @@ TEST(Contract, OfModulesInFilesStandsForTheseSlotsAndTypes)
     EXPECT_EQ(sizeof(std::string), 32U);
 }
 
+TEST(Contract, AFailureBeginsWithoutNumbers)
+{
+    const EFiExecPipe failure;
+    EXPECT_EQ(failure.errorNumber, 0);
+    EXPECT_EQ(failure.waitStatus, 0);
+}
+
 TEST(Contract, OfModulesInFilesNamesOneFunctionForEver)
 {
     EXPECT_STREQ(kivCreateClaimModuleName, "kivclaim_create_claim_module")

@@ -76,6 +76,15 @@ void warmUp(const Operation& operation)
     host.dropScripts();
 }
 
+// What failing locks did to the count: at least the host's own reference must be left; the spare ones go.
+void settleReferences(const Host& host)
+{
+    EXPECT_GE(host.logCount(), 1U) << "more than one reference was lost";
+    while (host.logCount() > 1) {
+        host.log()->decrement();
+    }
+}
+
 bool isAnsweredInEveryCase(const std::string& name)
 {
     return name == "MapperBuildsTheList" || name == "MapperFailsToBuildTheList" ||
@@ -165,7 +174,7 @@ TEST_P(EveryOperation, IsRightWhenOneLockFails)
             }
             EXPECT_EQ(recording::locksHeld(), 0);
         }
-        EXPECT_GE(host.logCount(), 1U) << "lock " << k << ": more than one reference was lost";
+        settleReferences(host);
         host.dropScripts();
         if (!struck) {
             return;
@@ -186,7 +195,7 @@ TEST_P(EveryOperation, IsRightWhenNoLockWorksAnyLonger)
             EXPECT_EQ(endOf(library), End::right) << "lock " << k;
             const recording::FailingLocks working(-1);
         }
-        EXPECT_GE(host.logCount(), 1U);
+        settleReferences(host);
         host.dropScripts();
     }
 }

@@ -48,7 +48,7 @@ PLAYED_HOST = ["tests/recording_host.cpp", "tests/recording_host_calls.cpp", "te
 # built anew and linked first.
 OF_HEADER = {
     "framework/cfitracelog.h": ["tests/trace_contract_test.cpp", "modules/kiv_linux_device_mapper_claim.cpp"],
-    "framework/cfiexecpipe.h": ["modules/kiv_linux_device_mapper_claim.cpp"],
+    "framework/cfiexecpipe.h": ["modules/kiv_linux_device_mapper_claim.cpp", "tests/slot_order_test.cpp"],
     "claim/kiv_trace.h": ["modules/kiv_linux_device_mapper_claim.cpp"],
     "claim/kiv_claim_manager.h": ["tests/claim_manager_test.cpp"],
     "claim/kiv_claim_module_entry.h": ["tests/faults/module_entry_test.cpp"],
