@@ -285,7 +285,7 @@ TEST(CommandUsage, SaysInOneLineWhatWasWrongAndWhatIsRight)
     EXPECT_THAT(complaint({"--trace", "7", "prefixes"}), HasSubstr("--trace: '7' is no level; take 0 to 6"));
     EXPECT_THAT(complaint({"--trace", "x", "prefixes"}), HasSubstr("'x' is no level; take 0 to 6"));
     EXPECT_THAT(complaint({"list", "-o", "DEVICE,NAME"}),
-                HasSubstr("'NAME' is no column; the columns are DEVICE, STACK, LEVEL, PART and WHOLE"));
+                HasSubstr("'NAME' is no column; the columns are DEVICE, STACK, LEVEL, PART, WHOLE, MARK,"));
     EXPECT_THAT(complaint({"list", "--json", "--raw"}), HasSubstr("excludes"));
     EXPECT_THAT(complaint({"--trace-file", "", "prefixes"}), HasSubstr("names no file"));
     EXPECT_THAT(complaint({"--trace-file", "/none/x", "prefixes"}),

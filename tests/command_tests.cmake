@@ -16,6 +16,13 @@ kivclaim_test(list_test
     SOURCES list_test.cpp LIBRARIES mock_machine process DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
 add_dependencies(list_test kivclaim_command)
 
+find_package(nlohmann_json REQUIRED)
+kivclaim_test(listing_test
+    SOURCES listing_test.cpp
+    LIBRARIES sysfs_directory process nlohmann_json::nlohmann_json
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(listing_test kivclaim_command)
+
 # Another kernel release, for programs that are run as processes.
 kivclaim_preload(told_release told_release.cpp)
 set(told_release KIVCLAIM_TOLD_RELEASE="$<TARGET_FILE:told_release>")

@@ -79,7 +79,7 @@ void Table::Unref::operator()(libscols_table* unused) const
 }
 
 Table::Table(const TableForm& form, const std::vector<TableColumn>& columns)
-    : table(checked(scols_new_table())), tree(form.tree)
+    : table(checked(scols_new_table())), tree(form.tree && !form.raw && !form.pairs)
 {
     scols_table_set_name(table.get(), form.name.c_str());
     scols_table_enable_json(table.get(), form.json ? 1 : 0);

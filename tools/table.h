@@ -32,7 +32,7 @@ struct TableForm {
     bool raw = false;
     bool pairs = false;  // NAME="text" for each cell
     bool noHeadings = false;
-    bool tree = false;    // the first column shows which line stands under which
+    bool tree = false;    // the first column shows which line stands under which; not in raw or pairs
     bool colors = false;  // show those of the cells
 };
 

@@ -39,10 +39,12 @@ for command in $commands; do
 done
 expect 'the options behind another' "$("$here/help_words.sh" "$kivclaim" options claim)" --trace 3 claim -
 
-columns=$("$kivclaim" list --help | sed -nE 's/.*columns only: ([A-Z, ]+), separated.*/\1/p' | tr -s ', ' '\n' | sort)
+columns=$("$kivclaim" list --help | sed -nE 's/.*columns only: ([A-Z:, and]+), separated.*/\1/p' | sed 's/ and /, /' | tr -s ', ' '\n' | sort)
 expect 'the columns' "$columns" list -o ''
-expect 'a further column' STACK list -o DEVICE,ST
-for command in claim is-partition partition whole explain audit active-path; do
+expect 'a further column' LEVEL list -o DEVICE,LE
+expect 'a column' LEVEL list -x LE
+expect 'a stack' native list -S none,na
+for command in list claim is-partition partition whole explain audit active-path; do
     [[ $(offered "$command" /de) == ?(/)dev?(/) ]] || { echo "$shell offers no path for $command" && failed=1; }
 done
 exit "$failed"

@@ -11,29 +11,35 @@ _kivclaim_devices() {
     compopt -o filenames 2>/dev/null || true
 }
 
-# Offers the columns of `list` behind what is there of a list separated by commas.
-_kivclaim_columns() {
+# Offers words after what is there of a list separated by commas.
+_kivclaim_list() {
     local chosen=${1%"${1##*,}"}
-    mapfile -t COMPREPLY < <(compgen -P "$chosen" -W 'DEVICE STACK LEVEL PART WHOLE' -- "${1##*,}")
+    mapfile -t COMPREPLY < <(compgen -P "$chosen" -W "$2" -- "${1##*,}")
     compopt -o nospace 2>/dev/null || true
 }
 
 _kivclaim() {
     local commands='list claim is-partition partition whole prefixes explain audit active-path'
     local options='-h --help --version --trace --trace-file --no-snapshot --module'
-    local list_options='-a --all -J --json -r --raw -n --noheadings -T --tree -o --output'
+    local list_options='-a --all -m --marked -S --stacks -o --output -O --output-all -b --bytes -x --sort --luns'
+    list_options+=' -T --tree -s --inverse -J --json -r --raw -P --pairs -n --noheadings --color'
+    local columns='DEVICE STACK LEVEL PART WHOLE MARK KNAME MAJ:MIN TYPE SIZE RO RM VENDOR MODEL REV SERIAL WWN HCTL'
+    columns+=' TRAN STATE PKNAME MOUNTPOINTS FSTYPE LABEL UUID MAP PATHS DMUUID LINKS'
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
     COMPREPLY=()
 
     case $before in
         --trace) mapfile -t COMPREPLY < <(compgen -W '1 2 3 6' -- "$word") && return ;;
         --trace-file | --module) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
-        -o | --output) _kivclaim_columns "$word" && return ;;
+        -o | --output) _kivclaim_list "$word" "$columns" && return ;;
+        -x | --sort) mapfile -t COMPREPLY < <(compgen -W "$columns" -- "$word") && return ;;
+        -S | --stacks) _kivclaim_list "$word" 'powerpath device-mapper native none' && return ;;
+        --color) mapfile -t COMPREPLY < <(compgen -W 'auto always never' -- "$word") && return ;;
     esac
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --trace | --trace-file | --module | -o | --output) i=$((i + 1)) ;;
+            --trace | --trace-file | --module | -o | --output | -x | --sort | -S | --stacks | --color) i=$((i + 1)) ;;
             -*) ;;
             *) command=${COMP_WORDS[i]} && break ;;
         esac
@@ -49,7 +55,7 @@ _kivclaim() {
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     elif [ -z "$command" ]; then
         mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$word")
-    elif [ "$command" != list ] && [ "$command" != prefixes ]; then
+    elif [ "$command" != prefixes ]; then
         _kivclaim_devices "$word"
     fi
 }

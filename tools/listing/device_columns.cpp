@@ -29,6 +29,16 @@ std::string listText(const List<std::string_view>& items)
     return text.take();
 }
 
+// The latest first, as lsblk lists them.
+std::string mountsText(const DeviceRow& row)
+{
+    ListText text;
+    for (std::size_t i = row.device.mountPoints.size(); i > 0; --i) {
+        text.add(row.device.mountPoints[i - 1]);
+    }
+    return text.take();
+}
+
 std::string mapText(const DeviceRow& row)
 {
     const Device* const map = row.machine.mapOf(row.device);
@@ -85,7 +95,7 @@ constexpr DeviceColumn columns[] = {
     {{"TRAN", ColumnType::text}, transports, deviceText<&Device::transport>},
     {{"STATE", ColumnType::text}, states, deviceText<&Device::state>},
     {{"PKNAME", ColumnType::text}, stacking, parentText},
-    {{"MOUNTPOINTS", ColumnType::list}, mounts, [](const DeviceRow& row) { return listText(row.device.mountPoints); }},
+    {{"MOUNTPOINTS", ColumnType::list}, mounts, mountsText},
     {{"FSTYPE", ColumnType::text}, contents, deviceText<&Device::fsType>},
     {{"LABEL", ColumnType::text}, contents, deviceText<&Device::fsLabel>},
     {{"UUID", ColumnType::text}, contents, deviceText<&Device::fsUuid>},

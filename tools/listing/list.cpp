@@ -120,11 +120,10 @@ private:
         return {machine, machine.devices()[device], answers[device], parent, bytes};
     }
 
-    // Of several parents lsblk lists the last one.
     DeviceIndex parentOf(DeviceIndex device) const
     {
         const std::vector<DeviceIndex> parents = kernelParents(machine.devices()[device]);
-        return parents.empty() ? noDevice : parents.back();
+        return parents.empty() ? noDevice : parents.front();
     }
 
     void sort()

@@ -180,11 +180,15 @@ public:
     }
 
 private:
-    // A path whose own WWID is not known has that of its map.
+    // A path whose own WWID is not known has that of its map; a PowerPath device that of its paths.
     std::string_view wwidOf(const Device& device) const
     {
         const Device* const map = isDisk(device) ? machine.mapOf(device) : nullptr;
-        return map != nullptr && !map->wwid.empty() ? map->wwid : device.wwid;
+        if (map != nullptr && !map->wwid.empty()) {
+            return map->wwid;
+        }
+        const bool hasPaths = device.kind == Kind::powerPath && !device.slaves.empty();
+        return device.wwid.empty() && hasPaths ? machine.devices()[device.slaves[0]].wwid : device.wwid;
     }
 
     void gather()
