@@ -20,7 +20,7 @@ _kivclaim_columns() {
 
 _kivclaim() {
     local commands='list claim is-partition partition whole prefixes explain audit active-path'
-    local options='-h --help --version --trace --trace-file --no-snapshot --module'
+    local options='-h --help --version --trace --trace-file --no-snapshot --module --sysroot'
     local list_options='-a --all -J --json -r --raw -n --noheadings -T --tree -o --output'
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
     COMPREPLY=()
@@ -28,12 +28,13 @@ _kivclaim() {
     case $before in
         --trace) mapfile -t COMPREPLY < <(compgen -W '1 2 3 6' -- "$word") && return ;;
         --trace-file | --module) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
+        --sysroot) compopt -o dirnames 2>/dev/null || mapfile -t COMPREPLY < <(compgen -d -- "$word") && return ;;
         -o | --output) _kivclaim_columns "$word" && return ;;
     esac
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --trace | --trace-file | --module | -o | --output) i=$((i + 1)) ;;
+            --trace | --trace-file | --module | --sysroot | -o | --output) i=$((i + 1)) ;;
             -*) ;;
             *) command=${COMP_WORDS[i]} && break ;;
         esac
