@@ -260,6 +260,8 @@ private:
     {
         if (wants(numbers)) {
             readNumber();
+        } else if (device.kind == Kind::nvme) {
+            device.hidden = attributes.flag("hidden");
         }
         if (wants(sizes)) {
             if (const auto sectors = attributes.number("size", mostSectors)) {

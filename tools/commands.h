@@ -11,13 +11,26 @@
 namespace kivclaim::tools {
 
 struct ListOptions {
+    std::vector<std::string> paths;  // empty: every block device
     bool all = false;
+    bool luns = false;  // a row for each LUN
     bool json = false;
     bool raw = false;
+    bool pairs = false;
     bool noHeadings = false;
     bool tree = false;
-    std::string columns;  // names separated by commas; empty: all
+    bool inverse = false;
+    bool bytes = false;
+    bool markedOnly = false;
+    bool allColumns = false;
+    std::string columns;     // names separated by commas; empty: the default ones; with a plus sign: those as well
+    std::string sortColumn;  // empty: by device
+    std::string stacks;      // names separated by commas; empty: any that claims
+    std::string color = "auto";
 };
+
+// What kivclaim's help and messages say of the columns.
+std::string listColumnNames();
 
 struct ActivePathOptions {
     std::string path;

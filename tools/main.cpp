@@ -1,7 +1,9 @@
 // kivclaim: asks the claim library from a shell.
 #include "claim/kiv_release.h"
 #include "tools/commands.h"
+#include "tools/listing/luns.h"
 #include "tools/output.h"
+#include "tools/stack_table.h"
 
 #include <CLI/CLI.hpp>
 
@@ -53,6 +55,7 @@ public:
                        "(1 errors, 2 warnings, 3 information, 6 everything)")
             ->type_name("LEVEL")
             ->check(checkTraceLevel);
+        app.add_option("--sysroot", session.sysroot, "Ask about the machine recorded in DIR")->type_name("DIR");
         app.add_option("--trace-file", session.traceFile,
                        "Keep the trace records in FILE, all of them unless --trace says "
                        "less")
@@ -114,19 +117,54 @@ private:
 
     void addList()
     {
-        CLI::App& sub = command("list", "",
-                                "List this machine's block devices with the stacks that claim them "
-                                "(the default)",
+        CLI::App& sub = command("list", "[PATH...]",
+                                "List this machine's block devices with the stacks that claim them, or the device "
+                                "behind each PATH (the default)",
                                 "kivclaim list --tree -o DEVICE,STACK", [this] { return list(session, listOptions); });
+        sub.add_option("PATH", listOptions.paths, "Any names of devices, '-' for standard input; none: every one")
+            ->type_name("");
+        addListChoice(sub);
+        addListForm(sub);
+    }
+
+    // Which rows and columns.
+    void addListChoice(CLI::App& sub)
+    {
         sub.add_flag("-a,--all", listOptions.all, "Show unclaimed devices as well");
+        sub.add_flag("-m,--marked", listOptions.markedOnly, "Show the marked devices only, claimed or not");
+        sub.add_option("-S,--stacks", listOptions.stacks,
+                       "Show the devices of these stacks only, separated by commas: " + knownStacks())
+            ->type_name("STACKS");
+        auto* const output = sub.add_option("-o,--output", listOptions.columns,
+                                            "Print these columns only: " + listColumnNames() +
+                                                ", separated by commas; after a plus sign: these as well");
+        output->type_name("COLUMNS");
+        sub.add_flag("-O,--output-all", listOptions.allColumns, "Print all columns")->excludes(output);
+        sub.add_flag("-b,--bytes", listOptions.bytes, "Print sizes in bytes");
+        sub.add_option("-x,--sort", listOptions.sortColumn, "Sort by a column, which need not be printed")
+            ->type_name("COLUMN");
+        sub.add_flag("--luns", listOptions.luns,
+                     "Print one row for each LUN, whatever claims it, with the columns " + lunColumnNames());
+    }
+
+    void addListForm(CLI::App& sub)
+    {
+        auto* const luns = sub.get_option("--luns");
+        sub.add_flag("-T,--tree", listOptions.tree, "Show partitions and what else is on a device under it")
+            ->excludes(luns);
+        sub.add_flag("-s,--inverse", listOptions.inverse, "Show what a device is made of under it")->excludes(luns);
         auto* const json = sub.add_flag("-J,--json", listOptions.json, "Print JSON");
-        sub.add_flag("-r,--raw", listOptions.raw, "Print unaligned columns, blanks as \\x20 and backslashes as \\x5c")
-            ->excludes(json);
+        auto* const raw = sub.add_flag("-r,--raw", listOptions.raw,
+                                       "Print unaligned columns, blanks as \\x20 and backslashes as \\x5c");
+        raw->excludes(json);
+        sub.add_flag("-P,--pairs", listOptions.pairs, "Print NAME=\"text\" for each column")
+            ->excludes(json)
+            ->excludes(raw);
         sub.add_flag("-n,--noheadings", listOptions.noHeadings, "Print no heading line");
-        sub.add_flag("-T,--tree", listOptions.tree, "Show partitions under their whole device");
-        sub.add_option("-o,--output", listOptions.columns,
-                       "Print these columns only: DEVICE, STACK, LEVEL, PART, WHOLE, separated by commas")
-            ->type_name("COLUMNS");
+        sub.add_option(
+               "--color", listOptions.color,
+               "Show stacks and marks in colors: always, never or auto, which is on a terminal without NO_COLOR")
+            ->type_name("WHEN");
     }
 
     void addPaths(CLI::App& sub)

@@ -25,15 +25,53 @@ Result checked(Result result)
     return result;
 }
 
+int flagsOf(ColumnType type)
+{
+    switch (type) {
+        case ColumnType::number:
+        case ColumnType::rightText:
+        case ColumnType::flag:
+            return SCOLS_FL_RIGHT;
+        case ColumnType::list:
+            return SCOLS_FL_WRAP;
+        case ColumnType::text:
+            break;
+    }
+    return 0;
+}
+
+int jsonTypeOf(ColumnType type)
+{
+    switch (type) {
+        case ColumnType::number:
+            return SCOLS_JSON_NUMBER;
+        case ColumnType::flag:
+            return SCOLS_JSON_BOOLEAN;
+        case ColumnType::list:
+            return SCOLS_JSON_ARRAY_STRING;
+        case ColumnType::text:
+        case ColumnType::rightText:
+            break;
+    }
+    return SCOLS_JSON_STRING;
+}
+
 void addColumn(libscols_table* table, const TableColumn& head, int treeFlag)
 {
-    const bool number = head.type == ColumnType::number;
-    libscols_column* const column =
-        checked(scols_table_new_column(table, head.name, 0, treeFlag | (number ? SCOLS_FL_RIGHT : 0)));
-    checked(scols_column_set_json_type(column, number ? SCOLS_JSON_NUMBER : SCOLS_JSON_STRING));
+    libscols_column* const column = checked(scols_table_new_column(table, head.name, 0, treeFlag | flagsOf(head.type)));
+    checked(scols_column_set_json_type(column, jsonTypeOf(head.type)));
+    if (head.type == ColumnType::list) {
+        checked(scols_column_set_wrapfunc(column, scols_wrapnl_chunksize, scols_wrapnl_nextchunk, nullptr));
+        checked(scols_column_set_safechars(column, "\n"));
+    }
 }
 
 }  // namespace
+
+void ListText::add(std::string_view item)
+{
+    text += (text.empty() ? "" : "\n") + kivclaim::host::printableText(item);
+}
 
 void Table::Unref::operator()(libscols_table* unused) const
 {
@@ -48,11 +86,12 @@ Table::Table(const TableForm& form, const std::vector<TableColumn>& columns)
     // All texts are printable already; a second encoding would spoil the \x20 that names really contain.
     scols_table_enable_noencoding(table.get(), 1);
     scols_table_enable_raw(table.get(), form.raw ? 1 : 0);
+    scols_table_enable_export(table.get(), form.pairs ? 1 : 0);
     scols_table_enable_noheadings(table.get(), form.noHeadings ? 1 : 0);
-    bool first = true;
+    scols_table_enable_colors(table.get(), form.colors ? 1 : 0);
     for (const TableColumn& column : columns) {
-        addColumn(table.get(), column, tree && first ? SCOLS_FL_TREE : 0);
-        first = false;
+        addColumn(table.get(), column, tree && types.empty() ? SCOLS_FL_TREE : 0);
+        types.push_back(column.type);
     }
 }
 
@@ -60,12 +99,19 @@ TableLine Table::add(const std::vector<std::string>& texts, TableLine parent)
 {
     libscols_line* const line = checked(scols_table_new_line(table.get(), tree ? parent.line : nullptr));
     for (std::size_t i = 0; i < texts.size(); ++i) {
-        const std::string text = kivclaim::host::printableText(texts[i]);
-        if (!text.empty()) {
-            checked(scols_line_set_data(line, i, text.c_str()));
+        if (texts[i].empty()) {
+            continue;
         }
+        const bool isPrintable = types[i] == ColumnType::list;
+        checked(scols_line_set_data(line, i,
+                                    isPrintable ? texts[i].c_str() : kivclaim::host::printableText(texts[i]).c_str()));
     }
     return TableLine(line);
+}
+
+void Table::color(TableLine line, std::size_t column, const char* name)
+{
+    checked(scols_cell_set_color(scols_line_get_cell(line.line, column), name));
 }
 
 void Table::print() const

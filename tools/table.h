@@ -2,8 +2,10 @@
 #ifndef KIVCLAIM_TOOLS_TABLE_H
 #define KIVCLAIM_TOOLS_TABLE_H
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct libscols_line;
@@ -11,7 +13,13 @@ struct libscols_table;
 
 namespace kivclaim::tools {
 
-enum class ColumnType { text, number };
+enum class ColumnType {
+    text,
+    number,
+    flag,       // "1" or "0"; true or false in JSON
+    rightText,  // aligned like a number: sizes with a suffix
+    list        // a text that ListText made: an array in JSON, one item a line in a table
+};
 
 struct TableColumn {
     const char* name;
@@ -22,8 +30,20 @@ struct TableForm {
     std::string name;  // of the list of lines in JSON
     bool json = false;
     bool raw = false;
+    bool pairs = false;  // NAME="text" for each cell
     bool noHeadings = false;
-    bool tree = false;  // the first column shows which line stands under which
+    bool tree = false;    // the first column shows which line stands under which
+    bool colors = false;  // show those of the cells
+};
+
+// The text of a cell in a column of lists.
+class ListText {
+public:
+    void add(std::string_view item);
+    std::string take() { return std::move(text); }
+
+private:
+    std::string text;
 };
 
 // A line that others may stand under; by default none. Belongs to its table.
@@ -45,6 +65,9 @@ public:
     // under `parent`.
     TableLine add(const std::vector<std::string>& texts, TableLine parent = TableLine());
 
+    // Shows a cell in a color, by libsmartcols' name of it, in a table with colors.
+    void color(TableLine line, std::size_t column, const char* name);
+
     // Writes the table to standard output.
     void print() const;
 
@@ -53,6 +76,7 @@ private:
         void operator()(libscols_table* unused) const;
     };
     std::unique_ptr<libscols_table, Unref> table;
+    std::vector<ColumnType> types;
     bool tree;
 };
 

@@ -1,0 +1,23 @@
+// The devices of a machine that the user names.
+#ifndef KIVCLAIM_TOOLS_LISTING_NAMED_DEVICES_H
+#define KIVCLAIM_TOOLS_LISTING_NAMED_DEVICES_H
+
+#include "machine/machine.h"
+#include "tools/exit_status.h"
+
+#include <string>
+#include <vector>
+
+namespace kivclaim::tools {
+
+// Adds the device behind each path to `devices`, each once. Paths of no device are complained about, passed over, and
+// make the outcome `failed`. The machine must have been read with the numbers.
+ExitStatus findNamedDevices(const kivclaim::machine::Machine& machine, const std::vector<std::string>& paths,
+                            std::vector<kivclaim::machine::DeviceIndex>& devices);
+
+// Says what went wrong with the machine as a whole when it was read.
+void complainAboutReading(const kivclaim::machine::Machine& machine);
+
+}  // namespace kivclaim::tools
+
+#endif
