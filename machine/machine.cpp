@@ -65,7 +65,8 @@ bool Machine::State::statusAt(const std::string& path, struct stat& status) cons
     if (tree.isLive()) {
         return ::stat(path.c_str(), &status) == 0;
     }
-    const Destination destination = tree.follow(path);
+    // The kernel knows nothing by an empty name.
+    const Destination destination = path.empty() ? Destination() : tree.follow(path);
     return destination.file.isOpen() && ::fstat(destination.file.get(), &status) == 0;
 }
 

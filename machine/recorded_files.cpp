@@ -48,11 +48,6 @@ std::optional<std::string> RecordedFiles::content(const std::string& path, std::
     return text;
 }
 
-bool RecordedFiles::isThere(const std::string& path) const
-{
-    return tree->openAnywhere(path, O_PATH).isOpen();
-}
-
 bool RecordedFiles::isExecutable(const std::string& path) const
 {
     constexpr mode_t byAnybody = S_IXUSR | S_IXGRP | S_IXOTH;

@@ -30,8 +30,7 @@ public:
     // regular file, or is longer than `longest` bytes, which are 16 MiB at most.
     std::optional<std::string> content(const std::string& path, std::size_t longest) const;
 
-    // Whether something is there, and may be executed by somebody.
-    bool isThere(const std::string& path) const;
+    // Whether something is there that somebody may execute.
     bool isExecutable(const std::string& path) const;
 
 private:

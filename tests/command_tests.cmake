@@ -59,3 +59,14 @@ kivclaim_test(captured_machine_test
     LIBRARIES process
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${captured})
 add_dependencies(captured_machine_test kivclaim_command)
+
+# Sees what a program opens.
+kivclaim_preload(opened_paths opened_paths.cpp)
+kivclaim_test(sysroot_command_test
+    SOURCES sysroot_command_test.cpp
+    LIBRARIES process sysfs_directory
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>"
+        KIVCLAIM_OPENED_PATHS_LIBRARY="$<TARGET_FILE:opened_paths>")
+add_dependencies(sysroot_command_test kivclaim_command claims_too_much opened_paths)

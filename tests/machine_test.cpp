@@ -527,6 +527,36 @@ TEST_F(MachineTest, MachineCanBeMoved)
     EXPECT_EQ(other.indexOf(*map), 0U);
 }
 
+TEST_F(MachineTest, TheNumberAtAPathIsTheDevices)
+{
+    directory.scsiDisk("sda", "0:0:0:0").scsiDisk("sdb", "0:0:0:1").link("/dev/my", "sdb").file("dev/plain", "");
+    const Machine machine = read();
+    EXPECT_TRUE(machine.numberAt("/dev/sda") == (DeviceNumber{8, 0}));
+    EXPECT_TRUE(machine.numberAt("/dev/my") == (DeviceNumber{8, 16}));
+    EXPECT_FALSE(machine.numberAt("/dev/plain"));
+    EXPECT_FALSE(machine.numberAt("/dev/sdc"));
+}
+
+TEST_F(MachineTest, DevicesAndFilesAreAtTheirPathsRecordedOrNot)
+{
+    directory.scsiDisk("sda", "0:0:0:0").file("dev/plain", "").link("/dev/nowhere", "gone").link("/dev/loop", "loop");
+    const Machine machine = read();
+    for (const char* const path : {"/dev/sda", "/dev/plain", "/dev", "/dev/../dev/sda"}) {
+        EXPECT_TRUE(machine.isAnythingAt(path)) << path;
+    }
+    for (const char* const path : {"/dev/sdb", "/dev/nowhere", "/dev/loop", "/dev/plain/x", ""}) {
+        EXPECT_FALSE(machine.isAnythingAt(path)) << path;
+    }
+}
+
+TEST_F(MachineTest, ARecordedMachineDoesNotChange)
+{
+    directory.scsiDisk("sda", "0:0:0:0");
+    const Machine machine = read();
+    directory.remove("sys");
+    EXPECT_TRUE(machine.isStillThere(device(machine, "sda")));
+}
+
 TEST(MachineRootTest, DirectoryWithoutDevicesIsAnErrorThatNamesIt)
 {
     const tests::TemporaryFolder folder;

@@ -3,6 +3,7 @@ add_library(sysfs_directory OBJECT sysfs_directory.cpp)
 target_include_directories(sysfs_directory PUBLIC ${PROJECT_SOURCE_DIR})
 
 kivclaim_test(machine_test SOURCES machine_test.cpp LIBRARIES kivclaim_machine sysfs_directory process)
+kivclaim_test(recorded_files_test SOURCES recorded_files_test.cpp LIBRARIES kivclaim_machine sysfs_directory process)
 kivclaim_test(machine_tree_test SOURCES machine_tree_test.cpp LIBRARIES kivclaim_machine sysfs_directory process)
 kivclaim_test(machine_lsblk_test SOURCES machine_lsblk_test.cpp LIBRARIES kivclaim_machine sysfs_directory process)
 

@@ -79,8 +79,9 @@ SysfsDirectory& SysfsDirectory::file(const std::string& place, const std::string
     const std::string path = root + "/" + place;
     ::unlink(path.c_str());
     // A large machine has the same few texts in most of its files: they share one.
-    std::string& shared = filesByContent[content.size() <= longestShared ? content : std::string()];
-    if (content.size() <= longestShared && !shared.empty() && ::link(shared.c_str(), path.c_str()) == 0) {
+    const bool isShared = !content.empty() && content.size() <= longestShared;
+    std::string& shared = filesByContent[isShared ? content : std::string()];
+    if (isShared && !shared.empty() && ::link(shared.c_str(), path.c_str()) == 0) {
         return *this;
     }
     int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);

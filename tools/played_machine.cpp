@@ -4,6 +4,7 @@
 #include "tools/played_calls.h"
 #include "tools/recorded_commands.h"
 
+#include <dlfcn.h>
 #include <link.h>
 #include <sys/eventfd.h>
 #include <sys/utsname.h>
@@ -109,6 +110,8 @@ PlayedMachine::PlayedMachine(const Root& root)
     } catch (const ReadError& error) {
         throw CommandError(error.what());
     }
+    // Not an object's table for the claim library: this program may have got copies of its tables and data.
+    playToFileWith(dlsym(RTLD_NEXT, "kivclaim_release_identification"));
     innermost = this;
 }
 
@@ -117,13 +120,18 @@ PlayedMachine::~PlayedMachine()
     innermost = outer;
 }
 
-void PlayedMachine::playTo(const CKivDeviceClaimBase& module)
+void PlayedMachine::playToFileWith(const void* address)
 {
-    // The table of an object's virtual functions is in the file of its class.
-    Search search{*reinterpret_cast<const std::uintptr_t*>(&module)};
+    Search search{reinterpret_cast<std::uintptr_t>(address)};
     if (dl_iterate_phdr(compare, &search) != 0) {
         audience.push_back({search.begin, search.end});
     }
+}
+
+void PlayedMachine::playTo(const CKivDeviceClaimBase& module)
+{
+    // The table of an object's virtual functions is in the file of its class.
+    playToFileWith(*reinterpret_cast<const void* const*>(&module));
 }
 
 bool PlayedMachine::canBeOpened(const std::string& path) const

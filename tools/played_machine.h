@@ -17,7 +17,7 @@ struct utsname;
 
 namespace kivclaim::tools {
 
-// While it lives, the modules that it plays to see the recorded machine: through the C library's functions that they
+// While it lives, the claim library, and modules that it plays to, see the recorded machine: through the C library's functions that they
 // call (uname, open, access, sleep; what they opened they close as ever), and through the host's runner. Those of the
 // innermost played machine count. What was not recorded is missing to them, never taken from this machine, and noted.
 //
@@ -32,7 +32,7 @@ public:
     PlayedMachine& operator=(const PlayedMachine&) = delete;
     ~PlayedMachine();
 
-    // Plays to the file that holds the code of `module`, a library or a module's own file.
+    // Plays to the file of `module`, which is one of the user's, as well.
     void playTo(const CKivDeviceClaimBase& module);
 
     // With numbers and stacking.
@@ -59,6 +59,7 @@ private:
         std::uintptr_t end = 0;
     };
 
+    void playToFileWith(const void* address);
     std::optional<kivclaim::host::CommandOutcome> outcomeOf(const std::string& command);
 
     kivclaim::machine::Machine machine;

@@ -59,13 +59,11 @@ Session::Session(const SessionOptions& options, Questions questions,
         snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
     }
     for (std::unique_ptr<CKivDeviceClaimBase>& module : loadModules(options.moduleFiles)) {
-        manager.registerClaimModule(module.get());
-        static_cast<void>(module.release());  // the manager has it now
-    }
-    for (CKivDeviceClaimBase* const module : manager.claimModules()) {
         if (playedMachine != nullptr) {
             playedMachine->playTo(*module);
         }
+        manager.registerClaimModule(module.get());
+        static_cast<void>(module.release());  // the manager has it now
     }
     // Behind the modules, so that the records are those of the questions alone.
     if (!destinations.empty()) {

@@ -1,6 +1,7 @@
 #include "tools/audit/known_quirks.h"
 
 #include "tools/audit/expected_answers.h"
+#include "tools/quirk_names.h"
 #include "tools/stack_table.h"
 
 #include <algorithm>
@@ -42,7 +43,7 @@ public:
     std::optional<Explanation> explain(const Difference& difference)
     {
         if (difference.question == Question::number) {
-            return Explanation{"name-decides", "the node that has this name is another device's"};
+            return Explanation{quirk::nameDecides, "the node that has this name is another device's"};
         }
         if (!isExpected(difference)) {
             return std::nullopt;
@@ -93,45 +94,45 @@ private:
     {
         const std::string_view prefix = claimString(library.stack);
         if (!prefix.empty() && path.rfind(prefix, 0) != 0) {
-            return Explanation{"prefix-anywhere", "'" + std::string(prefix) + "' counts wherever it stands in a path"};
+            return Explanation{quirk::prefixAnywhere, "'" + std::string(prefix) + "' counts wherever it stands in a path"};
         }
         if (path == kernel.path()) {
             return std::nullopt;
         }
         if (!kernel.exists()) {
-            return Explanation{"name-decides", "the name is enough, nothing needs to be there"};
+            return Explanation{quirk::nameDecides, "the name is enough, nothing needs to be there"};
         }
-        return Explanation{"name-decides", "the name decides; the device behind it, " + kernel.number() +
+        return Explanation{quirk::nameDecides, "the name decides; the device behind it, " + kernel.number() +
                                                ", is the kernel's " + kernel.path()};
     }
 
     std::optional<Explanation> explainClaimedVolume()
     {
         if (volumes.remembered().failed) {
-            return Explanation{"failed-listing", "/sbin/lvdisplay failed, so no volume is known as one"};
+            return Explanation{quirk::failedListing, "/sbin/lvdisplay failed, so no volume is known as one"};
         }
         if (volumes.now().names(path)) {
-            return Explanation{"stale-list", "the list of volumes was read before this one was created"};
+            return Explanation{quirk::staleList, "the list of volumes was read before this one was created"};
         }
         const std::string listed = withSingleDashes(path);
         if (listed != path && volumes.now().names(listed)) {
-            return Explanation{"dashed-volume", "the list of volumes has it as " + listed};
+            return Explanation{quirk::dashedVolume, "the list of volumes has it as " + listed};
         }
-        return Explanation{"unlisted-volume", "/sbin/lvdisplay does not print this volume"};
+        return Explanation{quirk::unlistedVolume, "/sbin/lvdisplay does not print this volume"};
     }
 
     std::optional<Explanation> explainClaim()
     {
         if (library.stack == nativeStack.name && !kernel.map().empty()) {
-            return Explanation{"path-of-a-map", "the name is a disk's; that " + kernel.map() + " uses it does not count"};
+            return Explanation{quirk::pathOfAMap, "the name is a disk's; that " + kernel.map() + " uses it does not count"};
         }
         if (library.stack == deviceMapperStack.name && kernel.isOtherMapping()) {
-            return Explanation{"any-mapping", "whatever is under /dev/mapper/ and no logical volume is claimed"};
+            return Explanation{quirk::anyMapping, "whatever is under /dev/mapper/ and no logical volume is claimed"};
         }
         if (library.level == 0 && kernel.isMultipath()) {
             return volumes.now().names(path)
-                       ? Explanation{"dashed-volume", "the list has a volume under this name"}
-                       : Explanation{"stale-list", "the list was read while this was the name of a volume"};
+                       ? Explanation{quirk::dashedVolume, "the list has a volume under this name"}
+                       : Explanation{quirk::staleList, "the list was read while this was the name of a volume"};
         }
         return std::nullopt;
     }
@@ -147,21 +148,21 @@ private:
     std::optional<Explanation> explainUnknownPartition() const
     {
         if (!endsInDigit(path)) {
-            return Explanation{"name-decides", "the name does not end in a number, so it is no partition's"};
+            return Explanation{quirk::nameDecides, "the name does not end in a number, so it is no partition's"};
         }
         const std::string missing =
             "neither " + withoutLast(path, 1) + " nor " + withoutLast(path, 2) + " can be opened";
         const bool named = path == kernel.wholeDevice() + "-part" + std::to_string(kernel.partition()) ||
                            path == kernel.wholeDevice() + "_part" + std::to_string(kernel.partition());
-        return Explanation{named ? "missing-neighbour" : "name-decides", missing};
+        return Explanation{named ? quirk::missingNeighbour : quirk::nameDecides, missing};
     }
 
     std::optional<Explanation> explainSupposedPartition() const
     {
         if (endsLikeAPartition(path)) {
-            return Explanation{"partition-like-name", "the name ends like a partition's"};
+            return Explanation{quirk::partitionLikeName, "the name ends like a partition's"};
         }
-        return Explanation{"partition-like-name", "it ends in a digit, and " + openableNeighbour(asked, path) + " exists"};
+        return Explanation{quirk::partitionLikeName, "it ends in a digit, and " + openableNeighbour(asked, path) + " exists"};
     }
 
     std::optional<Explanation> explainWhole() const
@@ -170,19 +171,19 @@ private:
             return std::nullopt;
         }
         if (library.wholeDevice == kernel.wholeDevice()) {
-            return Explanation{"name-decides", "the number in the name is not the partition's"};
+            return Explanation{quirk::nameDecides, "the number in the name is not the partition's"};
         }
         const bool probed = partitionNames(asked) == PartitionNames::probed;
         if (kernel.partition() > 9 && library.wholeDevice != path) {
-            return Explanation{"last-digit", probed ? "the last digit is the number"
+            return Explanation{quirk::lastDigit, probed ? "the last digit is the number"
                                                     : "six characters are cut and the last one is the number"};
         }
         if (probed) {
-            return Explanation{"release-decides",
+            return Explanation{quirk::releaseDecides,
                                "on this kernel release, a partition is called like the whole device "
                                "with a number or p and a number"};
         }
-        return Explanation{"six-characters", "six characters are cut, the length of -part and a digit"};
+        return Explanation{quirk::sixCharacters, "six characters are cut, the length of -part and a digit"};
     }
 
     std::optional<Explanation> explainPartition(const Difference& difference) const
@@ -191,11 +192,11 @@ private:
             return std::nullopt;
         }
         if (difference.library == path) {
-            return Explanation{"unknown-release",
+            return Explanation{quirk::unknownRelease,
                                "on this kernel release, a partition's name is the number or p and "
                                "the number behind the device's, and no such node exists"};
         }
-        return Explanation{"release-decides", "the kernel's release decides on the name, here " +
+        return Explanation{quirk::releaseDecides, "the kernel's release decides on the name, here " +
                                                   difference.library.substr(path.size()) + ", not the nodes"};
     }
 
