@@ -38,7 +38,7 @@ CKivClaimManager::CKivClaimManager()
 
 CKivClaimManager::~CKivClaimManager()
 {
-    // The list may grow meanwhile: what a module registers in its own destructor is deleted, too.
+    // A module's destructor may register another module; that one is deleted as well.
     for (std::size_t i = 0; i < modules.size(); ++i) {  // NOLINT(modernize-loop-convert)
         delete modules[i];
     }
@@ -59,7 +59,7 @@ void CKivClaimManager::registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContex
     // The scope holds the log that was registered before, so both of its records go there.
     const CFiTraceLogFunction scope(traceLog, "registerTraceLog", lineOfRegisterTraceLog, sourceFile);
     traceLog = log;
-    // A module that is registered meanwhile has been given this log already.
+    // A module registered during this loop already got the log from registerClaimModule.
     const std::size_t count = modules.size();
     for (std::size_t i = 0; i < count; ++i) {
         modules[i]->registerTraceLog(log);

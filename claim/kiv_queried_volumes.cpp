@@ -12,7 +12,9 @@ namespace {
 constexpr std::chrono::seconds longestCommand{600};
 constexpr std::chrono::seconds shortestCommand{1};
 
-thread_local QueriedVolumes* volumesInForce = nullptr;
+// In static storage of each thread: otherwise the first access on a thread allocates it, and the C library ends the
+// process when that fails.
+[[gnu::tls_model("initial-exec")]] thread_local QueriedVolumes* volumesInForce = nullptr;
 
 }  // namespace
 

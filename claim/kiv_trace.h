@@ -16,8 +16,8 @@
     } while (false)
 
 // The same for an operation that has failed and has its neutral answer already: what the log throws is dropped, except
-// for thread cancellation. Not inside a handler: a thread that is cancelled there cannot be let go, because catching
-// that while another exception is being handled ends the process.
+// for thread cancellation. Never inside a catch block: catching thread cancellation while another exception is being
+// handled ends the process.
 #define KIV_TRACE_FAILURE(...)                  \
     do {                                        \
         try {                                   \

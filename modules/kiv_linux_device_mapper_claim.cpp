@@ -10,6 +10,7 @@
 #include "modules/kiv_volume_reading.h"
 
 #include <cxxabi.h>
+#include <pthread.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -106,7 +107,14 @@ public:
     }
     ProbedParent(const ProbedParent&) = delete;
     ProbedParent& operator=(const ProbedParent&) = delete;
-    ~ProbedParent() { close(); }
+    // Closing is a point where a thread can be cancelled, and no exception may leave a destructor.
+    ~ProbedParent()
+    {
+        int cancelState = PTHREAD_CANCEL_ENABLE;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+        close();
+        pthread_setcancelstate(cancelState, nullptr);
+    }
 
     bool exists() const { return descriptor >= 0; }
     const std::string& path() const { return candidate; }

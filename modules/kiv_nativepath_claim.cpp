@@ -95,7 +95,7 @@ std::string column(const std::vector<std::string>& columns, std::size_t index)
     return index < columns.size() ? columns[index] : std::string();
 }
 
-// A text of the framework's own type, which stays empty without a word when memory runs out.
+// Converts to the framework's string type. That type does not report a failed allocation, so the length is checked.
 ACE_String_Base<char> frameworkText(std::string_view text)
 {
     ACE_String_Base<char> converted = CFiStringTool::str2tstr(std::string(text));
@@ -105,9 +105,10 @@ ACE_String_Base<char> frameworkText(std::string_view text)
     return converted;
 }
 
-// Pauses the whole time, although signals arrive. sleep() cuts what a signal leaves over to whole seconds, so that
-// frequent signals would eat up the pause: when all is slept, the clock tells what they cut off. That is less than a
-// second for each of them; a clock that misses more does not go with this process's sleep().
+// Pauses the whole time, although signals arrive. sleep() rounds the remainder when a signal interrupts it, so that
+// frequent signals would shorten the pause: when all is slept, the clock tells what is missing. If it misses more than
+// the signals can explain, or sleep() leaves as much as it was given without a signal, this process has a sleep() of
+// its own, which is believed.
 void pauseFor(unsigned int seconds)
 {
     using Clock = std::chrono::steady_clock;
@@ -115,12 +116,17 @@ void pauseFor(unsigned int seconds)
     std::chrono::seconds cutAtMost(0);
     unsigned int left = seconds;
     while (left > 0) {
+        const unsigned int asked = left;
         errno = 0;
-        left = sleep(left);
+        left = sleep(asked);
+        if (left >= asked && errno != EINTR) {
+            return;
+        }
         cutAtMost += std::chrono::seconds(left > 0 || errno == EINTR ? 1 : 0);
-        const auto missing = std::chrono::ceil<std::chrono::seconds>(end - Clock::now());
-        if (left == 0 && missing <= cutAtMost) {
-            left = static_cast<unsigned int>(std::max<std::chrono::seconds::rep>(missing.count(), 0));
+        const auto missing = std::max(std::chrono::ceil<std::chrono::seconds>(end - Clock::now()), cutAtMost.zero());
+        if (left > 0 || missing <= cutAtMost) {
+            const auto toSleep = static_cast<unsigned int>(missing.count());
+            left = left > 0 ? std::min(left, toSleep) : toSleep;
         }
     }
 }
@@ -202,12 +208,17 @@ int CZtKIVSupport::executeCommand(const char* command, std::vector<std::string>&
     output.clear();
     KIV_TRACE(INFORMATION, "ExecuteCommand command: %s", commandLine.c_str());
     int result = 0;
+    bool hasThrown = false;
     std::optional<CFiExecPipePosix> runner;  // lives until the operation ends
     try {
         runner.emplace(1);
         runner->registerTraceLog(traceLog);
         result = runner->Exec(commandLine, output, "", commandTimeoutSeconds, "", "", "");
-    } catch (const EFiExecPipe&) {  // a handler that takes a copy ends the process when there is no memory for it
+    } catch (const EFiExecPipe&) {  // by reference: the process ends when copying the exception fails
+        // No record in here: a thread that is cancelled while it writes one would end the process.
+        hasThrown = true;
+    }
+    if (hasThrown) {
         // Deliberate: what the exception says is not traced. Pinned by
         // VolumeManagerSupport.ARunnersExceptionAnswersOneAndKeepsTheLinesPrintedBefore.
         KIV_TRACE(ERROR, "ExecuteCommand - exception thrown in command execution.");

@@ -21,6 +21,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <cerrno>
 #include <string>
 #include <utility>
 #include <vector>
@@ -112,6 +113,7 @@ public:
     std::function<void()> onRunner;
     // What the next pauses leave over; a pause that is not listed ends by itself. Only such a pause leaves errno alone.
     std::vector<unsigned int> leftOverByPauses;
+    int errnoOfPauses = EINTR;  // that sleep() sets with a value of leftOverByPauses
     // A signal that arrives so many milliseconds after the beginning of each pause, on a clock of the host's own that
     // pauses alone move on; what a pause leaves over is cut to whole seconds, as sleep() does. 0: no signal.
     long signalMilliseconds = 0;

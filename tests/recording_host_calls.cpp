@@ -206,7 +206,7 @@ unsigned int sleep(unsigned int seconds)
     }
     const unsigned int left = host->leftOverByPauses.front();
     host->leftOverByPauses.erase(host->leftOverByPauses.begin());
-    errno = EINTR;
+    errno = host->errnoOfPauses;
     return left;
 }
 

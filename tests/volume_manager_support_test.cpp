@@ -810,6 +810,18 @@ TEST_F(VolumeManagerSupport, APauseThatEndsByItselfIsOverWhateverWasInterruptedB
               lines({"sleep 5", "sleep 4", "sleep 3", "sleep 2", "sleep 1", "runner with a log"}));
 }
 
+TEST_F(VolumeManagerSupport, ASleepThatLeavesEverythingWithoutASignalIsCalledOnce)
+{
+    host.fails(nodeOfSdc, 1, 256, {});
+    host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+    host.prints(rescanSdc, {});
+    host.leftOverByPauses = {5};
+    host.errnoOfPauses = 0;
+    EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
+    const Lines calls = host.calls();
+    EXPECT_EQ(Lines(calls.begin() + 2, calls.begin() + 4), lines({"sleep 5", "runner with a log"}));
+}
+
 TEST_F(VolumeManagerSupport, ATimerThatInterruptsEveryPauseDoesNotShortenIt)
 {
     for (const long milliseconds : {100L, 333L, 999L, 1000L, 1001L, 4000L, 4999L, 5000L}) {

@@ -55,7 +55,6 @@ public:
                        "(1 errors, 2 warnings, 3 information, 6 everything)")
             ->type_name("LEVEL")
             ->check(checkTraceLevel);
-        app.add_option("--sysroot", session.sysroot, "Ask about the machine recorded in DIR")->type_name("DIR");
         app.add_option("--trace-file", session.traceFile,
                        "Keep the trace records in FILE, all of them unless --trace says "
                        "less")

@@ -66,9 +66,11 @@ private:
         std::vector<std::shared_ptr<Scope>> scopes;
     };
 
+    // In static storage of each thread: otherwise the first access on a thread allocates it, and the C library ends the
+    // process when that fails.
     static std::vector<std::shared_ptr<Scope>>& openScopes()
     {
-        static thread_local List list;
+        [[gnu::tls_model("initial-exec")]] static thread_local List list;
         return list.scopes;
     }
 
@@ -83,7 +85,7 @@ private:
         scopes.erase(firstClosed, scopes.end());
     }
 
-    static inline thread_local bool isThreadEnding = false;
+    [[gnu::tls_model("initial-exec")]] static inline thread_local bool isThreadEnding = false;
 };
 
 }  // namespace kivclaim::host_internal
