@@ -177,8 +177,8 @@ bool Machine::isStillThere(const Device& device) const
     const Descriptor file = state->tree.open(Top::sys, "class/block/" + name + "/dev", O_RDONLY);
     FileReader files;
     Marks ignored = noMark;
-    const auto number = file.isOpen() ? deviceNumberIn(trimmed(files.content(file.get(), longestAttribute, ignored)))
-                                      : std::nullopt;
+    const auto number =
+        file.isOpen() ? deviceNumberIn(trimmed(files.content(file.get(), longestAttribute, ignored))) : std::nullopt;
     return number && (!device.number || *number == *device.number);
 }
 

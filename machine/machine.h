@@ -130,7 +130,8 @@ struct Device {
     Kind kind = Kind::disk;
     bool readOnly = false;
     bool removable = false;  // of a partition: its disk
-    bool hidden = false;     // without a node, such as a path of a native NVMe multipath device; of others read with numbers
+    bool hidden =
+        false;  // without a node, such as a path of a native NVMe multipath device; of others read with numbers
 
     std::string_view kernelName;  // sda, dm-3, cciss/c0d0
     std::string_view node;        // /dev/sda, /dev/cciss/c0d0; of a mapping with a name /dev/mapper/NAME

@@ -110,8 +110,9 @@ protected:
             words >> name >> type;
             const bool isDisk = name.rfind("sd", 0) == 0;
             const bool isDashedVolume = type == "lvm" && name.find("--") != std::string::npos;
-            stacks[(isDisk ? "/dev/" : "/dev/mapper/") + name] =
-                isDisk ? "native" : isDashedVolume ? "device-mapper" : ofTypes.at(type);
+            stacks[(isDisk ? "/dev/" : "/dev/mapper/") + name] = isDisk           ? "native"
+                                                                 : isDashedVolume ? "device-mapper"
+                                                                                  : ofTypes.at(type);
         }
         return stacks;
     }
@@ -121,9 +122,8 @@ protected:
 
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(Lab, CapturedRoots, testing::ValuesIn(capturedMachines()), [](const auto& machine) {
-    return "Machine" + std::to_string(machine.index);
-});
+INSTANTIATE_TEST_SUITE_P(Lab, CapturedRoots, testing::ValuesIn(capturedMachines()),
+                         [](const auto& machine) { return "Machine" + std::to_string(machine.index); });
 
 TEST_P(CapturedRoots, EveryCommandAnswers)
 {
@@ -135,7 +135,8 @@ TEST_P(CapturedRoots, EveryCommandAnswers)
         EXPECT_EQ(claim.output, level + stack + " " + path + "\n");
         EXPECT_EQ(claim.errors, "");
         EXPECT_EQ(claim.status, stack == "none" ? 1 : 0);
-        EXPECT_THAT(ask({"explain", path}).output, HasSubstr(stack == "none" ? "Claimed by none" : "Claimed by " + stack));
+        EXPECT_THAT(ask({"explain", path}).output,
+                    HasSubstr(stack == "none" ? "Claimed by none" : "Claimed by " + stack));
     }
     EXPECT_EQ(ask({"is-partition", "/dev/mapper/data-part3", "/dev/mapper/data"}).output,
               "yes /dev/mapper/data-part3\nno /dev/mapper/data\n");

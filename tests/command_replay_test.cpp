@@ -41,7 +41,9 @@ class Replay : public RunnerTest {};
 
 TEST_F(Replay, GivesTheRecordedLinesOfTheCommandThatIsAskedFor)
 {
-    const CommandReplay replay([](const std::string& command) { return CommandOutcome{command + "\n\nlast", "", 0, 0}; });
+    const CommandReplay replay([](const std::string& command) {
+        return CommandOutcome{command + "\n\nlast", "", 0, 0};
+    });
     EXPECT_THAT(exec("/no/such/tool -x").lines, ElementsAre("/no/such/tool -x", "", "last"));
 }
 

@@ -70,3 +70,9 @@ kivclaim_test(sysroot_command_test
         CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>"
         KIVCLAIM_OPENED_PATHS_LIBRARY="$<TARGET_FILE:opened_paths>")
 add_dependencies(sysroot_command_test kivclaim_command claims_too_much opened_paths)
+
+kivclaim_test(captured_roots_test
+    SOURCES captured_roots_test.cpp
+    LIBRARIES process sysfs_directory
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${captured})
+add_dependencies(captured_roots_test kivclaim_command)

@@ -1,6 +1,6 @@
 // Preloaded into a program: writes each path that it opens, or runs, to the descriptor whose number the environment
-// variable KIVCLAIM_OPENED_PATHS tells, a line each. What is opened below a directory that is open already is written as
-// it is given. The kernel's own way through links is not seen.
+// variable KIVCLAIM_OPENED_PATHS tells, a line each. What is opened below a directory that is open already is written
+// as it is given. The kernel's own way through links is not seen.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <spawn.h>
@@ -42,18 +42,18 @@ NOTED(DIR*, opendir, (const char* path), (path))
 NOTED(int, execve, (const char* path, char* const* words, char* const* environment) noexcept,
       (path, words, environment))
 NOTED(int, posix_spawn,
-      (pid_t* child, const char* path, const posix_spawn_file_actions_t* actions, const posix_spawnattr_t* attributes,
+      (pid_t * child, const char* path, const posix_spawn_file_actions_t* actions, const posix_spawnattr_t* attributes,
        char* const* words, char* const* environment) noexcept,
       (child, path, actions, attributes, words, environment))
 
-#define NOTED_OPEN(name, parameters, last, arguments)                    \
-    extern "C" int name parameters                                       \
-    {                                                                    \
-        va_list rest;                                                    \
-        va_start(rest, last);                                            \
-        const auto mode = va_arg(rest, unsigned int);                    \
-        va_end(rest);                                                    \
-        note(path);                                                      \
+#define NOTED_OPEN(name, parameters, last, arguments)                                  \
+    extern "C" int name parameters                                                     \
+    {                                                                                  \
+        va_list rest;                                                                  \
+        va_start(rest, last);                                                          \
+        const auto mode = va_arg(rest, unsigned int);                                  \
+        va_end(rest);                                                                  \
+        note(path);                                                                    \
         return reinterpret_cast<int(*) parameters>(dlsym(RTLD_NEXT, #name)) arguments; \
     }
 

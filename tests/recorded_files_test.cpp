@@ -69,7 +69,8 @@ TEST_F(RecordedFilesTest, LinksStayWithinTheRoot)
 {
     outside.addFile("secret", "outside");
     directory.file("inside", "inside").link("/some/absolute", "/inside");
-    directory.link("/some/out", outside.path() + "/secret").link("/some/up", "../../../.." + outside.path() + "/secret");
+    directory.link("/some/out", outside.path() + "/secret")
+        .link("/some/up", "../../../.." + outside.path() + "/secret");
     EXPECT_EQ(files.content("some/absolute", 100), "inside");
     EXPECT_FALSE(files.content("some/out", 100));
     EXPECT_FALSE(files.content("some/up", 100));

@@ -79,8 +79,8 @@ TEST_F(Sysroot, AnAnswerThatNeedsAMissingListingIsUnsure)
     const Ended ended = ask({"claim", "/dev/sda1", "/dev/mapper/mpatha", "/dev/mapper/vg00-lvol1"});
     EXPECT_EQ(ended.output,
               "2 native /dev/sda1\n16 device-mapper /dev/mapper/mpatha\n16 device-mapper /dev/mapper/vg00-lvol1\n");
-    const std::string reason = " is unsure, because no outcome of /sbin/lvdisplay was recorded in " +
-                               path(commandPlace) + "output\n";
+    const std::string reason =
+        " is unsure, because no outcome of /sbin/lvdisplay was recorded in " + path(commandPlace) + "output\n";
     EXPECT_EQ(ended.errors, "kivclaim: the answer about /dev/mapper/mpatha" + reason +
                                 "kivclaim: the answer about /dev/mapper/vg00-lvol1" + reason);
     EXPECT_EQ(ended.status, 0);
@@ -109,9 +109,10 @@ TEST_F(Sysroot, AnAnswerThatNeedsAMissingReleaseIsUnsure)
     directory.remove("proc/sys/kernel/osrelease");
     const Ended ended = ask({"partition", "/dev/mapper/mpatha", "3"});
     EXPECT_EQ(ended.output, "/dev/mapper/mpatha\n");
-    EXPECT_EQ(ended.errors, "kivclaim: the answer about /dev/mapper/mpatha is unsure, because no kernel release was "
-                            "recorded in " +
-                                path("proc/sys/kernel/osrelease") + "\n");
+    EXPECT_EQ(ended.errors,
+              "kivclaim: the answer about /dev/mapper/mpatha is unsure, because no kernel release was "
+              "recorded in " +
+                  path("proc/sys/kernel/osrelease") + "\n");
     EXPECT_EQ(ask({"claim", "/dev/mapper/mpatha"}).errors, "");
 }
 
@@ -150,10 +151,9 @@ TEST_F(Sysroot, ARecordedFailureIsAFailureAndSure)
     record("errors", "no locking\n");
     record("status", "5\n");
     const Ended ended = ask({"explain", "/dev/mapper/vg00-lvol1"});
-    EXPECT_THAT(ended.output,
-                AllOf(HasSubstr("Claimed by device-mapper, level 16"),
-                      HasSubstr("lvdisplay command execution failed. Status:[5]"),
-                      HasSubstr("The command [/sbin/lvdisplay] ended with exit code 5: no locking")));
+    EXPECT_THAT(ended.output, AllOf(HasSubstr("Claimed by device-mapper, level 16"),
+                                    HasSubstr("lvdisplay command execution failed. Status:[5]"),
+                                    HasSubstr("The command [/sbin/lvdisplay] ended with exit code 5: no locking")));
     EXPECT_EQ(ended.errors, "");
 }
 
@@ -232,18 +232,18 @@ TEST_F(Sysroot, ADirectoryWithoutSysIsRefused)
 {
     directory.remove("sys");
     for (const char* const command : {"claim", "explain", "audit"}) {
-        expectRefused(ask({command, "/dev/sda"}),
-                      "cannot read sys/class/block (No such file or directory) below " + folder.path() +
-                          "; --sysroot takes a directory laid out as for lsblk --sysroot");
+        expectRefused(ask({command, "/dev/sda"}), "cannot read sys/class/block (No such file or directory) below " +
+                                                      folder.path() +
+                                                      "; --sysroot takes a directory laid out as for lsblk --sysroot");
     }
 }
 
 TEST_F(Sysroot, WhatIsNoDirectoryIsRefused)
 {
     directory.file("file", "").link("/links/circle", "circle");
-    for (const auto& [name, reason] : {std::pair("none", "No such file or directory"),
-                                       std::pair("file", "Not a directory"),
-                                       std::pair("links/circle", "Too many levels of symbolic links")}) {
+    for (const auto& [name, reason] :
+         {std::pair("none", "No such file or directory"), std::pair("file", "Not a directory"),
+          std::pair("links/circle", "Too many levels of symbolic links")}) {
         const Ended ended = tests::Process(KIVCLAIM_COMMAND, {"claim", "/dev/sda", "--sysroot", path(name)}).run();
         expectRefused(ended, "cannot open the directory " + path(name) + ": " + reason +
                                  "; --sysroot takes a directory laid out as for lsblk --sysroot");
@@ -268,8 +268,7 @@ TEST_F(Sysroot, ARecordedFileThatCannotBeReadIsRefused)
 {
     directory.remove(std::string(commandPlace) + "output");
     ASSERT_EQ(mkfifo(path(std::string(commandPlace) + "output").c_str(), 0600), 0);
-    expectRefused(ask({"claim", "/dev/sda"}),
-                  "cannot read '" + path(commandPlace) + "output': it is no regular file");
+    expectRefused(ask({"claim", "/dev/sda"}), "cannot read '" + path(commandPlace) + "output': it is no regular file");
 }
 
 TEST_F(Sysroot, TheActivePathIsOfThisMachineOnly)
@@ -294,13 +293,12 @@ TEST_F(Sysroot, LinksThatLeaveTheDirectoryLeadNowhere)
 
 TEST_F(Sysroot, NothingOutsideTheDirectoryIsOpened)
 {
-    for (const std::vector<std::string>& question :
-         {std::vector<std::string>{"claim", "/dev/mapper/mpatha"},
-          {"is-partition", "/dev/mapper/mpatha-part12"},
-          {"partition", "/dev/mapper/mpatha", "1"},
-          {"whole", "/dev/mapper/mpatha-part1"},
-          {"explain", "/dev/mapper/vg00-lvol1"},
-          {"audit"}}) {
+    for (const std::vector<std::string>& question : {std::vector<std::string>{"claim", "/dev/mapper/mpatha"},
+                                                     {"is-partition", "/dev/mapper/mpatha-part12"},
+                                                     {"partition", "/dev/mapper/mpatha", "1"},
+                                                     {"whole", "/dev/mapper/mpatha-part1"},
+                                                     {"explain", "/dev/mapper/vg00-lvol1"},
+                                                     {"audit"}}) {
         // On standard error, which has nothing else to say.
         std::istringstream opened(process(question)
                                       .environment("LD_PRELOAD", KIVCLAIM_OPENED_PATHS_LIBRARY)

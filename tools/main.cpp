@@ -71,11 +71,14 @@ public:
             ->type_name("FILE")
             ->allow_extra_args(false)
             ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
-        app.add_option("--sysroot", session.sysroot,
-                       "Ask about the machine that DIR is a copy of, laid out as for lsblk --sysroot; what DIR does not "
-                       "hold makes an answer unsure")
+        app.add_option(
+               "--sysroot", session.sysroot,
+               "Ask about the machine that DIR is a copy of, laid out as for lsblk --sysroot; what DIR does not "
+               "hold makes an answer unsure")
             ->type_name("DIR")
-            ->check([](const std::string& directory) { return std::string(directory.empty() ? "names no directory" : ""); });
+            ->check([](const std::string& directory) {
+                return std::string(directory.empty() ? "names no directory" : "");
+            });
         app.footer(std::string("Example: kivclaim --tree\nPATH of '-' reads paths from standard input, one a line.\n") +
                    statusHelp);
         app.formatter(std::make_shared<HelpFormatter>(usages));

@@ -17,9 +17,10 @@ struct utsname;
 
 namespace kivclaim::tools {
 
-// While it lives, the claim library, and modules that it plays to, see the recorded machine: through the C library's functions that they
-// call (uname, open, access, sleep; what they opened they close as ever), and through the host's runner. Those of the
-// innermost played machine count. What was not recorded is missing to them, never taken from this machine, and noted.
+// While it lives, the claim library, and modules that it plays to, see the recorded machine: through the C library's
+// functions that they call (uname, open, access, sleep; what they opened they close as ever), and through the host's
+// runner. Those of the innermost played machine count. What was not recorded is missing to them, never taken from this
+// machine, and noted.
 //
 // Nodes of devices are there whether or not files were recorded for them, and everybody may open them.
 //

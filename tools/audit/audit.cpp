@@ -7,8 +7,8 @@
 #include "tools/path_input.h"
 #include "tools/table.h"
 
-#include <nlohmann/json.hpp>
 #include <sys/stat.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -126,7 +126,8 @@ std::string whyUnsure(const Session& session, const AuditedDevice& device)
     // A strange text is given as it is, so it hides nothing.
     const bool isDamaged = session.played() != nullptr && (device.kernel.marks() & ~machine::notUtf8) != 0;
     if (isDamaged) {
-        reason += (reason.empty() ? "" : " and ") + std::string("what was recorded of the device is incomplete or wrong");
+        reason +=
+            (reason.empty() ? "" : " and ") + std::string("what was recorded of the device is incomplete or wrong");
     }
     return reason;
 }
@@ -182,7 +183,8 @@ void complainOfUnsure(const std::vector<AuditedDevice>& devices)
     }
     for (const auto& [reason, count] : reasons) {
         if (!reason.empty()) {
-            complain((count == 1 ? "the answers about 1 device are" : "the answers about " + std::to_string(count) + " devices are") +
+            complain((count == 1 ? "the answers about 1 device are"
+                                 : "the answers about " + std::to_string(count) + " devices are") +
                      std::string(" unsure, because ") + reason);
         }
     }

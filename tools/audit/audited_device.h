@@ -16,7 +16,7 @@ struct LibraryAnswer {
     std::string stack;  // by the names of tools/stack_table.h
     bool isPartition = false;
     std::string wholeDevice;
-    unsigned int partition = 0;               // the number that comes with wholeDevice
+    unsigned int partition = 0;             // the number that comes with wholeDevice
     std::vector<PartitionPath> partitions;  // the path that it gives each partition known to the kernel
 };
 

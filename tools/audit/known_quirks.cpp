@@ -94,7 +94,8 @@ private:
     {
         const std::string_view prefix = claimString(library.stack);
         if (!prefix.empty() && path.rfind(prefix, 0) != 0) {
-            return Explanation{quirk::prefixAnywhere, "'" + std::string(prefix) + "' counts wherever it stands in a path"};
+            return Explanation{quirk::prefixAnywhere,
+                               "'" + std::string(prefix) + "' counts wherever it stands in a path"};
         }
         if (path == kernel.path()) {
             return std::nullopt;
@@ -103,7 +104,7 @@ private:
             return Explanation{quirk::nameDecides, "the name is enough, nothing needs to be there"};
         }
         return Explanation{quirk::nameDecides, "the name decides; the device behind it, " + kernel.number() +
-                                               ", is the kernel's " + kernel.path()};
+                                                   ", is the kernel's " + kernel.path()};
     }
 
     std::optional<Explanation> explainClaimedVolume()
@@ -124,7 +125,8 @@ private:
     std::optional<Explanation> explainClaim()
     {
         if (library.stack == nativeStack.name && !kernel.map().empty()) {
-            return Explanation{quirk::pathOfAMap, "the name is a disk's; that " + kernel.map() + " uses it does not count"};
+            return Explanation{quirk::pathOfAMap,
+                               "the name is a disk's; that " + kernel.map() + " uses it does not count"};
         }
         if (library.stack == deviceMapperStack.name && kernel.isOtherMapping()) {
             return Explanation{quirk::anyMapping, "whatever is under /dev/mapper/ and no logical volume is claimed"};
@@ -162,7 +164,8 @@ private:
         if (endsLikeAPartition(path)) {
             return Explanation{quirk::partitionLikeName, "the name ends like a partition's"};
         }
-        return Explanation{quirk::partitionLikeName, "it ends in a digit, and " + openableNeighbour(asked, path) + " exists"};
+        return Explanation{quirk::partitionLikeName,
+                           "it ends in a digit, and " + openableNeighbour(asked, path) + " exists"};
     }
 
     std::optional<Explanation> explainWhole() const
@@ -176,7 +179,7 @@ private:
         const bool probed = partitionNames(asked) == PartitionNames::probed;
         if (kernel.partition() > 9 && library.wholeDevice != path) {
             return Explanation{quirk::lastDigit, probed ? "the last digit is the number"
-                                                    : "six characters are cut and the last one is the number"};
+                                                        : "six characters are cut and the last one is the number"};
         }
         if (probed) {
             return Explanation{quirk::releaseDecides,
@@ -197,7 +200,7 @@ private:
                                "the number behind the device's, and no such node exists"};
         }
         return Explanation{quirk::releaseDecides, "the kernel's release decides on the name, here " +
-                                                  difference.library.substr(path.size()) + ", not the nodes"};
+                                                      difference.library.substr(path.size()) + ", not the nodes"};
     }
 
     const AskedMachine& asked;
