@@ -3,8 +3,6 @@
 //
 // "ratio" is the time of the list by that of lsblk; the shortest of each are the least disturbed by other processes.
 // The goals: at most 0.25 for the list, 0.6 for all columns, 2 s and 2 KiB a device for 100,000 devices.
-#include "tests/process.h"
-
 #include <benchmark/benchmark.h>
 
 #include <sys/resource.h>
@@ -13,7 +11,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -24,23 +24,6 @@
 namespace {
 
 constexpr std::int64_t devicesOfTheGoals = 2042;
-
-// Written once, removed at the end.
-const std::string& machineOf(std::int64_t devices)
-{
-    static std::map<std::int64_t, std::unique_ptr<tests::TemporaryFolder>> machines;
-    std::unique_ptr<tests::TemporaryFolder>& folder = machines[devices];
-    if (folder == nullptr) {
-        folder = std::make_unique<tests::TemporaryFolder>();
-        const tests::Ended ended =
-            tests::Process(KIVCLAIM_MACHINE_GENERATOR, {folder->path(), std::to_string(devices)}).run();
-        if (ended.status != 0) {
-            std::fputs(ended.errors.c_str(), stderr);
-            std::exit(1);
-        }
-    }
-    return folder->path();
-}
 
 struct Cost {
     double seconds = 0;
@@ -83,6 +66,36 @@ Cost run(const std::vector<std::string>& words)
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     return {elapsed.count(), secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime),
             static_cast<double>(usage.ru_maxrss)};
+}
+
+// A machine in a directory, removed at the end.
+class RecordedMachine {
+public:
+    explicit RecordedMachine(std::int64_t devices)
+        : place(std::filesystem::temp_directory_path() /
+                ("list_bench." + std::to_string(::getpid()) + "." + std::to_string(devices)))
+    {
+        run({KIVCLAIM_MACHINE_GENERATOR, place, std::to_string(devices)});
+    }
+    ~RecordedMachine() { std::filesystem::remove_all(place); }
+    RecordedMachine(const RecordedMachine&) = delete;
+    RecordedMachine& operator=(const RecordedMachine&) = delete;
+
+    const std::string& path() const { return place; }
+
+private:
+    std::string place;
+};
+
+// Written once.
+const std::string& machineOf(std::int64_t devices)
+{
+    static std::map<std::int64_t, std::unique_ptr<RecordedMachine>> machines;
+    std::unique_ptr<RecordedMachine>& machine = machines[devices];
+    if (machine == nullptr) {
+        machine = std::make_unique<RecordedMachine>(devices);
+    }
+    return machine->path();
 }
 
 std::vector<std::string> listing(std::int64_t devices, const std::vector<std::string>& options)
