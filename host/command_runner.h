@@ -49,9 +49,10 @@ struct CommandOutcome {
 //
 // Commands inherit from the process and the calling thread: user and groups, working and root directory, file mask,
 // resource limits, control group, namespaces and capabilities, nice value, scheduling policy, processors and memory
-// nodes, priority of input and output, and how readily the kernel kills for lack of memory. They get a session of their
-// own, default signal handling, standard input from the null device, and no descriptor but the standard ones; and the
-// kernel kills them when the process ends, however that ends, except for a program that changes its user.
+// nodes, priority of input and output, and how readily the kernel kills for lack of memory. They get a process group of
+// their own and no terminal, default signal handling, standard input from the null device, and no descriptor but the
+// standard ones; and the kernel kills them when the process ends, however that ends, except for a program that changes
+// its user.
 //
 // Threads: any, at once; the threads' runs share the limits and the cancellation.
 // Ownership: a run that goes on, and a scope, keep what they need of it: it may be destroyed before them.

@@ -3,6 +3,7 @@
 
 #include "host/runner/wide_text.h"
 #include "host/trace_log.h"
+#include "tests/faults/signal_storm.h"
 #include "tests/runner_fixture.h"
 
 #include <fcntl.h>
@@ -10,7 +11,6 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -769,39 +769,14 @@ TEST_P(ExecPipeLimits, GivesAnOutputOfExactlyTheCap)
     EXPECT_EQ(run("print-bytes 1001", limits).failure.errorNumber, EFBIG);
 }
 
-namespace {
-
-std::atomic<int> interruptions{0};
-
-// Interrupts system calls every millisecond, without their being restarted.
-class Interruptions {
-public:
-    Interruptions() : handling(SIGALRM, [](int) { ++interruptions; }) { setInterval(1000); }
-    Interruptions(const Interruptions&) = delete;
-    Interruptions& operator=(const Interruptions&) = delete;
-    ~Interruptions() { setInterval(0); }
-
-private:
-    static void setInterval(suseconds_t microseconds)
-    {
-        const itimerval interval{{0, microseconds}, {0, microseconds}};
-        ::setitimer(ITIMER_REAL, &interval, nullptr);
-    }
-
-    SignalHandling handling;
-};
-
-}  // namespace
-
 TEST_P(ExecPipeLimits, WorksWhileSignalsInterruptIt)
 {
-    interruptions = 0;
-    const Interruptions storm;
+    const tests::SignalStorm storm;
     EXPECT_EQ(run("print one@n sleep 100 print two@n exit 4", quickLimits()).result, 4);
     EXPECT_THAT(lines, ElementsAre("one", "two"));
     EXPECT_EQ(run("ignore 15 sleep 60000", limitedTo(100ms)).failure.waitStatus, SIGKILL);
     EXPECT_EQ(run("in-grandchild sleep 3000", quickLimits()).result, 0);
-    EXPECT_GT(interruptions, 100);
+    EXPECT_GT(tests::SignalStorm::signals(), 100);
 }
 
 TEST_F(ExecPipe, GivesTheMemoryOfADroppedOutputBack)

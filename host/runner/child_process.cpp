@@ -209,7 +209,12 @@ int ChildProcess::collect()
     if (keeper.isUsed()) {
         keeper.release(patience);
     } else if (process != 0) {
-        while (::waitpid(process, nullptr, WNOHANG) < 0 && errno == EINTR) {
+        pid_t collected;
+        do {
+            collected = ::waitpid(process, nullptr, WNOHANG);
+        } while (collected < 0 && errno == EINTR);
+        if (collected < 0 && errno != ECHILD) {
+            rememberAbandonedChild(process);
         }
     }
     process = 0;

@@ -53,9 +53,14 @@ Ends openSocket()
 // From here to `keep` everything runs in the copy of the process, of whose threads only this one is there: system calls
 // only, because the copy may have locks of the C library that nobody will open.
 
+// A keeper that cannot report is of no use; with its end, the tool is killed and the host hears of it.
 KIVCLAIM_UNSANITIZED void send(int socket, const void* message, std::size_t size)
 {
-    ::syscall(SYS_sendto, socket, message, size, MSG_NOSIGNAL, nullptr, 0);
+    while (::syscall(SYS_sendto, socket, message, size, MSG_NOSIGNAL, nullptr, 0) < 0) {
+        if (errno != EINTR) {
+            endHere();
+        }
+    }
 }
 
 // The keeper has the outputs of the tool where the tool shall have them, and its socket next to them. They are
@@ -203,7 +208,11 @@ void StatusKeeper::leaveBehind() noexcept
 void StatusKeeper::release(std::chrono::milliseconds patience) noexcept
 {
     socket.reset();
-    if (!becomesTrue(patience, [this] { return ::waitpid(process, nullptr, WNOHANG | __WALL) != 0; })) {
+    const auto isCollected = [this] {
+        const pid_t collected = ::waitpid(process, nullptr, WNOHANG | __WALL);
+        return collected > 0 || (collected < 0 && errno == ECHILD);
+    };
+    if (!becomesTrue(patience, isCollected)) {
         leaveBehind();
     }
     process = 0;
