@@ -2,7 +2,7 @@
 add_library(recording_host OBJECT recording_host.cpp recording_host_calls.cpp)
 target_link_libraries(recording_host PUBLIC kivclaim_framework GTest::gtest)
 
-set(captured KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured")
+set(captured KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured/bookworm")
 set(claim_test_sources
     captured_listing_test.cpp
     claim_manager_test.cpp

@@ -81,7 +81,7 @@ std::set<std::string> publicOperations(const std::string& operation)
 void addMessagesOf(const std::string& path, Messages& messages, const std::string& writer = "",
                    const std::string& operation = "")
 {
-    static const std::regex call(R"((?:KIV_TRACE|->trace|[.]trace)\(\s*(\w+)\s*,\s*)");
+    static const std::regex call(R"((?:KIV_TRACE|KIV_TRACE_FAILURE|->trace|[.]trace)\(\s*(\w+)\s*,\s*)");
     const std::string source = contentOf(path);
     for (std::sregex_iterator match(source.begin(), source.end(), call); match != std::sregex_iterator(); ++match) {
         const auto place = static_cast<std::size_t>(match->position());
@@ -93,7 +93,7 @@ void addMessagesOf(const std::string& path, Messages& messages, const std::strin
         }
     }
     // Whatever writes a record has been understood.
-    static const std::regex anyCall(R"(KIV_TRACE\(|(->|[.])trace\()");
+    static const std::regex anyCall(R"(KIV_TRACE(_FAILURE)?\(|(->|[.])trace\()");
     const auto count = [&](const std::regex& kind) {
         return std::distance(std::sregex_iterator(source.begin(), source.end(), kind), std::sregex_iterator());
     };

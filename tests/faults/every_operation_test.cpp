@@ -66,9 +66,10 @@ protected:
     }
 };
 
-// The first call of the standard library's or ACE's own may keep memory for good.
+// The first call of the standard library's, ACE's or GoogleTest's own may keep memory for good.
 void warmUp(const Operation& operation)
 {
+    SCOPED_TRACE("warming up");
     Host host;
     operation.machine(host);
     Library library(host);
