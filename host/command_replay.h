@@ -29,8 +29,10 @@ struct CommandOutcome {
 // command, or ends. Failure: what `recorded` throws, Exec throws; running out of memory is std::bad_alloc.
 class ZTFI_API CommandReplay {
 public:
+    // Gives the outcome of a command line; none for a command that was not recorded.
     using Recorded = std::function<std::optional<CommandOutcome>(const std::string& command)>;
 
+    // Opens the replay. Nothing is asked yet.
     explicit CommandReplay(Recorded recorded);
     CommandReplay(const CommandReplay&) = delete;
     CommandReplay& operator=(const CommandReplay&) = delete;
