@@ -43,7 +43,7 @@ NOTED(int, execve, (const char* path, char* const* words, char* const* environme
       (path, words, environment))
 NOTED(int, posix_spawn,
       (pid_t * child, const char* path, const posix_spawn_file_actions_t* actions, const posix_spawnattr_t* attributes,
-       char* const* words, char* const* environment) noexcept,
+       char* const* words, char* const* environment),
       (child, path, actions, attributes, words, environment))
 
 #define NOTED_OPEN(name, parameters, last, arguments)                                  \
