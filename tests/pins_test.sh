@@ -23,7 +23,7 @@ fi
 
 # Every quirk that the audit can name has its entry, and every entry with a short name can be named.
 entries=$(grep -oE "^\`[a-z-]+\` \*\*" docs/quirks.md | grep -oE '[a-z-]+' | sort -u)
-named=$(grep -ohE '"[a-z]+(-[a-z]+)+"[,} ]' tools/audit/known_quirks.cpp | grep -oE '[a-z]+(-[a-z]+)+' | grep -v '^device-mapper$' | sort -u)
+named=$(grep -oE '"[a-z]+(-[a-z]+)+";' tools/quirk_names.h | tr -d '";' | sort -u)
 if [ -z "$named" ] || [ "$named" != "$entries" ]; then
     printf 'the short names of docs/quirks.md and of the audit differ:\n'
     diff <(printf '%s\n' "$entries") <(printf '%s\n' "$named")
