@@ -1,4 +1,5 @@
 // The command runner under faults of the system: calls that fail or lie, tools that interfere, a host that is stopped.
+#include "host/command_runner.h"
 #include "tests/faults/signal_storm.h"
 #include "tests/faults/stopped_host.h"
 #include "tests/faults/system_call_faults.h"
@@ -14,6 +15,7 @@
 #include <atomic>
 #include <new>
 #include <set>
+#include <system_error>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -30,7 +32,6 @@ using tests::gives;
 using tests::givesDescriptor;
 using tests::goesOn;
 using tests::passesUnder;
-using tests::Reply;
 using tests::SystemCall;
 using namespace std::chrono_literals;
 
@@ -44,7 +45,7 @@ std::string textOf(const SystemCall& call, std::uint64_t address)
     char text[64] = {};
     const std::size_t left = 4096 - address % 4096;
     const iovec local{text, std::min(left, sizeof text - 1)};
-    const iovec remote{reinterpret_cast<void*>(address), local.iov_len};
+    const iovec remote{tests::addressOf(address), local.iov_len};
     ::process_vm_readv(call.process, &local, 1, &remote, 1, 0);
     return text;
 }
@@ -446,6 +447,9 @@ INSTANTIATE_TEST_SUITE_P(
         FailingCall{"socketpair_EACCES", SYS_socketpair, EACCES, Maker::host, Expected::reason, SIG_IGN},
         FailingCall{"clone_EAGAIN", SYS_clone, EAGAIN, Maker::host, Expected::reason, SIG_IGN},
         FailingCall{"clone_ENOMEM", SYS_clone, ENOMEM, Maker::host, Expected::reason, SIG_IGN},
+        FailingCall{"read_EINTR", SYS_read, EINTR, Maker::host, Expected::rightResult, SIG_IGN},
+        FailingCall{"read_EIO", SYS_read, EIO, Maker::host, Expected::reason, SIG_IGN},
+        FailingCall{"poll_EINTR", SYS_poll, EINTR, Maker::host, Expected::rightResult, SIG_IGN},
         FailingCall{"recvfrom_EINTR", SYS_recvfrom, EINTR, Maker::host, Expected::rightResult, SIG_IGN},
         FailingCall{"recvfrom_EIO", SYS_recvfrom, EIO, Maker::host, Expected::reason, SIG_IGN},
         FailingCall{"wait4_EINTR", SYS_wait4, EINTR, Maker::host, Expected::rightResult, SIG_IGN},
@@ -460,6 +464,15 @@ INSTANTIATE_TEST_SUITE_P(
         FailingCall{"KeepersWaitid_EINVAL", SYS_waitid, EINVAL, Maker::startedProcess, Expected::reason, SIG_IGN},
         FailingCall{"KeepersRead_EINTR", SYS_read, EINTR, Maker::startedProcess, Expected::rightResult, SIG_IGN}),
     [](const auto& parameter) { return std::string(parameter.param.name); });
+
+// --- A runner of a host's own ---
+
+TEST_F(ExecPipeFaults, SaysThatThereIsNoDescriptorForACommandRunner)
+{
+    int made = 0;
+    EXPECT_TRUE(passesUnder({SYS_eventfd2}, tests::failingAt(SYS_eventfd2, 1, EMFILE, made),
+                            [] { EXPECT_THROW(kivclaim::host::CommandRunner{}, std::system_error); }));
+}
 
 // --- A keeper that is lost ---
 

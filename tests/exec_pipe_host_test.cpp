@@ -120,6 +120,21 @@ TEST_P(ExecPipeInAHost, GivesTheToolWhatItGetsEverywhere)
     EXPECT_EQ(group.front().substr(0, blank), group.front().substr(blank + 1));
 }
 
+namespace {
+
+std::string readyMark;
+
+// Asks only when the tool has said that it is ready.
+int signalWhenReady(pid_t process, int signal)
+{
+    while (std::ifstream(readyMark).peek() == EOF) {
+        std::this_thread::yield();
+    }
+    return ::kill(process, signal);
+}
+
+}  // namespace
+
 TEST_P(ExecPipeInAHost, EndsTheGroupAtTheTimeLimit)
 {
     Lines lines;
@@ -127,7 +142,11 @@ TEST_P(ExecPipeInAHost, EndsTheGroupAtTheTimeLimit)
     EXPECT_EQ(asked.result, 128 + SIGTERM);
     EXPECT_EQ(asked.failure.waitStatus, SIGTERM);
     EXPECT_THAT(lines, ElementsAre("early"));
-    const CommandResult killed = runCommand(probe + " ignore 15 sleep 60000", limitedTo(200ms), lines);
+    const TemporaryFile mark;
+    readyMark = mark.path;
+    const CommandResult killed =
+        runCommand(probe + " ignore 15 append-to " + mark.path + " sleep 60000", limitedTo(200ms), lines,
+                   {kivclaim::host_internal::realSystemCalls().processDescriptor, &signalWhenReady});
     EXPECT_EQ(killed.failure.waitStatus, SIGKILL);
 }
 
@@ -262,6 +281,8 @@ TEST_F(ExecPipeHost, PassesOnAnEnvironmentOfManyPages)
 {
     std::vector<std::string> texts;
     std::vector<char*> entries;
+    texts.reserve(3002);
+    entries.reserve(3003);
     for (int i = 0; i < 3000; ++i) {
         texts.push_back("LC_" + std::to_string(i) + "=" + std::string(static_cast<std::size_t>(i % 50), 'x'));
     }

@@ -367,7 +367,9 @@ TEST_F(ExecPipe, BoundsTheRecordWhateverTheCommandsLength)
 {
     constexpr std::size_t most = 65536;
     for (const char byte : {'x', '\xff'}) {
-        const Outcome notRun = exec(probe + " " + std::string(10000000, byte));
+        std::string longWord;
+        longWord.resize(std::size_t{10} << 20, byte);
+        const Outcome notRun = exec(probe + " " + longWord);
         EXPECT_TRUE(notRun.wasThrown);
         EXPECT_LE(bytesOf(notRun.failure), most);
         EXPECT_THAT(notRun.failure.message, testing::StartsWith("Cannot run [" + probe + " "));

@@ -3,12 +3,12 @@
 #include "host/runner/process_table.h"
 
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <mutex>
 
 namespace kivclaim::host_internal {

@@ -149,8 +149,11 @@ ChildProcess::Look ChildProcess::lookDirectly() noexcept
 // Somebody else has collected the child.
 bool ChildProcess::isStatusKnownToKernel() noexcept
 {
+    if (keeper.isUsed()) {
+        return false;
+    }
     rememberLostStatus();
-    return !keeper.isUsed() && readLostStatus(processDescriptor, waitStatus);
+    return readLostStatus(processDescriptor, waitStatus);
 }
 
 bool ChildProcess::hasEnded()

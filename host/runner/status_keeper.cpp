@@ -180,6 +180,10 @@ void StatusKeeper::startTool(ToolStart& start)
 
 StatusKeeper::Report StatusKeeper::receive(int& waitStatus) noexcept
 {
+    if (reported.has_value()) {
+        waitStatus = *reported;
+        return Report::status;
+    }
     int status = 0;
     const ssize_t count = receiveMessage(socket, &status, sizeof status, MSG_DONTWAIT);
     if (count < 0 && errno == EAGAIN) {
@@ -188,6 +192,7 @@ StatusKeeper::Report StatusKeeper::receive(int& waitStatus) noexcept
     if (count != sizeof status) {
         return Report::lost;
     }
+    reported = status;
     waitStatus = status;
     return Report::status;
 }

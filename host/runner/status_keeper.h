@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <optional>
 
 namespace kivclaim::host_internal {
 
@@ -41,7 +42,7 @@ public:
     // Becomes readable when the tool ends.
     int descriptor() const { return socket.get(); }
 
-    // Looks for the report of the tool's end; `waitStatus` is filled when it is there.
+    // Looks for the report of the tool's end; `waitStatus` is filled when it has come.
     Report receive(int& waitStatus) noexcept;
 
     // Whether the keeper still holds the tool's number.
@@ -57,6 +58,7 @@ public:
 private:
     pid_t process = 0;
     FileDescriptor socket;
+    std::optional<int> reported;
 };
 
 }  // namespace kivclaim::host_internal

@@ -4,11 +4,11 @@
 
 #include <poll.h>
 #include <sys/wait.h>
-#include <time.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 
 namespace kivclaim::host_internal {
 

@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include <gtest/gtest.h>
@@ -157,10 +158,19 @@ Judge failingAt(int number, int count, int errorNumber, int& made)
     };
 }
 
+// The compiler need not know that it is another process's.
+void* addressOf(std::uint64_t address)
+{
+    void* pointer = nullptr;
+    static_assert(sizeof pointer == sizeof address, "system calls have the arguments of the processor");
+    std::memcpy(&pointer, &address, sizeof pointer);
+    return pointer;
+}
+
 void writeForCaller(const SystemCall& call, std::uint64_t address, const void* bytes, std::size_t size)
 {
     const iovec local{const_cast<void*>(bytes), size};
-    const iovec remote{reinterpret_cast<void*>(address), size};
+    const iovec remote{addressOf(address), size};
     require(::process_vm_writev(call.process, &local, 1, &remote, 1, 0) == static_cast<ssize_t>(size), "writing");
 }
 

@@ -59,6 +59,9 @@ bool passesUnder(const std::vector<int>& numbers, const Judge& judge, const std:
 // A judge that lets the `count`th call (from 1) with this number fail; `made` counts those of the host.
 Judge failingAt(int number, int count, int errorNumber, int& made);
 
+// An argument that is an address in the process that waits.
+void* addressOf(std::uint64_t address);
+
 // Writes into the memory of the process that waits in `call`.
 void writeForCaller(const SystemCall& call, std::uint64_t address, const void* bytes, std::size_t size);
 
