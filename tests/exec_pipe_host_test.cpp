@@ -412,7 +412,8 @@ TEST_F(ExecPipeHost, LosesNoToolWhenAnotherOfItsThreadsEnds)
     std::atomic<bool> isStarted{false};
     std::thread starter;
     std::thread runner([&] {
-        starter = std::thread([&] { isStarted = true; });
+        starter = std::thread([] {});
+        isStarted = true;  // only now may the other thread join it
         outcome = exec(probe + " print out@n sleep 300 exit 3");
     });
     while (!isStarted) {
