@@ -138,7 +138,7 @@ int signalWhenReady(pid_t process, int signal)
 TEST_P(ExecPipeInAHost, EndsTheGroupAtTheTimeLimit)
 {
     Lines lines;
-    const CommandResult asked = runCommand(probe + " print early@n sleep 60000", limitedTo(200ms), lines);
+    const CommandResult asked = runCommand(probe + " print early@n sleep 60000", limitedTo(2000ms), lines);
     EXPECT_EQ(asked.result, 128 + SIGTERM);
     EXPECT_EQ(asked.failure.waitStatus, SIGTERM);
     EXPECT_THAT(lines, ElementsAre("early"));
