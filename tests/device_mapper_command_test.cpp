@@ -10,6 +10,7 @@
 #include <string>
 
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using tests::Ended;
 using tests::Process;
@@ -181,7 +182,8 @@ TEST_F(DeviceMapperCommand, ListsTwoThousandDevicesWithOneRunOfTheTool)
     lvdisplay("");
     const Ended ended = onMachineWithMaps(2000, {"list", "-n"});
     EXPECT_EQ(std::count(ended.output.begin(), ended.output.end(), '\n'), 2000) << ended.errors;
-    EXPECT_THAT(ended.output, HasSubstr("/dev/mapper/mpath1999-x device-mapper    16"));
+    // Whether a heading that is not shown makes its column wider is up to the release of libsmartcols.
+    EXPECT_THAT(ended.output, ContainsRegex("/dev/mapper/mpath1999-x device-mapper +16"));
     EXPECT_EQ(runs(), 1);
 }
 

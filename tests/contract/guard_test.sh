@@ -27,32 +27,39 @@ swap() {
     alter "$1" "$one{h;d};$other{G}"
 }
 
-library=libkivclaim.so.1 guard='' names=''
+# `names` is how abidiff puts it, `fact` how it is put where the dump is of another toolchain.
+library=libkivclaim.so.1 guard='' names='' fact=''
 case $alteration in
     nothing) ;;
     swapped_slots)
         swap claim/kiv_device_claim_base.h ' claim(const std::string& path) = 0;' ' isPartition('
         guard=abi names='CKivDeviceClaimBase::claim(const std::string&) changed from 4 to 5'
+        fact='new: CKivDeviceClaimBase: slot 5 is CKivDeviceClaimBase::claim('
         ;;
     swapped_slots_of_the_manager)
         swap claim/kiv_claim_manager.h ' claim(const std::string& path);' ' isPartition('
         guard=abi names='CKivClaimManager::claim(const std::string&) changed from 5 to 6'
+        fact='new: CKivClaimManager: slot 6 is CKivClaimManager::claim('
         ;;
     swapped_slots_of_the_reference_count)
         swap framework/cfitracelog.h 'virtual unsigned int increment()' 'virtual unsigned int decrement()'
         guard=abi names='CFiRefCount::increment() changed from 2 to 3'
+        fact='new: CFiRefCount: slot 3 is ztfi_pdk_4_4::CFiRefCount::increment()'
         ;;
     new_field)
         alter claim/kiv_claim_manager.h 's/^( *)std::vector<CKivDeviceClaimBase\*> modules;/&\n\1int extra = 0;/'
         guard=abi names="'int extra', at offset"
+        fact='new: CKivClaimManager: field extra at '
         ;;
     new_field_of_the_runner)
         alter framework/cfiexecpipe.h 's/^( *)EFiExecPipe lastFailure;/&\n\1int extra = 0;/'
         library=libztfi_pdk.so.4.4 guard=abi names="'int extra', at offset"
+        fact='new: CFiExecPipeBase: field extra at '
         ;;
     other_claim_level)
         alter claim/kiv_device_claim_base.h 's/(ZTFI_DEVICE_CLAIM_LEVEL_KIV_SECONDARY) = 16/\1 = 17/'
         guard=abi names="ZTFI_DEVICE_CLAIM_LEVEL_KIV_SECONDARY' from value '16' to '17'"
+        fact='new: ZTFI_DEVICE_CLAIM_LEVEL: ZTFI_DEVICE_CLAIM_LEVEL_KIV_SECONDARY is 17'
         ;;
     lost_export)
         alter claim/libkivclaim.map 's/^ *CZtKIVSupport::\*;//'
@@ -101,4 +108,5 @@ if "$guard" >report 2>&1; then
     exit 1
 fi
 cat report
+[ "$guard" != abi ] || ! grep -q '^shared: ' report || names=$fact
 grep -qF -- "$names" report || { echo "the guard '$guard' does not name: $names" && exit 1; }
