@@ -40,6 +40,9 @@ add_dependencies(device_mapper_command_test kivclaim_command)
 
 kivclaim_test(captured_machine_test
     SOURCES captured_machine_test.cpp
-    LIBRARIES process
-    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${captured})
+    LIBRARIES process captured_releases
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        KIVCLAIM_LAB_RELEASES="${PROJECT_SOURCE_DIR}/lab/releases"
+        KIVCLAIM_UNPACK_MACHINE="${CMAKE_CURRENT_SOURCE_DIR}/unpack_machine")
 add_dependencies(captured_machine_test kivclaim_command)
