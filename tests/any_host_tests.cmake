@@ -27,7 +27,7 @@ target_link_options(plugin_without_host PRIVATE -Wl,-z,undefs)
 # The scenarios of the modules on the second host's string tools.
 kivclaim_test(claim_on_second_host_test PREFIX OnSecondHost.
     SOURCES $<TARGET_OBJECTS:claim_on_bundled_string_tools_test>
-    LIBRARIES plugin_on_second_host second_host recording_host)
+    LIBRARIES plugin_on_second_host second_host recording_host captured_releases)
 
 # One program for all hosts. It knows the plug-in's classes by their headers alone, so checks that need their type
 # information are left out.

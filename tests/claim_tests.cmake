@@ -2,7 +2,11 @@
 add_library(recording_host OBJECT recording_host.cpp recording_host_calls.cpp)
 target_link_libraries(recording_host PUBLIC kivclaim_framework GTest::gtest)
 
-set(captured KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured/bookworm")
+# What was captured in the lab, for the tests that read it.
+add_library(captured_releases OBJECT captured_releases.cpp)
+target_include_directories(captured_releases PUBLIC ${PROJECT_SOURCE_DIR})
+target_compile_definitions(captured_releases PRIVATE KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured")
+
 set(claim_test_sources
     captured_listing_test.cpp
     claim_manager_test.cpp
@@ -16,14 +20,13 @@ set(claim_test_sources
 
 kivclaim_test(claim_test
     SOURCES ${claim_test_sources} recording_string_tool.cpp
-    LIBRARIES kivclaim::kivclaim recording_host
-    DEFINITIONS KIVCLAIM_OWN_STRING_TOOLS ${captured})
+    LIBRARIES kivclaim::kivclaim recording_host captured_releases
+    DEFINITIONS KIVCLAIM_OWN_STRING_TOOLS)
 
 # The same scenarios on the bundled string tools.
 kivclaim_test(claim_on_bundled_string_tools_test PREFIX OnBundledStringTools.
     SOURCES ${claim_test_sources}
-    LIBRARIES kivclaim::kivclaim kivclaim::ztfi_pdk recording_host
-    DEFINITIONS ${captured})
+    LIBRARIES kivclaim::kivclaim kivclaim::ztfi_pdk recording_host captured_releases)
 
 # The same library while memory, locks, log or pauses fail.
 if(NOT KIVCLAIM_SANITIZERS MATCHES thread)

@@ -56,8 +56,11 @@ add_dependencies(device_mapper_command_test kivclaim_command told_release)
 
 kivclaim_test(captured_machine_test
     SOURCES captured_machine_test.cpp
-    LIBRARIES process
-    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${captured})
+    LIBRARIES process captured_releases
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        KIVCLAIM_LAB_RELEASES="${PROJECT_SOURCE_DIR}/lab/releases"
+        KIVCLAIM_UNPACK_MACHINE="${CMAKE_CURRENT_SOURCE_DIR}/unpack_machine")
 add_dependencies(captured_machine_test kivclaim_command)
 
 # Sees what a program opens.
@@ -74,5 +77,7 @@ add_dependencies(sysroot_command_test kivclaim_command claims_too_much opened_pa
 kivclaim_test(captured_roots_test
     SOURCES captured_roots_test.cpp
     LIBRARIES process sysfs_directory
-    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${captured})
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured")
 add_dependencies(captured_roots_test kivclaim_command)

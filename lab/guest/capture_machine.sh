@@ -9,7 +9,7 @@ umockdev-record /dev/sd* /dev/dm-* | captured devices.umockdev
 # One volume is mounted and one is swapped to, so that there are such ones.
 volumes=(/dev/mapper/local-root /dev/mapper/vg00-home--dir)
 mke2fs -q -t ext4 -O ^has_journal -L root -U 00000000-0000-4000-8000-00000000000a "${volumes[0]}"
-mkswap -q -L swap -U 00000000-0000-4000-8000-00000000000b "${volumes[1]}" >/dev/null
+mkswap -L swap -U 00000000-0000-4000-8000-00000000000b "${volumes[1]}" >/dev/null
 mkdir -p /mnt
 mount "${volumes[0]}" /mnt
 swapon "${volumes[1]}"

@@ -1,7 +1,7 @@
 # Prints those files of this machine that say what its block devices are, laid out for a program that takes another
 # root directory, such as lsblk --sysroot. A line without a blank in front is a directory, from the root on; the lines
 # below it are its files, NAME=CONTENT with the escapes of printf's %b, and its links, NAME -> TARGET. A node under /dev
-# is a file with the properties that udev knows. tests/unpack_machine.sh makes directories and files of it again.
+# is a file with the properties that udev knows. tests/unpack_machine makes directories and files of it again.
 # shellcheck shell=bash
 set -u
 shopt -s nullglob
@@ -81,7 +81,7 @@ node() {
 udev_data() {
     local text
     [ -r "/run/udev/data/$1" ] || return 0
-    text=$(grep -E "^S:|^L:|^V:|^E:${properties#^}" "/run/udev/data/$1" | grep -v '^S:disk/by-diskseq/')
+    text=$(grep -E "^S:|^L:|^V:|^E:${properties#^}" "/run/udev/data/$1" | grep -v '^S:disk/by-diskseq/' | sort)
     printf ' %s=%s\n' "$1" "${text//$'\n'/\\n}\\n"
 }
 
