@@ -32,6 +32,7 @@ using tests::gives;
 using tests::givesDescriptor;
 using tests::goesOn;
 using tests::passesUnder;
+using tests::pollCall;
 using tests::SystemCall;
 using namespace std::chrono_literals;
 
@@ -92,13 +93,13 @@ TEST_F(ExecPipeFaults, IsNotHeldByADescendantThatReadsTheOutputItself)
 
 TEST_F(ExecPipeFaults, JudgesAToolThatEndedWhileTheHostWasStoppedByHowItEnded)
 {
-    EXPECT_TRUE(passesUnder({SYS_poll}, tests::stoppingTheHostFor(600ms), [] {
+    EXPECT_TRUE(passesUnder({pollCall}, tests::stoppingTheHostFor(600ms), [] {
         Lines lines;
         const CommandResult result = runCommand(probe + " sleep 100 print out@n exit 0", limitedTo(300ms), lines);
         EXPECT_EQ(result.result, 0) << result.failure.message;
         EXPECT_THAT(lines, ElementsAre("out"));
     }));
-    EXPECT_TRUE(passesUnder({SYS_poll}, tests::stoppingTheHostFor(600ms), [] {
+    EXPECT_TRUE(passesUnder({pollCall}, tests::stoppingTheHostFor(600ms), [] {
         Lines lines;
         const CommandResult result = runCommand(probe + " print-bytes 60000 exit 4", limitedTo(300ms), lines);
         EXPECT_EQ(result.result, 4);
@@ -118,7 +119,7 @@ TEST_F(ExecPipeFaults, JudgesAToolWhoseEndIsNoticedAtTheLimitByHowItEnded)
 
 TEST_F(ExecPipeFaults, EndsAToolThatStillRunsWhenTheHostGoesOnAfterTheLimit)
 {
-    EXPECT_TRUE(passesUnder({SYS_poll}, tests::stoppingTheHostFor(600ms), [] {
+    EXPECT_TRUE(passesUnder({pollCall}, tests::stoppingTheHostFor(600ms), [] {
         Lines lines;
         const CommandResult result = runCommand(probe + " sleep 60000", limitedTo(300ms), lines);
         EXPECT_EQ(result.result, 128 + SIGTERM);
@@ -412,8 +413,8 @@ INSTANTIATE_TEST_SUITE_P(
         FailingCall{"clone_ENOMEM", SYS_clone, ENOMEM, Maker::host, Expected::reason},
         FailingCall{"clone_EPERM", SYS_clone, EPERM, Maker::host, Expected::reason},
         FailingCall{"clone_EMFILE", SYS_clone, EMFILE, Maker::host, Expected::rightResult},
-        FailingCall{"poll_EINTR", SYS_poll, EINTR, Maker::host, Expected::rightResult},
-        FailingCall{"poll_ENOMEM", SYS_poll, ENOMEM, Maker::host, Expected::reason},
+        FailingCall{"poll_EINTR", pollCall, EINTR, Maker::host, Expected::rightResult},
+        FailingCall{"poll_ENOMEM", pollCall, ENOMEM, Maker::host, Expected::reason},
         FailingCall{"waitid_EINTR", SYS_waitid, EINTR, Maker::host, Expected::rightResult},
         FailingCall{"waitid_EINVAL", SYS_waitid, EINVAL, Maker::host, Expected::reason},
         FailingCall{"waitid_EPERM", SYS_waitid, EPERM, Maker::host, Expected::reason},
@@ -449,7 +450,7 @@ INSTANTIATE_TEST_SUITE_P(
         FailingCall{"clone_ENOMEM", SYS_clone, ENOMEM, Maker::host, Expected::reason, SIG_IGN},
         FailingCall{"read_EINTR", SYS_read, EINTR, Maker::host, Expected::rightResult, SIG_IGN},
         FailingCall{"read_EIO", SYS_read, EIO, Maker::host, Expected::reason, SIG_IGN},
-        FailingCall{"poll_EINTR", SYS_poll, EINTR, Maker::host, Expected::rightResult, SIG_IGN},
+        FailingCall{"poll_EINTR", pollCall, EINTR, Maker::host, Expected::rightResult, SIG_IGN},
         FailingCall{"recvfrom_EINTR", SYS_recvfrom, EINTR, Maker::host, Expected::rightResult, SIG_IGN},
         FailingCall{"recvfrom_EIO", SYS_recvfrom, EIO, Maker::host, Expected::reason, SIG_IGN},
         FailingCall{"wait4_EINTR", SYS_wait4, EINTR, Maker::host, Expected::rightResult, SIG_IGN},

@@ -2,6 +2,7 @@
 #ifndef KIVCLAIM_TESTS_FAULTS_SYSTEM_CALL_FAULTS_H
 #define KIVCLAIM_TESTS_FAULTS_SYSTEM_CALL_FAULTS_H
 
+#include <sys/syscall.h>
 #include <sys/types.h>
 
 #include <array>
@@ -10,6 +11,13 @@
 #include <vector>
 
 namespace tests {
+
+// The number of the call that libc's poll makes: newer architectures have ppoll alone.
+#ifdef SYS_poll
+constexpr int pollCall = SYS_poll;
+#else
+constexpr int pollCall = SYS_ppoll;
+#endif
 
 // A system call that waits for its reply.
 struct SystemCall {
