@@ -176,7 +176,8 @@ inline kivclaim::host_internal::RunLimits limitedTo(std::chrono::milliseconds ti
 inline bool isRunning(const std::string& process)
 {
     std::ifstream status("/proc/" + process + "/status");
-    const std::string text{std::istreambuf_iterator<char>(status), std::istreambuf_iterator<char>()};
+    std::string text;
+    std::getline(status, text, '\0');  // unlike an iterator it does not throw when the process ends meanwhile
     return !text.empty() && text.find("State:\tZ") == std::string::npos;
 }
 

@@ -189,7 +189,8 @@ KIVCLAIM_UNSANITIZED void startTool(ToolStart& start) noexcept
     start.errorNumber = 0;
     start.reason = nullptr;
     start.process = cloneTool(start, start.wantsDescriptor ? CLONE_PIDFD : 0);
-    if (start.process < 0 && (errno == EMFILE || errno == ENFILE)) {
+    // EINVAL is the answer of emulators that know no descriptors of processes.
+    if (start.process < 0 && (errno == EMFILE || errno == ENFILE || errno == EINVAL)) {
         start.process = cloneTool(start, 0);  // the child is then asked from time to time
     }
     if (start.process < 0) {
