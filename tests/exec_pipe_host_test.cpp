@@ -186,6 +186,7 @@ TEST_P(ExecPipeInAHost, LeavesAToolBehindThatNothingEndsAndCollectsItLater)
                    {kivclaim::host_internal::realSystemCalls().processDescriptor, &reachNobody});
     EXPECT_FALSE(result.hasRun);
     EXPECT_THAT(result.failure.message, HasSubstr("left behind"));
+    ASSERT_GT(unreachable, 0) << "no tool was started";
     ASSERT_EQ(::kill(unreachable, SIGKILL), 0);
     siginfo_t information;
     ASSERT_EQ(::waitid(P_ALL, 0, &information, WEXITED | WNOWAIT | __WALL), 0);

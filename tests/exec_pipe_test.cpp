@@ -825,6 +825,7 @@ TEST_F(ExecPipe, LeavesAChildBehindThatNothingEndsAndCollectsItLater)
     EXPECT_THAT(result.failure.message, HasSubstr("left behind"));
     EXPECT_THAT(lines, ElementsAre("earlier"));
 
+    ASSERT_GT(unreachable, 0) << "no tool was started";
     ASSERT_EQ(::kill(unreachable, SIGKILL), 0);
     siginfo_t information;
     ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(unreachable), &information, WEXITED | WNOWAIT), 0);
@@ -856,6 +857,7 @@ TEST_F(ExecPipe, RemembersAChildLeftBehindAlsoWhenNoFileCanBeOpened)
         runCommand(probe + " sleep 60000", hopelessLimits(), lines,
                    {realSystemCalls().processDescriptor, &reachNobodyAndUseUpTheDescriptors});
     }
+    ASSERT_GT(unreachable, 0) << "no tool was started";
     ASSERT_EQ(::kill(unreachable, SIGKILL), 0);
     siginfo_t information;
     ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(unreachable), &information, WEXITED | WNOWAIT), 0);
@@ -891,6 +893,7 @@ TEST_F(ExecPipe, SaysAtOnceThatAToolOfAnotherUserCannotBeEnded)
     EXPECT_EQ(result.failure.waitStatus, -1);
     EXPECT_THAT(result.failure.message, HasSubstr("it runs as another user"));
     EXPECT_THAT(result.failure.message, EndsWith(": why"));
+    ASSERT_GT(unreachable, 0) << "no tool was started";
     ::kill(unreachable, SIGKILL);
     EXPECT_EQ(::waitpid(unreachable, nullptr, 0), unreachable.load());
 }
@@ -899,6 +902,7 @@ TEST_F(ExecPipe, ForgetsAChildLeftBehindThatTheProcessCollectsItself)
 {
     Lines lines;
     runCommand(probe + " sleep 60000", hopelessLimits(), lines, {realSystemCalls().processDescriptor, &reachNobody});
+    ASSERT_GT(unreachable, 0) << "no tool was started";
     ::kill(unreachable, SIGKILL);
     EXPECT_EQ(::waitpid(unreachable, nullptr, 0), unreachable.load()) << "the process collects it itself";
     EXPECT_EQ(runCommand(probe + " exit 0", quickLimits(), lines).result, 0);
