@@ -84,7 +84,7 @@ std::string readAll(int descriptor, Clock::time_point end)
 {
     std::string text;
     for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
         pollfd waiting{descriptor, POLLIN, 0};
         if (left.count() <= 0 || poll(&waiting, 1, static_cast<int>(left.count())) <= 0) {
             return text;
