@@ -97,8 +97,9 @@ int fail(int error)
 
 }  // namespace
 
-PlayedMachine::PlayedMachine(const Root& root)
-    : machine(devicesOf(root)),
+PlayedMachine::PlayedMachine(const Root& root, const Machine* known)
+    : own(known == nullptr ? std::optional<Machine>(devicesOf(root)) : std::nullopt),
+      machine(known == nullptr ? *own : *known),
       files(root),
       replay([this](const std::string& command) { return outcomeOf(command); }),
       outer(innermost)

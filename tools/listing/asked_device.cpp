@@ -8,9 +8,22 @@
 
 namespace kivclaim::tools {
 
+namespace {
+
+SessionOptions withKnown(SessionOptions options, const kivclaim::machine::Machine& machine)
+{
+    options.known = &machine;
+    return options;
+}
+
+}  // namespace
+
 DeviceQuestions::DeviceQuestions(const SessionOptions& options, const kivclaim::machine::Machine& machine,
                                  bool withMarks)
-    : machine(machine), session(options, Questions::many), keepsList(!options.noSnapshot), withMarks(withMarks)
+    : machine(machine),
+      session(withKnown(options, machine), Questions::many),
+      keepsList(!options.noSnapshot),
+      withMarks(withMarks)
 {
     query.emplace(session.manager);
 }
