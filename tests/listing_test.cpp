@@ -342,6 +342,53 @@ TEST_F(Listing, AFailedListingMarksVolumesAndMakesOtherMappingsUnsure)
               "/dev/sdc \n");
 }
 
+TEST_F(Listing, AnAnswerThatNeedsWhatWasNotRecordedIsMarkedUnsure)
+{
+    addSmallMachine();
+    machine.remove("proc/sys/kernel/osrelease");
+    const std::vector<std::string> marked = {"-r", "-n", "-o", "DEVICE,MARK"};
+    EXPECT_EQ(output(marked),
+              "/dev/mapper/mpatha \n"
+              "/dev/mapper/mpatha-part1 release-decides,unsure\n"
+              "/dev/sda path-of-a-map\n"
+              "/dev/sdb path-of-a-map\n"
+              "/dev/sdc \n")
+        << "how its partitions are named depends on the kernel's release";
+    machine.remove("kivclaim/commands/sbin/lvdisplay/output");
+    EXPECT_EQ(output(marked),
+              "/dev/mapper/mpatha unsure\n"
+              "/dev/mapper/mpatha-part1 release-decides,unsure\n"
+              "/dev/sda path-of-a-map\n"
+              "/dev/sdb path-of-a-map\n"
+              "/dev/sdc \n");
+    EXPECT_EQ(output({"-m", "-n", "-o", "DEVICE,MARK", "/dev/mapper/mpatha", "/dev/sdc"}),
+              "/dev/mapper/mpatha unsure\n");
+}
+
+// A terminal is a matter of its own: the pseudo-terminal of script(1).
+TEST_F(Listing, ShowsColorsOnATerminalUnlessTheEnvironmentOrTheUserRefuses)
+{
+    addSmallMachine();
+    const auto onATerminal = [&](const std::string& variables, const std::string& options) {
+        return tests::Process("script", {"--quiet", "--return", "--command",
+                                         variables + " " + KIVCLAIM_COMMAND + " list --sysroot " + machine.path() +
+                                             " -n -o STACK " + options + " /dev/sda",
+                                         "/dev/null"})
+            .run()
+            .output;
+    };
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=xterm", ""), "\033[36mnative\033[0m\r\n");
+    EXPECT_EQ(onATerminal("env NO_COLOR= TERM=xterm", ""), "\033[36mnative\033[0m\r\n") << "empty is not set";
+    EXPECT_EQ(onATerminal("env NO_COLOR=1 TERM=xterm", ""), "native\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=dumb", ""), "native\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR -u TERM", ""), "native\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=xterm", "--color never"), "native\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=xterm", "--color auto"), "\033[36mnative\033[0m\r\n");
+    EXPECT_EQ(onATerminal("env NO_COLOR=1 TERM=xterm", "--color always"), "\033[36mnative\033[0m\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=xterm", "--json"),
+              "{\r\n   \"blockdevices\": [\r\n      {\r\n         \"stack\": \"native\"\r\n      }\r\n   ]\r\n}\r\n");
+}
+
 TEST_F(Listing, ACircleIsShownWholeAndMarked)
 {
     machine.mapping("dm-0", "one", "", {}).mapping("dm-1", "two", "", {"dm-0"}).stack("dm-1", "dm-0");

@@ -48,9 +48,14 @@ DeviceAnswer DeviceQuestions::ask(const kivclaim::machine::Device& device)
         answer.wholeDevice = claimed.module()->removePartitionSuffix(path, answer.number);
     }
     if (withMarks) {
-        answer.marks = marksOf(claimed, answer, device, machine);
+        answer.marks = marksOf(claimed, answer, device, machine, lacksRecord());
     }
     return answer;
+}
+
+bool DeviceQuestions::lacksRecord() const
+{
+    return session.played() != nullptr && !session.played()->takeMissing().empty();
 }
 
 std::vector<std::string> DeviceQuestions::stacks() const

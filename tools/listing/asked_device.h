@@ -33,6 +33,9 @@ public:
     std::vector<std::string> stacks() const;
 
 private:
+    // Whether the last answer needs something that was not recorded.
+    bool lacksRecord() const;
+
     const kivclaim::machine::Machine& machine;
     Session session;
     bool keepsList;
