@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+// Marks what the library exports, and what it keeps.
 #define KIVCLAIM_KERNEL_API __attribute__((visibility("default")))
+// See KIVCLAIM_KERNEL_API.
 #define KIVCLAIM_KERNEL_INTERNAL __attribute__((visibility("hidden")))
 
 namespace kivclaim {
@@ -86,7 +88,7 @@ class KIVCLAIM_KERNEL_API KernelReading {
 public:
     // Of the machine that this process runs on.
     KernelReading();
-    // Of the copy of another machine: a directory laid out as for lsblk --sysroot. Absolute links in it begin at the
+    // Of the copy of another machine: a directory laid out as for `lsblk --sysroot`. Absolute links in it begin at the
     // directory, and nothing outside of it is opened. A node that was not copied counts as there.
     explicit KernelReading(const std::string& root);
     KernelReading(const KernelReading&) = delete;
