@@ -186,7 +186,7 @@ int PlayedMachine::tellRelease(utsname& system) noexcept
     });
 }
 
-int PlayedMachine::openNode(const char* path, int flags) noexcept
+int PlayedMachine::openNode(const char* path, int flags) const noexcept
 {
     return withoutExceptions([&] {
         if ((flags & O_ACCMODE) != O_RDONLY || (flags & O_CREAT) != 0) {

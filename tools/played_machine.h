@@ -51,7 +51,7 @@ public:
     // For the functions in the place of the C library's. They set errno and throw nothing.
     bool isSeenBy(const void* caller) const noexcept;
     int tellRelease(utsname& system) noexcept;
-    int openNode(const char* path, int flags) noexcept;
+    int openNode(const char* path, int flags) const noexcept;
     int mayAccess(const char* path, int mode) const noexcept;
 
 private:
