@@ -342,29 +342,6 @@ TEST_F(Listing, AFailedListingMarksVolumesAndMakesOtherMappingsUnsure)
               "/dev/sdc \n");
 }
 
-TEST_F(Listing, AnAnswerThatNeedsWhatWasNotRecordedIsMarkedUnsure)
-{
-    addSmallMachine();
-    machine.remove("proc/sys/kernel/osrelease");
-    const std::vector<std::string> marked = {"-r", "-n", "-o", "DEVICE,MARK"};
-    EXPECT_EQ(output(marked),
-              "/dev/mapper/mpatha \n"
-              "/dev/mapper/mpatha-part1 release-decides,unsure\n"
-              "/dev/sda path-of-a-map\n"
-              "/dev/sdb path-of-a-map\n"
-              "/dev/sdc \n")
-        << "how its partitions are named depends on the kernel's release";
-    machine.remove("kivclaim/commands/sbin/lvdisplay/output");
-    EXPECT_EQ(output(marked),
-              "/dev/mapper/mpatha unsure\n"
-              "/dev/mapper/mpatha-part1 release-decides,unsure\n"
-              "/dev/sda path-of-a-map\n"
-              "/dev/sdb path-of-a-map\n"
-              "/dev/sdc \n");
-    EXPECT_EQ(output({"-m", "-n", "-o", "DEVICE,MARK", "/dev/mapper/mpatha", "/dev/sdc"}),
-              "/dev/mapper/mpatha unsure\n");
-}
-
 // A terminal is a matter of its own: the pseudo-terminal of script(1).
 TEST_F(Listing, ShowsColorsOnATerminalUnlessTheEnvironmentOrTheUserRefuses)
 {

@@ -21,7 +21,8 @@ SessionOptions withKnown(SessionOptions options, const kivclaim::machine::Machin
 DeviceQuestions::DeviceQuestions(const SessionOptions& options, const kivclaim::machine::Machine& machine,
                                  bool withMarks)
     : machine(machine),
-      session(withKnown(options, machine), Questions::many),
+      options(withKnown(options, machine)),
+      session(this->options, Questions::many),
       keepsList(!options.noSnapshot),
       withMarks(withMarks)
 {
@@ -48,14 +49,9 @@ DeviceAnswer DeviceQuestions::ask(const kivclaim::machine::Device& device)
         answer.wholeDevice = claimed.module()->removePartitionSuffix(path, answer.number);
     }
     if (withMarks) {
-        answer.marks = marksOf(claimed, answer, device, machine, lacksRecord());
+        answer.marks = marksOf(claimed, answer, device, machine);
     }
     return answer;
-}
-
-bool DeviceQuestions::lacksRecord() const
-{
-    return session.played() != nullptr && !session.played()->takeMissing().empty();
 }
 
 std::vector<std::string> DeviceQuestions::stacks() const

@@ -33,10 +33,8 @@ public:
     std::vector<std::string> stacks() const;
 
 private:
-    // Whether the last answer needs something that was not recorded.
-    bool lacksRecord() const;
-
     const kivclaim::machine::Machine& machine;
+    SessionOptions options;
     Session session;
     bool keepsList;
     bool withMarks;

@@ -130,7 +130,7 @@ void MarkText::add(Marks marks)
 }
 
 std::string marksOf(const kivclaim::ClaimAnswer& claimed, const DeviceAnswer& answer, const Device& device,
-                    const Machine& machine, bool lacksRecord)
+                    const Machine& machine)
 {
     MarkText text;
     const char* const ofClaim = quirkOfClaim(claimed, device, machine);
@@ -140,7 +140,7 @@ std::string marksOf(const kivclaim::ClaimAnswer& claimed, const DeviceAnswer& an
             text.add(std::string_view(found));
         }
     }
-    if (claimed.isUnsure() ? ofClaim != quirk::failedListing : lacksRecord) {
+    if (claimed.isUnsure() && ofClaim != quirk::failedListing) {
         text.add(std::string_view(unsure));
     }
     text.add(device.marks);
