@@ -1,4 +1,5 @@
-# Where things are installed, and in which component: library, development, host, command.
+# Where things are installed, and in which component: library, kernel, development, host,
+# command.
 include(CMakePackageConfigHelpers)
 
 set(KIVCLAIM_ZSH_COMPLETION_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING

@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
-# Prints the examples of README.md that show a machine, from real output: readme_examples.sh KIVCLAIM MACHINE. MACHINE is
-# a directory with that machine, laid out as for lsblk --sysroot. With --check before them, says instead whether README
-# holds what is printed; exit status 1 when it does not.
+# Prints the examples of README.md that show a machine, from real output: readme_examples.sh KIVCLAIM. The machine is the
+# one that was captured in the lab with Debian 12. With --check before KIVCLAIM, says instead whether README.md holds
+# what is printed; exit status 1 when it does not.
 set -euo pipefail
 export LC_ALL=C.UTF-8
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 check=false
 [ "${1:-}" != --check ] || { check=true && shift; }
-[ $# -eq 2 ] || { echo "usage: readme_examples.sh [--check] KIVCLAIM MACHINE" >&2 && exit 2; }
-kivclaim=$1 machine=$2
+[ $# -eq 1 ] || { echo "usage: readme_examples.sh [--check] KIVCLAIM" >&2 && exit 2; }
+kivclaim=$1
+machine=$(mktemp -d)
+trap 'rm -rf "$machine"' EXIT
+"$here/../tests/unpack_machine" "$here/../tests/captured/bookworm" "$machine"
 
 # Prints the command as a reader would type it on the machine itself, then what it prints there.
 example() {
@@ -18,15 +21,16 @@ example() {
 
 examples() {
     echo '```console not-run'
-    example list -T
     example list --luns
+    example list -T
     echo '```'
 }
 
+shown=$(examples)
 if ! $check; then
-    examples
-elif ! [[ "$(<"$here/../README.md")" == *"$(examples)"* ]]; then
-    echo "README.md does not hold what readme_examples.sh prints now:"
-    examples
+    printf '%s\n' "$shown"
+elif [[ "$(<"$here/../README.md")" != *"$shown"* ]]; then
+    echo 'README.md does not hold what docs/readme_examples.sh prints now; put this in the place of what it shows:'
+    printf '%s\n' "$shown"
     exit 1
 fi

@@ -60,26 +60,22 @@ DeviceIndex Machine::State::byNode(std::string_view path) const
     return beginsWith(path, dev) ? byKernelName(path.substr(dev.size())) : noDevice;
 }
 
-bool Machine::State::statusAt(const std::string& path, struct stat& status) const
+FoundFile Machine::State::lookUp(const std::string& path) const
 {
+    FoundFile found;
     if (tree.isLive()) {
-        return ::stat(path.c_str(), &status) == 0;
+        found.isThere = ::stat(path.c_str(), &found.status) == 0;
+        found.device = found.isThere ? atNode(*this, found.status) : noDevice;
+        return found;
     }
     // The kernel knows nothing by an empty name.
     const Destination destination = path.empty() ? Destination() : tree.follow(path);
-    return destination.file.isOpen() && ::fstat(destination.file.get(), &status) == 0;
-}
-
-DeviceIndex Machine::State::byPath(const std::string& path) const
-{
-    struct stat node {};
-    if (tree.isLive()) {
-        return ::stat(path.c_str(), &node) == 0 ? atNode(*this, node) : noDevice;
+    found.isThere = destination.file.isOpen() && ::fstat(destination.file.get(), &found.status) == 0;
+    found.device = found.isThere ? atNode(*this, found.status) : noDevice;
+    if (found.device == noDevice && !destination.circle) {
+        found.device = byNode(destination.path);
     }
-    const Destination destination = tree.follow(path);
-    const bool isThere = destination.file.isOpen() && ::fstat(destination.file.get(), &node) == 0;
-    const DeviceIndex device = isThere ? atNode(*this, node) : noDevice;
-    return device != noDevice || destination.circle ? device : byNode(destination.path);
+    return found;
 }
 
 Machine::Machine(std::unique_ptr<State> state) : state(std::move(state))
@@ -153,18 +149,18 @@ const Device* Machine::byPath(const std::string& path) const
 
 std::optional<DeviceNumber> Machine::numberAt(const std::string& path) const
 {
-    struct stat node {};
-    if (state->statusAt(path, node) && S_ISBLK(node.st_mode)) {
-        return numberOf(node);
+    const FoundFile found = state->lookUp(path);
+    if (found.isThere && S_ISBLK(found.status.st_mode)) {
+        return numberOf(found.status);
     }
-    const Device* const device = byPath(path);
+    const Device* const device = deviceAt(state->devices, found.device);
     return device != nullptr ? device->number : std::nullopt;
 }
 
 bool Machine::isAnythingAt(const std::string& path) const
 {
-    struct stat status {};
-    return state->statusAt(path, status) || byPath(path) != nullptr;
+    const FoundFile found = state->lookUp(path);
+    return found.isThere || found.device != noDevice;
 }
 
 bool Machine::isStillThere(const Device& device) const

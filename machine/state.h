@@ -17,6 +17,13 @@
 
 namespace kivclaim::machine {
 
+// What is at a path, as a program on the machine would find it.
+struct FoundFile {
+    bool isThere = false;  // a file, which has the status; a node that was not recorded is no file
+    struct stat status {};
+    DeviceIndex device = noDevice;
+};
+
 struct Machine::State {
     explicit State(const Root& root) : tree(root) {}
 
@@ -30,9 +37,8 @@ struct Machine::State {
     DeviceIndex byNumber(DeviceNumber number) const;
     // "/dev/sda", "/dev/dm-0" or "/dev/mapper/mpatha", no other name.
     DeviceIndex byNode(std::string_view path) const;
-    DeviceIndex byPath(const std::string& path) const;
-    // What stat() would say to a program on the machine; false when nothing was recorded there.
-    bool statusAt(const std::string& path, struct stat& status) const;
+    DeviceIndex byPath(const std::string& path) const { return lookUp(path).device; }
+    FoundFile lookUp(const std::string& path) const;
 
     Tree tree;
     Facts facts = basicFacts;

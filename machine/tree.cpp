@@ -42,6 +42,14 @@ bool openat2Works(int directory)
            (errno != ENOSYS && errno != EPERM);
 }
 
+// Whether a path without links leads to what it says itself: absolute, without ".", ".." and empty names.
+bool isPlain(std::string_view path)
+{
+    constexpr auto npos = std::string_view::npos;
+    return !path.empty() && path.front() == '/' && path.back() != '/' && path.back() != '.' &&
+           path.find("//") == npos && path.find("/./") == npos && path.find("/../") == npos;
+}
+
 // Follows a path name by name, as the kernel would with the root directory as "/".
 class Walk {
 public:
@@ -223,8 +231,27 @@ Descriptor Tree::openAnywhere(const std::string& path, int flags) const
     return openConfined(path, flags | ((flags & O_PATH) != 0 ? O_CLOEXEC : harmless));
 }
 
+std::optional<Destination> Tree::followWithoutLinks(const std::string& path) const
+{
+    if (!kernelConfines || !isPlain(path)) {
+        return std::nullopt;
+    }
+    Destination destination;
+    destination.path = path;
+    const char* const belowRoot = path.c_str() + 1;
+    destination.file =
+        confinedByKernel(root.get(), belowRoot, O_PATH | O_CLOEXEC, RESOLVE_IN_ROOT | RESOLVE_NO_SYMLINKS);
+    // Any other failure may come from a link.
+    const bool isKnown = destination.file.isOpen() || errno == ENOENT || errno == ENOTDIR;
+    return isKnown ? std::optional<Destination>(std::move(destination)) : std::nullopt;
+}
+
 Destination Tree::follow(const std::string& path) const
 {
+    // Most paths have no link, and this is one call of the kernel instead of two for each name.
+    if (std::optional<Destination> destination = followWithoutLinks(path)) {
+        return std::move(*destination);
+    }
     Walk walk(root.get(), path);
     walk.go();
     Destination destination;

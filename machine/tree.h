@@ -5,6 +5,7 @@
 #include "machine/descriptor.h"
 #include "machine/machine.h"
 
+#include <optional>
 #include <string>
 
 namespace kivclaim::machine {
@@ -42,6 +43,8 @@ public:
 
 private:
     Descriptor openConfined(const std::string& path, int flags) const;
+    // Nothing when links must be followed, or when the kernel cannot tell.
+    std::optional<Destination> followWithoutLinks(const std::string& path) const;
 
     bool live;
     bool kernelConfines;

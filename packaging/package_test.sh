@@ -6,7 +6,7 @@ set -euo pipefail
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
 packages=$1 others=$2 archive=$3 root=$4
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-names=(kivclaim libkivclaim1 libztfi-pdk4.4 libkivclaim-dev)
+names=(kivclaim libkivclaim1 libkivclaim-kernel1 libztfi-pdk4.4 libkivclaim-dev)
 
 passed=0 failed=0
 # check WHAT COMMAND...: what a command says is shown only when it fails.
@@ -111,9 +111,11 @@ check 'every library is found' inside "! ldd /usr/bin/kivclaim | grep 'not found
 for library in libkivclaim.so.1 libztfi_pdk.so.4.4; do
     check "$library exports what is listed" exports_listed_symbols "$library"
 done
+check 'the command does without the kernel facts' inside '! ls /usr/lib/*/libkivclaim_kernel.so.1'
 check 'no header comes with it' inside '! ls /usr/include/kivclaim'
 
-check 'the development files are installed' install_packages libkivclaim-dev
+check 'the development files are installed' install_packages libkivclaim-dev libkivclaim-kernel1
+check 'libkivclaim_kernel.so.1 exports what is listed' exports_listed_symbols libkivclaim_kernel.so.1
 inside 'mkdir /tmp/examples'
 check 'the example host builds with CMake' build_with_cmake host
 check 'that one answers' answers '/dev/sda 1' '/tmp/examples/host/build/example_host /dev/sda1'
@@ -128,6 +130,12 @@ for module in build/nvme_module.so nvme_module.so; do
     check "the example host asks $module" answers '/dev/nvme0n1 2' \
         "/tmp/examples/host/example_host --module /tmp/examples/nvme_module/$module /dev/nvme0n1p2"
 done
+
+check 'the example host with a framework of its own builds with CMake' build_with_cmake query_host
+check 'that one answers, and asks the kernel' answers '16 powerpath /dev/emcpowera' \
+    'echo /dev/emcpowera | /tmp/examples/query_host/build/query_host --kernel 2>/dev/null'
+check 'it builds with pkg-config' build_with_pkg_config query_host '-rdynamic' 'kivclaim kivclaim_kernel' query_host
+check 'that one answers as well' answers '16 powerpath /dev/emcpowera' 'echo /dev/emcpowera | /tmp/examples/query_host/query_host'
 
 inside 'rm -r /tmp/examples'
 check 'the packages are removed' inside "apt-get -o DPkg::Options::=--force-unsafe-io purge -y -qq --autoremove ${names[*]}"

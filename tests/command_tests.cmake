@@ -54,13 +54,18 @@ kivclaim_test(device_mapper_command_test
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${told_release})
 add_dependencies(device_mapper_command_test kivclaim_command told_release)
 
+add_library(captured_root OBJECT captured_root.cpp)
+target_link_libraries(captured_root PUBLIC process)
+target_compile_definitions(captured_root PRIVATE
+    KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured"
+    KIVCLAIM_UNPACK_MACHINE="${CMAKE_CURRENT_SOURCE_DIR}/unpack_machine")
+
 kivclaim_test(captured_machine_test
     SOURCES captured_machine_test.cpp
-    LIBRARIES process captured_releases
+    LIBRARIES captured_root process captured_releases nlohmann_json::nlohmann_json
     DEFINITIONS
         KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
-        KIVCLAIM_LAB_RELEASES="${PROJECT_SOURCE_DIR}/lab/releases"
-        KIVCLAIM_UNPACK_MACHINE="${CMAKE_CURRENT_SOURCE_DIR}/unpack_machine")
+        KIVCLAIM_LAB_RELEASES="${PROJECT_SOURCE_DIR}/lab/releases")
 add_dependencies(captured_machine_test kivclaim_command)
 
 # Sees what a program opens.
@@ -73,11 +78,3 @@ kivclaim_test(sysroot_command_test
         CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>"
         KIVCLAIM_OPENED_PATHS_LIBRARY="$<TARGET_FILE:opened_paths>")
 add_dependencies(sysroot_command_test kivclaim_command claims_too_much opened_paths)
-
-kivclaim_test(captured_roots_test
-    SOURCES captured_roots_test.cpp
-    LIBRARIES process sysfs_directory
-    DEFINITIONS
-        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
-        KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured")
-add_dependencies(captured_roots_test kivclaim_command)

@@ -3,6 +3,7 @@ set(contract ${PROJECT_SOURCE_DIR}/contract)
 set(contract_scripts ${CMAKE_CURRENT_SOURCE_DIR}/contract)
 set(plug_in_name libkivclaim.so.1)
 set(host_name libztfi_pdk.so.4.4)
+set(kernel_name libkivclaim_kernel.so.1)
 
 kivclaim_test(contract_test PREFIX Contract.${CMAKE_CXX_COMPILER_ID}.
     SOURCES slot_order_test.cpp type_sizes_test.cpp recording_string_tool.cpp
@@ -25,6 +26,9 @@ add_test(NAME Contract.ExportedSymbolsOfThePlugIn
                  $<TARGET_FILE:kivclaim>)
 add_test(NAME Contract.ExportedSymbolsOfTheHostFramework
          COMMAND ${contract_scripts}/check_symbols.sh ${mode} ${contract}/${host_name}.symbols $<TARGET_FILE:ztfi_pdk>)
+add_test(NAME Contract.ExportedSymbolsOfTheKernelFacts
+         COMMAND ${contract_scripts}/check_symbols.sh ${mode} ${contract}/${kernel_name}.symbols
+                 $<TARGET_FILE:kivclaim_kernel>)
 
 if(NOT is_shipped_build)
     return()
@@ -34,6 +38,8 @@ add_test(NAME Contract.TypesOfThePlugIn
          COMMAND ${contract_scripts}/check_abi.sh ${contract}/${plug_in_name}.abi $<TARGET_FILE:kivclaim>)
 add_test(NAME Contract.TypesOfTheHostFramework
          COMMAND ${contract_scripts}/check_abi.sh ${contract}/${host_name}.abi $<TARGET_FILE:ztfi_pdk>)
+add_test(NAME Contract.TypesOfTheKernelFacts
+         COMMAND ${contract_scripts}/check_abi.sh ${contract}/${kernel_name}.abi $<TARGET_FILE:kivclaim_kernel>)
 
 # kivclaim_guard_test(name alteration) shows that a guard sees an alteration.
 function(kivclaim_guard_test name alteration)

@@ -155,8 +155,9 @@ protected:
         work.addFile("block.cpp", block.text);
         const Ended ended =
             run("c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror block.cpp " +
-                std::string(isProgram ? "-o block $(pkg-config --cflags --libs kivclaim ztfi_pdk) && ./block"
-                                      : "-fsyntax-only $(pkg-config --cflags kivclaim)"));
+                std::string(isProgram
+                                ? "-o block $(pkg-config --cflags --libs kivclaim ztfi_pdk kivclaim_kernel) && ./block"
+                                : "-fsyntax-only $(pkg-config --cflags kivclaim)"));
         EXPECT_EQ(ended.output, "");
         EXPECT_EQ(ended.status, 0);
     }

@@ -342,6 +342,30 @@ TEST_F(Listing, AFailedListingMarksVolumesAndMakesOtherMappingsUnsure)
               "/dev/sdc \n");
 }
 
+// A terminal is a matter of its own: the pseudo-terminal of script(1).
+TEST_F(Listing, ShowsColorsOnATerminalUnlessTheEnvironmentOrTheUserRefuses)
+{
+    addSmallMachine();
+    const auto onATerminal = [&](const std::string& variables, const std::string& options) {
+        return tests::Process("script", {"--quiet", "--return", "--command",
+                                         variables + " " + KIVCLAIM_COMMAND + " list --sysroot " + machine.path() +
+                                             " -n -o STACK " + options + " /dev/sda",
+                                         "/dev/null"})
+            .run()
+            .output;
+    };
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=xterm", ""), "\033[36mnative\033[0m\r\n");
+    EXPECT_EQ(onATerminal("env NO_COLOR= TERM=xterm", ""), "\033[36mnative\033[0m\r\n") << "empty is not set";
+    EXPECT_EQ(onATerminal("env NO_COLOR=1 TERM=xterm", ""), "native\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=dumb", ""), "native\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR -u TERM", ""), "native\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=xterm", "--color never"), "native\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=xterm", "--color auto"), "\033[36mnative\033[0m\r\n");
+    EXPECT_EQ(onATerminal("env NO_COLOR=1 TERM=xterm", "--color always"), "\033[36mnative\033[0m\r\n");
+    EXPECT_EQ(onATerminal("env -u NO_COLOR TERM=xterm", "--json"),
+              "{\r\n   \"blockdevices\": [\r\n      {\r\n         \"stack\": \"native\"\r\n      }\r\n   ]\r\n}\r\n");
+}
+
 TEST_F(Listing, ACircleIsShownWholeAndMarked)
 {
     machine.mapping("dm-0", "one", "", {}).mapping("dm-1", "two", "", {"dm-0"}).stack("dm-1", "dm-0");

@@ -14,3 +14,6 @@ kivclaim_test(machine_live_test
     LIBRARIES mock_machine process
     DEFINITIONS KIVCLAIM_LIVE_MACHINE="$<TARGET_FILE:live_machine>")
 add_dependencies(machine_live_test live_machine)
+
+kivclaim_test(kernel_facts_test
+    SOURCES kernel_facts_test.cpp LIBRARIES kivclaim::kernel sysfs_directory process)

@@ -136,6 +136,19 @@ TEST_P(TreeTest, PathIsFollowedToItsEndOrAsFarAsItIsThere)
     EXPECT_EQ(inTree.follow("../../..").path, "/");
 }
 
+TEST_P(TreeTest, PathWithoutLinksIsFollowedToWhatItSays)
+{
+    const Tree inTree = tree();
+    EXPECT_TRUE(inTree.follow("/sys/dir/deep").file.isOpen());
+    EXPECT_EQ(inTree.follow("/sys/dir/deep").path, "/sys/dir/deep");
+    EXPECT_EQ(inTree.follow("//sys/./dir//deep").path, "/sys/dir/deep");
+    EXPECT_EQ(inTree.follow("/sys/dir/none/below").path, "/sys/dir/none/below");
+    EXPECT_FALSE(inTree.follow("/sys/dir/none/below").file.isOpen());
+    EXPECT_FALSE(inTree.follow("/sys/dir/deep/below").file.isOpen()) << "below a file";
+    EXPECT_EQ(inTree.follow("/sys/dir/..").path, "/sys");
+    EXPECT_EQ(inTree.follow("/../sys/dir/../dir").path, "/sys/dir");
+}
+
 INSTANTIATE_TEST_SUITE_P(Confined, TreeTest, testing::Values(true, false),
                          [](const auto& value) { return value.param ? "ByTheKernel" : "ByHand"; });
 

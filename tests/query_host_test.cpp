@@ -1,4 +1,5 @@
 // The example host with a framework of its own, as a process.
+#include "tests/mock_machine.h"
 #include "tests/process.h"
 
 #include <gmock/gmock.h>
@@ -97,4 +98,30 @@ TEST_F(QueryHost, RefusesALogicalVolumeThatTheToolPrints)
     const Ended ended = ask("/dev/mapper/vg00-lvol1\n/dev/emcpowera\n");
     EXPECT_EQ(ended.output, "0 none /dev/mapper/vg00-lvol1\n16 powerpath /dev/emcpowera\n");
     EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(QueryHost, SaysWhichClaimsTheKernelContradicts)
+{
+    lvdisplay("exit 5");
+    tests::MockMachine machine;
+    machine.disk("sda").disk("sdb").disk("sdc").partition("sdc", "sdc2", 2);
+    machine.mapped("dm-0", "mpatha", "mpath-36001", {"sda", "sdb"});
+    machine.mapped("dm-1", "mpatha-part1", "part1-mpath-36001", {"dm-0"});
+    machine.mapped("dm-2", "vg00-lvol1", "LVM-AbCd", {"sdc2"});
+    Process process = machine.process(QUERY_HOST, {"--kernel"});
+    process.sees(tools.path(), "/usr/sbin");
+    const Ended ended = process
+                            .reads(
+                                "/dev/sda\n/dev/sdc2\n/dev/mapper/mpatha\n/dev/mapper/mpatha-part1\n"
+                                "/dev/mapper/vg00-lvol1\n/dev/mapper/none\n")
+                            .run();
+    EXPECT_EQ(ended.output,
+              "2 native /dev/sda (the kernel: SCSI disk, path of /dev/mapper/mpatha)\n"
+              "2 native /dev/sdc2\n"
+              "16 device-mapper /dev/mapper/mpatha unsure\n"
+              "16 device-mapper /dev/mapper/mpatha-part1 unsure\n"
+              "16 device-mapper /dev/mapper/vg00-lvol1 unsure (the kernel: logical volume)\n"
+              "16 device-mapper /dev/mapper/none unsure\n");
+    EXPECT_EQ(ended.status, 3);
+    EXPECT_EQ(work.contentOf("runs"), "run\n");
 }

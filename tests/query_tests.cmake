@@ -24,5 +24,5 @@ kivclaim_test(query_on_any_host_test
 add_dependencies(query_on_any_host_test query_on_bundled_host query_on_second_host)
 
 kivclaim_test(query_host_test
-    SOURCES query_host_test.cpp LIBRARIES process DEFINITIONS QUERY_HOST="$<TARGET_FILE:query_host>")
+    SOURCES query_host_test.cpp LIBRARIES mock_machine process DEFINITIONS QUERY_HOST="$<TARGET_FILE:query_host>")
 add_dependencies(query_host_test query_host)

@@ -97,8 +97,9 @@ int fail(int error)
 
 }  // namespace
 
-PlayedMachine::PlayedMachine(const Root& root)
-    : machine(devicesOf(root)),
+PlayedMachine::PlayedMachine(const Root& root, const Machine* known)
+    : own(known == nullptr ? std::optional<Machine>(devicesOf(root)) : std::nullopt),
+      machine(known == nullptr ? *own : *known),
       files(root),
       replay([this](const std::string& command) { return outcomeOf(command); }),
       outer(innermost)
@@ -185,7 +186,7 @@ int PlayedMachine::tellRelease(utsname& system) noexcept
     });
 }
 
-int PlayedMachine::openNode(const char* path, int flags) noexcept
+int PlayedMachine::openNode(const char* path, int flags) const noexcept
 {
     return withoutExceptions([&] {
         if ((flags & O_ACCMODE) != O_RDONLY || (flags & O_CREAT) != 0) {

@@ -28,7 +28,8 @@ namespace kivclaim::tools {
 // is none, and for a recorded file that cannot be one.
 class PlayedMachine {
 public:
-    explicit PlayedMachine(const kivclaim::machine::Root& root);
+    // `known` is that machine when it has been read already: it is borrowed. Null has it read.
+    explicit PlayedMachine(const kivclaim::machine::Root& root, const kivclaim::machine::Machine* known = nullptr);
     PlayedMachine(const PlayedMachine&) = delete;
     PlayedMachine& operator=(const PlayedMachine&) = delete;
     ~PlayedMachine();
@@ -36,7 +37,7 @@ public:
     // Plays to the file of `module`, which is one of the user's, as well.
     void playTo(const CKivDeviceClaimBase& module);
 
-    // With numbers and stacking.
+    // With numbers and stacking, unless it was read already.
     const kivclaim::machine::Machine& devices() const { return machine; }
 
     // As a program on the machine would find it; an empty release is not known.
@@ -50,7 +51,7 @@ public:
     // For the functions in the place of the C library's. They set errno and throw nothing.
     bool isSeenBy(const void* caller) const noexcept;
     int tellRelease(utsname& system) noexcept;
-    int openNode(const char* path, int flags) noexcept;
+    int openNode(const char* path, int flags) const noexcept;
     int mayAccess(const char* path, int mode) const noexcept;
 
 private:
@@ -63,7 +64,8 @@ private:
     void playToFileWith(const void* address);
     std::optional<kivclaim::host::CommandOutcome> outcomeOf(const std::string& command);
 
-    kivclaim::machine::Machine machine;
+    std::optional<kivclaim::machine::Machine> own;
+    const kivclaim::machine::Machine& machine;
     kivclaim::machine::RecordedFiles files;
     std::string release;
     std::set<std::string> missing;

@@ -54,7 +54,7 @@ Session::Session(const SessionOptions& options, Questions questions,
                  const std::vector<kivclaim::host::TraceDestination>& destinations)
 {
     if (!options.root().isLive()) {
-        playedMachine = std::make_unique<PlayedMachine>(options.root());
+        playedMachine = std::make_unique<PlayedMachine>(options.root(), options.known);
     } else if (questions == Questions::many && !options.noSnapshot) {
         snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
     }

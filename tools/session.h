@@ -23,6 +23,9 @@ struct SessionOptions {
     std::vector<std::string> moduleFiles;  // --module: ask the modules in these files too, behind the built-in ones
     std::string sysroot;                   // --sysroot: the machine recorded in this directory; empty: this machine
 
+    // What has been read of the recorded machine already, and outlives the session; null when nothing has.
+    const kivclaim::machine::Machine* known = nullptr;
+
     // The machine that the questions are about.
     kivclaim::machine::Root root() const;
 

@@ -16,13 +16,13 @@ fi
 soname() {
     readelf -d "$1" | sed -nE 's/.*\(SONAME\).*\[(.*)\]/\1/p'
 }
-for library in libkivclaim.so.1 libztfi_pdk.so.4.4; do
+for library in libkivclaim.so.1 libkivclaim_kernel.so.1 libztfi_pdk.so.4.4; do
     library_file=lib/$library
     [ "$(soname "$library_file")" = "$library" ] || { echo "$library calls itself '$(soname "$library_file")'" && exit 1; }
     readelf -d "$library_file" | grep -E 'FLAGS.*\bNOW\b' >/dev/null || { echo "$library is bound lazily" && exit 1; }
     ! readelf -d "$library_file" | grep -w SYMBOLIC || { echo "$library prefers its own symbols to the process's" && exit 1; }
 done
-for file in lib/libkivclaim.so.1 lib/libztfi_pdk.so.4.4 bin/kivclaim; do
+for file in lib/libkivclaim.so.1 lib/libkivclaim_kernel.so.1 lib/libztfi_pdk.so.4.4 bin/kivclaim; do
     ! readelf -d "$file" | grep -E 'RPATH|RUNPATH' || { echo "$file has a run path" && exit 1; }
 done
 for file in "$build"/claim/libkivclaim.so.1 "$build"/tools/kivclaim; do

@@ -7,7 +7,8 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 contract=$(cd "$here/../../contract" && pwd)
 build=$1
 
-for library in "$build"/claim/libkivclaim.so.1 "$build"/host/libztfi_pdk.so.4.4; do
+for library in "$build"/claim/libkivclaim.so.1 "$build"/host/libztfi_pdk.so.4.4 \
+    "$build"/machine/libkivclaim_kernel.so.1; do
     name=$(basename "$library")
     "$here/exported_symbols.sh" "$library" >"$contract/$name.symbols"
     "$here/dump_abi.sh" "$library" >"$contract/$name.abi"

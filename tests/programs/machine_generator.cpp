@@ -3,7 +3,8 @@
 //
 // Of each 16 devices eight are the paths of two multipath maps, four are partitions on the paths of the first map, then
 // come the maps, the partition of the first as kpartx makes it, and a volume on the second. The last few are plain
-// disks. Disks have a link in /dev/disk/by-id, volumes a file system.
+// disks. Disks have a link in /dev/disk/by-id, volumes a file system. What lvdisplay prints there and the kernel's
+// release are recorded too.
 #include "tests/sysfs_directory.h"
 
 #include <cstdio>
@@ -48,6 +49,8 @@ public:
         for (; devices > 0; --devices) {
             addDisk(0, units++);
         }
+        machine.file("proc/sys/kernel/osrelease", "6.1.0-41-amd64\n");
+        machine.file("kivclaim/commands/sbin/lvdisplay/output", volumes);
     }
 
 private:
@@ -85,11 +88,15 @@ private:
         machine.multipathPartition(mappingName(), addMap(true), 1);
         const std::string map = addMap(false);
         const std::string volume = mappingName();
-        machine.volume(volume, "vg-lv" + std::to_string(mappings), {map});
+        const std::string name = "lv" + std::to_string(mappings);
+        machine.volume(volume, "vg-" + name, {map});
+        volumes += "  --- Logical volume ---\n  LV Path                /dev/vg/" + name +
+                   "\n  LV Name                " + name + "\n  VG Name                vg\n\n";
         machine.record(volume, "ID_FS_TYPE=xfs\nID_FS_UUID_ENC=" + hexadecimal(mappings) + "\n");
     }
 
     tests::SysfsDirectory machine;
+    std::string volumes;
     unsigned long disks = 0;
     unsigned long mappings = 0;
     unsigned long units = 0;

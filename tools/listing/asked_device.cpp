@@ -8,9 +8,23 @@
 
 namespace kivclaim::tools {
 
+namespace {
+
+SessionOptions withKnown(SessionOptions options, const kivclaim::machine::Machine& machine)
+{
+    options.known = &machine;
+    return options;
+}
+
+}  // namespace
+
 DeviceQuestions::DeviceQuestions(const SessionOptions& options, const kivclaim::machine::Machine& machine,
                                  bool withMarks)
-    : machine(machine), session(options, Questions::many), keepsList(!options.noSnapshot), withMarks(withMarks)
+    : machine(machine),
+      options(withKnown(options, machine)),
+      session(this->options, Questions::many),
+      keepsList(!options.noSnapshot),
+      withMarks(withMarks)
 {
     query.emplace(session.manager);
 }

@@ -34,6 +34,7 @@ public:
 
 private:
     const kivclaim::machine::Machine& machine;
+    SessionOptions options;
     Session session;
     bool keepsList;
     bool withMarks;

@@ -1,6 +1,10 @@
 # Logical volumes: on a disk and on a multipath map, with dashes, with a snapshot, created and removed while a host
 # keeps its list.
 # shellcheck shell=bash
+
+# shellcheck source=lab/guest/beside_lsblk.sh
+. /lab/guest/beside_lsblk.sh
+
 scene 'No logical volume at all: /sbin/lvdisplay runs for every question'
 questions() {
     printf 'claim /dev/mapper/%s\n' plain data pv
@@ -50,6 +54,7 @@ claim /dev/mapper/vg00-snap-cow            | 16 device-mapper            | logic
 TABLE
 lvdisplay | captured lvdisplay/snapshot.txt
 audit_finds 'dashed-volume last-digit missing-neighbour partition-like-name path-of-a-map unlisted-volume'
+list_agrees_with_lsblk
 lvremove -q -y vg00/snap
 
 scene 'A host keeps its list: volumes created and removed meanwhile'
