@@ -202,6 +202,15 @@ TEST_F(Query, AnswersFromNamesNeedNoList)
     EXPECT_EQ(host.calls(), lines({}));
 }
 
+TEST_F(Query, AnAnswerFromANameNeedsNoListAfterAnotherPathNeededIt)
+{
+    host.prints(lvdisplay, oneVolume);
+    EXPECT_EQ(query.ask("/dev/mapper/mpatha").basis(), ClaimBasis::listRead);
+    const ClaimAnswer answer = query.ask("/dev/sda");
+    EXPECT_EQ(answer.basis(), ClaimBasis::notNeeded);
+    EXPECT_EQ(answer.listing().state(), State::notRead);
+}
+
 TEST_F(Query, OnlyTheFactsThatAreWantedAreAskedFor)
 {
     registerLog();

@@ -1,4 +1,5 @@
 // Each operation of the library, while each of its allocations fails in turn.
+#include "claim/kiv_claim_query.h"
 #include "modules/kiv_linux_device_mapper_claim.h"
 #include "modules/kiv_nativepath_claim.h"
 #include "modules/kiv_powerpath_claim.h"
@@ -34,7 +35,31 @@ void volumeManager(Host& host)
     host.prints(pathsOfNode, lines({"NAME", "====", "an_active_path_with_a_long_name ENABLED(A) PRIMARY"}));
 }
 
+// A manager as the question needs it.
+struct AskedManager {
+    CKivClaimManager manager;
+
+    void registerTraceLog(const recording::LogPointer& log) { manager.registerTraceLog(log); }
+};
+
 }  // namespace
+
+TEST(FailingAllocation, AnUnsureAnswerOfAQueryIsWholeOrReachesTheCallerAsAFailure)
+{
+    constexpr char oneVolume[] = "The path was printed as a logical volume but is not treated as one, because "
+                                 "/sbin/lvdisplay exited with status 5 after printing 1 volume.";
+    const int failures = failEachAllocation<AskedManager>(
+        [](Host& host) {
+            host.fails("/sbin/lvdisplay", 5, 5 << 8,
+                       lines({"LV Name a-volume-with-a-long-name", "VG Name a_group_with_a_long_name"}));
+        },
+        [](AskedManager& asked) {
+            kivclaim::ClaimQuery query(asked.manager);
+            return query.ask("/dev/mapper/a_group_with_a_long_name-a-volume-with-a-long-name").whyUnsure();
+        },
+        [&](const Outcome& outcome) { EXPECT_TRUE(outcome.threw || outcome.answer == oneVolume) << outcome.answer; });
+    EXPECT_GE(failures, 10);
+}
 
 TEST(FailingAllocation, ADeviceMapperPartitionPathBecomesTheDeviceWithARecordOfTheFailure)
 {
