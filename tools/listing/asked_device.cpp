@@ -10,7 +10,7 @@ namespace kivclaim::tools {
 
 DeviceQuestions::DeviceQuestions(const SessionOptions& options, const kivclaim::machine::Machine& machine,
                                  bool withMarks)
-    : machine(machine), session(options, Questions::many), keepsList(!options.noSnapshot), withMarks(withMarks)
+    : machine(machine), session(options), keepsList(!options.noSnapshot), withMarks(withMarks)
 {
     query.emplace(session.manager);
 }
@@ -33,6 +33,10 @@ DeviceAnswer DeviceQuestions::ask(const kivclaim::machine::Device& device)
     answer.isPartition = claimed.isPartition();
     if (answer.isPartition) {
         answer.wholeDevice = claimed.module()->removePartitionSuffix(path, answer.number);
+    }
+    answer.doubt = doubtAbout(claimed, session);
+    if (answer.doubt.isThere() && session.played() == nullptr && isWithoutVolumes(claimed.listing(), machine)) {
+        answer.doubt = {};
     }
     if (withMarks) {
         answer.marks = marksOf(claimed, answer, device, machine);
