@@ -46,6 +46,8 @@ public:
     // What was asked for since the last call and has not been recorded, in words for after "because"; empty when
     // nothing was.
     std::string takeMissing();
+    // Why there is no listing of logical volumes, in such words; empty when there is one.
+    std::string whyNoListing() const;
 
     // For the functions in the place of the C library's. They set errno and throw nothing.
     bool isSeenBy(const void* caller) const noexcept;
@@ -62,6 +64,7 @@ private:
 
     void playToFileWith(const void* address);
     std::optional<kivclaim::host::CommandOutcome> outcomeOf(const std::string& command);
+    std::optional<kivclaim::host::CommandOutcome> outcomeOf(const std::string& command, std::string& problem) const;
 
     kivclaim::machine::Machine machine;
     kivclaim::machine::RecordedFiles files;

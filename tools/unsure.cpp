@@ -72,8 +72,12 @@ Doubt doubtAbout(const kivclaim::ClaimAnswer& answer, const Session& session)
     if (!answer.isUnsure()) {
         return {};
     }
-    const bool isHere = session.played() == nullptr;
-    return {reasonOf(answer.listing()), isHere ? remedyFor(answer.listing()) : ""};
+    if (session.played() == nullptr) {
+        return {reasonOf(answer.listing()), remedyFor(answer.listing())};
+    }
+    // An earlier answer may have noted it.
+    const std::string unrecorded = session.played()->whyNoListing();
+    return {unrecorded.empty() ? reasonOf(answer.listing()) : unrecorded, ""};
 }
 
 bool isWithoutVolumes(const kivclaim::VolumeListing& listing, const kivclaim::machine::Machine& machine)
