@@ -54,6 +54,14 @@ kivclaim_test(device_mapper_command_test
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" ${told_release})
 add_dependencies(device_mapper_command_test kivclaim_command told_release)
 
+# An ordinary user, for programs that are run as processes.
+kivclaim_preload(told_user told_user.cpp)
+kivclaim_test(unsure_command_test
+    SOURCES unsure_command_test.cpp
+    LIBRARIES mock_machine process
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" KIVCLAIM_TOLD_USER="$<TARGET_FILE:told_user>")
+add_dependencies(unsure_command_test kivclaim_command told_user)
+
 kivclaim_test(captured_machine_test
     SOURCES captured_machine_test.cpp
     LIBRARIES process captured_releases

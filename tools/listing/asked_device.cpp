@@ -35,8 +35,13 @@ DeviceAnswer DeviceQuestions::ask(const kivclaim::machine::Device& device)
         answer.wholeDevice = claimed.module()->removePartitionSuffix(path, answer.number);
     }
     answer.doubt = doubtAbout(claimed, session);
-    if (answer.doubt.isThere() && session.played() == nullptr && isWithoutVolumes(claimed.listing(), machine)) {
-        answer.doubt = {};
+    if (answer.doubt.isThere() && session.played() == nullptr) {
+        if (!withoutVolumes) {
+            withoutVolumes = isWithoutVolumes(claimed.listing(), machine);
+        }
+        if (*withoutVolumes) {
+            answer.doubt = {};
+        }
     }
     if (withMarks) {
         answer.marks = marksOf(claimed, answer, device, machine);

@@ -40,6 +40,7 @@ private:
     bool keepsList;
     bool withMarks;
     std::optional<kivclaim::ClaimQuery> query;
+    std::optional<bool> withoutVolumes;  // once it is known
 };
 
 }  // namespace kivclaim::tools
