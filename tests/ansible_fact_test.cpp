@@ -56,7 +56,8 @@ TEST(AnsibleFact, HoldsTheListAndTheAuditOfTheMachine)
                          {"whole", nullptr}};
     EXPECT_EQ(facts["list"]["blockdevices"].size(), 4U);
     EXPECT_EQ(facts["list"]["blockdevices"][0], mpatha);
-    EXPECT_EQ(facts["audit"]["summary"], json({{"devices", 5}, {"agree", 4}, {"quirks", 1}, {"unknown", 0}, {"unsure", 0}}));
+    EXPECT_EQ(facts["audit"]["summary"],
+              json({{"devices", 5}, {"agree", 4}, {"quirks", 1}, {"unknown", 0}, {"unsure", 0}}));
     EXPECT_EQ(facts["audit"]["devices"][0]["differences"][0]["quirk"], "dashed-volume");
 }
 

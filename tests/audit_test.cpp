@@ -161,9 +161,9 @@ TEST_F(Audit, AVolumeIsClaimedWhenTheListingFails)
                      "/dev/mapper/vg00-lvol1 claim device-mapper logical volume quirk, unsure failed-listing "
                      "/sbin/lvdisplay failed, so no volume is known as one"}));
     EXPECT_THAT(ended.output, HasSubstr("0 differ otherwise; the answers about 2 are unsure\n"));
-    EXPECT_THAT(audit({"--json"}).output, AllOf(HasSubstr("\"unsure\": 2"),
-                                                HasSubstr("\"unsure\": \"/sbin/lvdisplay exited with status 5: no "
-                                                          "locking; run /sbin/lvdisplay by hand")));
+    EXPECT_THAT(audit({"--json"}).output,
+                AllOf(HasSubstr("\"unsure\": 2"), HasSubstr("\"unsure\": \"/sbin/lvdisplay exited with status 5: no "
+                                                            "locking; run /sbin/lvdisplay by hand")));
 }
 
 TEST_F(Audit, AVolumeIsClaimedWithoutTheToolThatListsIt)
@@ -260,10 +260,12 @@ TEST_F(Audit, ThePathsOfAMapAreFoldedIntoOneRow)
 TEST_F(Audit, ShowsOrLeavesOutTheDifferencesOfAQuirk)
 {
     machine.disk("sda").mapped("dm-0", "mpatha", "mpath-36001", {"sda"}).mapped("dm-1", "zero", "");
-    const std::string path = "/dev/sda claim native SCSI disk, path of /dev/mapper/mpatha quirk path-of-a-map "
-                             "the name is a disk's; that /dev/mapper/mpatha uses it does not count";
-    const std::string mapping = "/dev/mapper/zero claim device-mapper device-mapper device, without uuid quirk "
-                                "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed";
+    const std::string path =
+        "/dev/sda claim native SCSI disk, path of /dev/mapper/mpatha quirk path-of-a-map "
+        "the name is a disk's; that /dev/mapper/mpatha uses it does not count";
+    const std::string mapping =
+        "/dev/mapper/zero claim device-mapper device-mapper device, without uuid quirk "
+        "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed";
     EXPECT_EQ(differencesIn(audit({"--quirk", "path-of-a-map"}), "", 0), Lines{path});
     EXPECT_EQ(differencesIn(audit({"-d", "--no-quirk", "path-of-a-map"}), "", 0), Lines{mapping});
     EXPECT_EQ(differencesIn(audit({"-d", "--quirk", "path-of-a-map", "--quirk", "any-mapping"}), "", 0),
@@ -405,8 +407,9 @@ TEST_F(Audit, ANodeMayBeAnotherDevices)
 
 TEST_F(Audit, APrefixCountsAnywhere)
 {
-    EXPECT_EQ(differences({"--no-warn", "/srv/dev/sda"}), Lines{"/srv/dev/sda claim native no such device quirk prefix-anywhere "
-                                                   "'/dev/sd' counts wherever it stands in a path"});
+    EXPECT_EQ(differences({"--no-warn", "/srv/dev/sda"}),
+              Lines{"/srv/dev/sda claim native no such device quirk prefix-anywhere "
+                    "'/dev/sd' counts wherever it stands in a path"});
 }
 
 TEST_F(Audit, CountsWhatItFound)

@@ -13,11 +13,11 @@
 #include <gmock/gmock.h>
 
 using kivclaim::host::CommandLimits;
-using kivclaim::host::RunOutcome;
 using kivclaim::host::CommandRunner;
 using kivclaim::host::CommandRunnerScope;
 using kivclaim::host::CommandSnapshot;
 using kivclaim::host::RunningCommand;
+using kivclaim::host::RunOutcome;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

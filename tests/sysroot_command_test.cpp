@@ -153,10 +153,11 @@ TEST_F(Sysroot, ARecordedFailureIsAFailureAndMakesTheAnswerUnsure)
     record("errors", "no locking\n");
     record("status", "5\n");
     const Ended ended = ask({"explain", "/dev/mapper/vg00-lvol1"});
-    EXPECT_THAT(ended.output, AllOf(HasSubstr("Claimed by device-mapper, level 16: the listing of logical volumes failed, so a "
-                                              "volume would be claimed too.\n"),
-                                    HasSubstr("lvdisplay command execution failed. Status:[5]"),
-                                    HasSubstr("The command [/sbin/lvdisplay] ended with exit code 5: no locking")));
+    EXPECT_THAT(ended.output,
+                AllOf(HasSubstr("Claimed by device-mapper, level 16: the listing of logical volumes failed, so a "
+                                "volume would be claimed too.\n"),
+                      HasSubstr("lvdisplay command execution failed. Status:[5]"),
+                      HasSubstr("The command [/sbin/lvdisplay] ended with exit code 5: no locking")));
     EXPECT_THAT(ended.errors, StartsWith("kivclaim: the answer about /dev/mapper/vg00-lvol1 is unsure, because "
                                          "/sbin/lvdisplay exited with status 5: no locking\n"));
     EXPECT_EQ(ended.status, 3);

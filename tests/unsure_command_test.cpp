@@ -1,5 +1,5 @@
-// What the command says beside the library's answers: that one is unsure, why and what to do; that a name misleads; what
-// is waited for. The devices and the tool that lists logical volumes are played: no rights are needed.
+// What the command says beside the library's answers: that one is unsure, why and what to do; that a name misleads;
+// what is waited for. The devices and the tool that lists logical volumes are played: no rights are needed.
 #include "tests/mock_machine.h"
 
 #include <gmock/gmock.h>
@@ -82,7 +82,8 @@ protected:
 TEST_F(UnsureCommand, AFailedListingIsSaidWithItsWordsAndTheRemedy)
 {
     lvdisplay("", "  WARNING: something\n  no locking\n", 5);
-    const Ended ended = command({"claim", "/dev/mapper/vg00-lvol1"}).environment("LD_PRELOAD", KIVCLAIM_TOLD_USER).run();
+    const Ended ended =
+        command({"claim", "/dev/mapper/vg00-lvol1"}).environment("LD_PRELOAD", KIVCLAIM_TOLD_USER).run();
     EXPECT_EQ(ended.output, "16 device-mapper /dev/mapper/vg00-lvol1\n");
     EXPECT_EQ(ended.errors,
               "kivclaim: the answer about /dev/mapper/vg00-lvol1 is unsure, because /sbin/lvdisplay exited with status "
@@ -198,9 +199,10 @@ TEST_F(UnsureCommand, ANameThatHidesAnotherAnswerIsSaid)
     machine.mapped("dm-0", "plain", "").node("dm-0", "dm-0").disk("sda").node("emcpowera", "sda");
     const Ended ended = onMachine({"claim", "/dev/dm-0"});
     EXPECT_EQ(ended.output, "0 none /dev/dm-0\n");
-    EXPECT_EQ(ended.errors,
-              "kivclaim: /dev/dm-0 is /dev/mapper/plain, which gets the answer 16 device-mapper; --resolve asks by that "
-              "name\n");
+    EXPECT_EQ(
+        ended.errors,
+        "kivclaim: /dev/dm-0 is /dev/mapper/plain, which gets the answer 16 device-mapper; --resolve asks by that "
+        "name\n");
     EXPECT_EQ(ended.status, 1);
     EXPECT_EQ(onMachine({"claim", "--no-warn", "/dev/dm-0"}).errors, "");
     EXPECT_THAT(onMachine({"claim", "/dev/emcpowera"}).errors, HasSubstr("/dev/emcpowera is /dev/sda, which gets the "

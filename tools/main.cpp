@@ -6,8 +6,8 @@
 #include "tools/stack_table.h"
 #include "tools/watch.h"
 
-#include <CLI/CLI.hpp>
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <clocale>
@@ -63,9 +63,8 @@ public:
                        "less")
             ->type_name("FILE")
             ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
-        app.add_flag(
-            "--no-snapshot", session.noSnapshot,
-            "Run what the library runs anew for every question: otherwise it runs once for all of them");
+        app.add_flag("--no-snapshot", session.noSnapshot,
+                     "Run what the library runs anew for every question: otherwise it runs once for all of them");
         app.add_flag("--resolve", session.resolve,
                      "Ask by the kernel's own name of each device, /dev/mapper/plain for /dev/dm-0");
         app.add_flag("--no-warn", session.noWarnings,
@@ -112,8 +111,7 @@ public:
             throw CommandError(std::string(error.what()) + "; " + usage());
         }
         // The active path has a line of its own, and trace records tell what is waited for.
-        const bool isShown =
-            isatty(STDERR_FILENO) != 0 && !session.traceLevel && !app.got_subcommand("active-path");
+        const bool isShown = isatty(STDERR_FILENO) != 0 && !session.traceLevel && !app.got_subcommand("active-path");
         const Watch watch(isShown ? Watch::Shown::yes : Watch::Shown::no);
         return chosen();
     }
@@ -233,7 +231,8 @@ private:
         sub.add_option("PATH", auditOptions.paths, "Device paths, '-' for standard input; none: every block device")
             ->type_name("");
         sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
-        sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences, "Leave out the devices that agree, and show the paths of a map in one row");
+        sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences,
+                     "Leave out the devices that agree, and show the paths of a map in one row");
         sub.add_flag("--no-fold", auditOptions.noFold, "Show each path of a map in a row of its own");
         sub.add_option("--quirk", auditOptions.quirks,
                        "Show the differences only that this quirk explains; may be given several times")

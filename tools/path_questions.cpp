@@ -84,7 +84,8 @@ void AnswerNotes::sayWhatTheNameHides(const ClaimAnswer& answer, ClaimFacts want
 {
     const KernelTruth truth = kernel.behind(answer.path());
     if (truth.isLogicalVolume() && answer.stack() == deviceMapperStack.name) {
-        complain("the kernel calls " + answer.path() + " a logical volume; 'kivclaim audit' tells why the library claims it");
+        complain("the kernel calls " + answer.path() +
+                 " a logical volume; 'kivclaim audit' tells why the library claims it");
     }
     if (!truth.exists() || truth.path() == answer.path()) {
         return;

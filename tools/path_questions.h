@@ -46,7 +46,8 @@ public:
     {
     }
 
-    // Throws what a module threw, as a CommandError. The answer's path may be another name of the device; see --resolve.
+    // Throws what a module threw, as a CommandError. The answer's path may be another name of the device; see
+    // --resolve.
     kivclaim::ClaimAnswer ask(const std::string& path, kivclaim::ClaimFacts wanted);
 
     // To be called after the answer was printed: says what there is to say about it. `outcome`, or answeredUnsure.
