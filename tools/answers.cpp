@@ -7,8 +7,6 @@
 
 #include <charconv>
 
-using kivclaim::ClaimAnswer;
-using kivclaim::ClaimFacts;
 using kivclaim::host::printableText;
 
 namespace kivclaim::tools {

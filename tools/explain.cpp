@@ -8,9 +8,6 @@
 
 #include <algorithm>
 
-using kivclaim::ClaimAnswer;
-using kivclaim::ClaimFacts;
-using kivclaim::ClaimQuery;
 using kivclaim::host::printableText;
 
 namespace kivclaim::tools {

@@ -25,7 +25,7 @@ const Machine& KernelAccount::machine()
 KernelTruth KernelAccount::behind(const std::string& path)
 {
     if (played != nullptr) {
-        return KernelTruth(played->devices(), path);
+        return {played->devices(), path};
     }
     try {
         const KernelTruth truth(readings.empty() ? readAgain() : readings.back(), path);

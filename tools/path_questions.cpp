@@ -3,11 +3,6 @@
 #include "tools/output.h"
 #include "tools/stack_table.h"
 
-using kivclaim::ClaimAnswer;
-using kivclaim::ClaimBasis;
-using kivclaim::ClaimFacts;
-using kivclaim::ClaimQuery;
-
 namespace kivclaim::tools {
 
 namespace {
@@ -20,7 +15,7 @@ bool isSameAnswer(const ClaimAnswer& one, const ClaimAnswer& other)
 
 std::string textOf(const ClaimAnswer& answer, ClaimFacts wanted)
 {
-    const std::string claim = std::to_string(answer.level()) + " " + answer.stack();
+    std::string claim = std::to_string(answer.level()) + " " + answer.stack();
     switch (wanted) {
         case ClaimFacts::isPartition:
             return std::string(answer.isPartition() ? "yes" : "no") + " (" + claim + ")";

@@ -168,6 +168,7 @@ private:
 std::vector<Doubt> doubtsOf(const std::vector<AuditedDevice>& devices)
 {
     std::vector<Doubt> doubts;
+    doubts.reserve(devices.size());
     for (const AuditedDevice& device : devices) {
         doubts.push_back(device.doubt);
     }
