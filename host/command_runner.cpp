@@ -40,9 +40,9 @@ std::string joined(const std::vector<std::string>& words)
     return text;
 }
 
-CommandOutcome outcomeOf(Governor& governor, const std::vector<std::string>& words)
+RunOutcome outcomeOf(Governor& governor, const std::vector<std::string>& words)
 {
-    CommandOutcome outcome;
+    RunOutcome outcome;
     const std::string command = joined(words);
     CommandResult result = governor.run(command, std::chrono::milliseconds(0), [&](const RunLimits& limits) {
         return runWords(words, command, limits, outcome.lines);
@@ -63,7 +63,7 @@ CommandRunner::CommandRunner(const CommandLimits& limits) : state(std::make_shar
 
 CommandRunner::~CommandRunner() = default;
 
-CommandOutcome CommandRunner::run(const std::vector<std::string>& words)
+RunOutcome CommandRunner::run(const std::vector<std::string>& words)
 {
     const std::shared_ptr<Governor> governor = state;
     return host_internal::withoutCancellation([&] { return outcomeOf(*governor, words); });

@@ -35,7 +35,7 @@ struct RunningCommand {
 };
 
 // What came of a command that ran.
-struct CommandOutcome {
+struct RunOutcome {
     int result = 0;                     // as Exec gives it: 0 when the command ran and succeeded
     std::vector<std::string> lines;     // of its standard output, in order, without line ends
     ztfi_pdk_4_4::EFiExecPipe failure;  // filled when the result is not 0
@@ -67,7 +67,7 @@ public:
 
     // Runs the program that the first word names by its absolute path, with the others as its arguments, whatever
     // blanks they hold. Without a limit for the whole run, there is none. Throws EFiExecPipe when it could not be run.
-    CommandOutcome run(const std::vector<std::string>& words);
+    RunOutcome run(const std::vector<std::string>& words);
 
     // At once and for good. May be called in a signal handler.
     void cancel() noexcept;

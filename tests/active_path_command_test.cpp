@@ -207,6 +207,41 @@ TEST_F(ActivePath, RefusesWhatIsNoNativeDisk)
     }
 }
 
+TEST_F(ActivePath, AnswersForSeveralDisksInTheirOrder)
+{
+    volumeManager();
+    EXPECT_EQ(activePath({"/dev/sde", "/dev/sdc"}).output, "/dev/sdf\n/dev/sdd\n");
+}
+
+TEST_F(ActivePath, ReadsDisksFromStandardInputAndPassesOverWhatIsNone)
+{
+    volumeManager();
+    const Ended ended = command({"active-path", "-", "/dev/sdc"}).reads("/dev/sdc1\n/dev/sde\n").run();
+    EXPECT_EQ(ended.output, "/dev/sdf\n/dev/sdd\n");
+    EXPECT_EQ(ended.errors, "kivclaim: '/dev/sdc1' is a partition; ask about its disk, /dev/sdc\n");
+    EXPECT_EQ(ended.status, 2);
+}
+
+TEST_F(ActivePath, RefusesAPartitionAndNamesItsDiskBeforeAnythingIsDone)
+{
+    volumeManager();
+    const Ended ended = activePath({"/dev/sde", "/dev/sdaa12"});
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(ended.errors, "kivclaim: '/dev/sdaa12' is a partition; ask about its disk, /dev/sdaa\n");
+    EXPECT_EQ(ended.status, 2);
+}
+
+TEST_F(ActivePath, TheTraceNamesTheToolThatPrintedNothing)
+{
+    volumeManager();
+    tools.addScript("ztkivadm", "exit 0\n");
+    const Ended ended = activePath({"--waited", "--trace", "2", "/dev/sdc"});
+    EXPECT_THAT(ended.errors,
+                testing::ContainsRegex("Warning - no output of command.\n.* The command that printed no table is "
+                                       "./usr/sbin/ztkivadm +getkivnode .*sdc"));
+    EXPECT_EQ(ended.status, 1);
+}
+
 TEST_F(ActivePath, ASignalEndsItWithTheProgramThatItRunsAndStartsNoOther)
 {
     volumeManager("hang getkivnode\n");
@@ -286,6 +321,8 @@ TEST_F(ActivePath, AsksOnATerminalBeforeTheNodeIsForgotten)
     const Ended yes = command({"-qec", line, "/dev/null"}, "script").reads("y\n").run();
     EXPECT_THAT(yes.output, HasSubstr("/dev/sdd\r\n"));
     EXPECT_EQ(yes.status, 0);
+    const Ended several = command({"-qec", line + " /dev/sde", "/dev/null"}, "script").reads("n\n").run();
+    EXPECT_THAT(several.output, HasSubstr("will forget the nodes of /dev/sdc and /dev/sde and rescan all disks."));
     const Ended redirected = command({"-qec", line + " 2>/dev/null", "/dev/null"}, "script").reads("n\n").run();
     EXPECT_THAT(redirected.output, HasSubstr("Go on? [y/N] ")) << "the terminal is asked, wherever errors go";
     EXPECT_EQ(redirected.status, 2);

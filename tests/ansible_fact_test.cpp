@@ -56,7 +56,8 @@ TEST(AnsibleFact, HoldsTheListAndTheAuditOfTheMachine)
                          {"whole", nullptr}};
     EXPECT_EQ(facts["list"]["blockdevices"].size(), 4U);
     EXPECT_EQ(facts["list"]["blockdevices"][0], mpatha);
-    EXPECT_EQ(facts["audit"]["summary"], json({{"devices", 5}, {"agree", 4}, {"quirks", 1}, {"unknown", 0}}));
+    EXPECT_EQ(facts["audit"]["summary"],
+              json({{"devices", 5}, {"agree", 4}, {"quirks", 1}, {"unknown", 0}, {"unsure", 0}}));
     EXPECT_EQ(facts["audit"]["devices"][0]["differences"][0]["quirk"], "dashed-volume");
 }
 
@@ -73,6 +74,14 @@ TEST(AnsibleFact, SaysThatTheCommandIsNotInstalled)
 TEST(AnsibleFact, TakesADifferenceForAnAnswer)
 {
     const json facts = factWithCommand("echo '{\"summary\": 1}'\nexit 1\n");
+    ASSERT_TRUE(facts.is_object()) << facts;
+    EXPECT_EQ(facts["audit"], json({{"summary", 1}}));
+    EXPECT_EQ(facts["error"], nullptr);
+}
+
+TEST(AnsibleFact, TakesAnUnsureAnswerForAnAnswer)
+{
+    const json facts = factWithCommand("echo '{\"summary\": 1}'\necho 'kivclaim: unsure' >&2\nexit 3\n");
     ASSERT_TRUE(facts.is_object()) << facts;
     EXPECT_EQ(facts["audit"], json({{"summary", 1}}));
     EXPECT_EQ(facts["error"], nullptr);

@@ -54,11 +54,15 @@ protected:
     // The lines about differences, blanks collapsed, without the summary.
     std::vector<std::string> differences(const std::vector<std::string>& paths = {}, const std::string& input = "")
     {
-        std::vector<std::string> arguments = {"--only-differences"};
+        std::vector<std::string> arguments = {"--only-differences", "--no-fold"};
         arguments.insert(arguments.end(), paths.begin(), paths.end());
-        const Ended ended = audit(arguments, input);
-        EXPECT_EQ(ended.errors, "");
-        EXPECT_EQ(ended.status, 0);
+        return differencesIn(audit(arguments, input), "", 0);
+    }
+
+    static std::vector<std::string> differencesIn(const Ended& ended, const std::string& errors, int status)
+    {
+        EXPECT_EQ(ended.errors, errors);
+        EXPECT_EQ(ended.status, status);
         std::vector<std::string> lines;
         std::string line;
         for (const char character : ended.output) {
@@ -147,17 +151,43 @@ TEST_F(Audit, AMapThatIsNamedLikeAVolumeWithADashInTheListIsRefused)
 TEST_F(Audit, AVolumeIsClaimedWhenTheListingFails)
 {
     failingListing();
-    machine.mapped("dm-0", "vg00-lvol1", "LVM-AbCd");
-    EXPECT_EQ(differences(), Lines{"/dev/mapper/vg00-lvol1 claim device-mapper logical volume quirk failed-listing "
-                                   "/sbin/lvdisplay failed, so no volume is known as one"});
+    machine.mapped("dm-0", "vg00-lvol1", "LVM-AbCd").mapped("dm-1", "mpatha", "mpath-36001");
+    const Ended ended = audit();
+    EXPECT_EQ(differencesIn(ended,
+                            "kivclaim: the answers about 2 devices are unsure, because /sbin/lvdisplay exited with "
+                            "status 5: no locking; run /sbin/lvdisplay by hand to see what is wrong\n",
+                            3),
+              (Lines{"/dev/mapper/mpatha all device-mapper multipath map agrees, unsure ",
+                     "/dev/mapper/vg00-lvol1 claim device-mapper logical volume quirk, unsure failed-listing "
+                     "/sbin/lvdisplay failed, so no volume is known as one"}));
+    EXPECT_THAT(ended.output, HasSubstr("0 differ otherwise; the answers about 2 are unsure\n"));
+    EXPECT_THAT(audit({"--json"}).output,
+                AllOf(HasSubstr("\"unsure\": 2"), HasSubstr("\"unsure\": \"/sbin/lvdisplay exited with status 5: no "
+                                                            "locking; run /sbin/lvdisplay by hand")));
 }
 
 TEST_F(Audit, AVolumeIsClaimedWithoutTheToolThatListsIt)
 {
     ASSERT_EQ(unlink((tools.path() + "/lvdisplay").c_str()), 0);
     machine.mapped("dm-0", "vg00-lvol1", "LVM-AbCd");
-    EXPECT_EQ(differences(), Lines{"/dev/mapper/vg00-lvol1 claim device-mapper logical volume quirk failed-listing "
-                                   "/sbin/lvdisplay failed, so no volume is known as one"});
+    EXPECT_EQ(differencesIn(audit(),
+                            "kivclaim: the answers about 1 device are unsure, because /sbin/lvdisplay could not be "
+                            "run: it cannot be started (No such file or directory); install lvm2\n",
+                            3),
+              Lines{"/dev/mapper/vg00-lvol1 claim device-mapper logical volume quirk, unsure failed-listing "
+                    "/sbin/lvdisplay failed, so no volume is known as one"});
+    const Ended silent = audit({"--no-warn"});
+    EXPECT_EQ(silent.errors, "");
+    EXPECT_EQ(silent.status, 3);
+}
+
+TEST_F(Audit, WithoutLvmNothingIsUnsure)
+{
+    ASSERT_EQ(unlink((tools.path() + "/lvdisplay").c_str()), 0);
+    machine.mapped("dm-0", "mpatha", "mpath-36001");
+    const Ended ended = audit();
+    EXPECT_EQ(ended.errors, "");
+    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(Audit, AVolumeThatWasCreatedAfterTheListingIsClaimed)
@@ -211,6 +241,41 @@ TEST_F(Audit, APathOfAMapIsClaimedAsNative)
                      "the name is a disk's; that /dev/mapper/mpatha uses it does not count",
                      "/dev/sda1 claim native partition 1 of /dev/sda, path of /dev/mapper/mpatha quirk path-of-a-map "
                      "the name is a disk's; that /dev/mapper/mpatha uses it does not count"}));
+}
+
+TEST_F(Audit, ThePathsOfAMapAreFoldedIntoOneRow)
+{
+    machine.disk("sda").partition("sda", "sda1", 1).disk("sdb").disk("sdc");
+    machine.mapped("dm-0", "mpatha", "mpath-36001", {"sda", "sdb"}).mapped("dm-1", "mpathb", "mpath-36002", {"sdc"});
+    const Ended folded = audit({"-d"});
+    EXPECT_EQ(differencesIn(folded, "", 0),
+              (Lines{"/dev/sda and 2 more claim native paths of /dev/mapper/mpatha quirk path-of-a-map "
+                     "the names are disks'; that /dev/mapper/mpatha uses them does not count",
+                     "/dev/sdc claim native SCSI disk, path of /dev/mapper/mpathb quirk path-of-a-map "
+                     "the name is a disk's; that /dev/mapper/mpathb uses it does not count"}));
+    EXPECT_THAT(folded.output, HasSubstr("\n6 devices: 2 agree, 4 differ by known quirks ")) << "all are counted";
+    EXPECT_EQ(differencesIn(audit({"-d", "--no-fold"}), "", 0).size(), 4U);
+}
+
+TEST_F(Audit, ShowsOrLeavesOutTheDifferencesOfAQuirk)
+{
+    machine.disk("sda").mapped("dm-0", "mpatha", "mpath-36001", {"sda"}).mapped("dm-1", "zero", "");
+    const std::string path =
+        "/dev/sda claim native SCSI disk, path of /dev/mapper/mpatha quirk path-of-a-map "
+        "the name is a disk's; that /dev/mapper/mpatha uses it does not count";
+    const std::string mapping =
+        "/dev/mapper/zero claim device-mapper device-mapper device, without uuid quirk "
+        "any-mapping whatever is under /dev/mapper/ and no logical volume is claimed";
+    EXPECT_EQ(differencesIn(audit({"--quirk", "path-of-a-map"}), "", 0), Lines{path});
+    EXPECT_EQ(differencesIn(audit({"-d", "--no-quirk", "path-of-a-map"}), "", 0), Lines{mapping});
+    EXPECT_EQ(differencesIn(audit({"-d", "--quirk", "path-of-a-map", "--quirk", "any-mapping"}), "", 0),
+              (Lines{mapping, path}));
+    const std::string json = audit({"--json", "--quirk", "any-mapping"}).output;
+    EXPECT_THAT(json, AllOf(HasSubstr("any-mapping"), Not(HasSubstr("path-of-a-map")), Not(HasSubstr("mpatha\""))));
+    EXPECT_THAT(json, HasSubstr("\"quirks\": 2")) << "the summary is about all differences";
+    const Ended wrong = audit({"--quirk", "path"});
+    EXPECT_THAT(wrong.errors, HasSubstr("kivclaim: 'path' is no quirk of an answer; the quirks are prefix-anywhere, "));
+    EXPECT_EQ(wrong.status, 2);
 }
 
 TEST_F(Audit, ADiskUnderAVolumeIsADiskAllTheSame)
@@ -310,7 +375,12 @@ TEST_F(Audit, APartitionThatHasTheNameOfAnotherComesBackWithItsNumber)
 
 TEST_F(Audit, ANameIsClaimedWithoutADevice)
 {
-    EXPECT_EQ(differences({"/dev/mapper/gone-part1", "/dev/emcpowerzz", "/dev/nothing"}),
+    const Ended ended = audit({"-d", "/dev/mapper/gone-part1", "/dev/emcpowerzz", "/dev/nothing"});
+    EXPECT_EQ(differencesIn(ended,
+                            "kivclaim: /dev/mapper/gone-part1: no such device; the name alone decides\n"
+                            "kivclaim: /dev/emcpowerzz: no such device; the name alone decides\n"
+                            "kivclaim: /dev/nothing: no such device; the name alone decides\n",
+                            0),
               (Lines{"/dev/mapper/gone-part1 claim device-mapper no such device quirk name-decides "
                      "the name is enough, nothing needs to be there",
                      "/dev/emcpowerzz claim powerpath no such device quirk name-decides "
@@ -337,8 +407,9 @@ TEST_F(Audit, ANodeMayBeAnotherDevices)
 
 TEST_F(Audit, APrefixCountsAnywhere)
 {
-    EXPECT_EQ(differences({"/srv/dev/sda"}), Lines{"/srv/dev/sda claim native no such device quirk prefix-anywhere "
-                                                   "'/dev/sd' counts wherever it stands in a path"});
+    EXPECT_EQ(differences({"--no-warn", "/srv/dev/sda"}),
+              Lines{"/srv/dev/sda claim native no such device quirk prefix-anywhere "
+                    "'/dev/sd' counts wherever it stands in a path"});
 }
 
 TEST_F(Audit, CountsWhatItFound)
@@ -506,14 +577,15 @@ TEST_F(Audit, PrintsJson)
       "devices": 2,
       "agree": 1,
       "quirks": 1,
-      "unknown": 0
+      "unknown": 0,
+      "unsure": 0
    }
 }
 )");
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(audit({"--json", "--only-differences", "/dev/mapper/mpatha_part1"}).output,
               "{\n   \"devices\": [],\n   \"summary\": {\n      \"devices\": 1,\n      \"agree\": 1,\n"
-              "      \"quirks\": 0,\n      \"unknown\": 0\n   }\n}\n");
+              "      \"quirks\": 0,\n      \"unknown\": 0,\n      \"unsure\": 0\n   }\n}\n");
 }
 
 // A machine without any quirk, and a module of somebody else's that claims all of it.

@@ -13,11 +13,11 @@
 #include <gmock/gmock.h>
 
 using kivclaim::host::CommandLimits;
-using kivclaim::host::CommandOutcome;
 using kivclaim::host::CommandRunner;
 using kivclaim::host::CommandRunnerScope;
 using kivclaim::host::CommandSnapshot;
 using kivclaim::host::RunningCommand;
+using kivclaim::host::RunOutcome;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -73,7 +73,7 @@ class HostCommandRunner : public RunnerTest {};
 TEST_F(HostCommandRunner, GivesTheWordsOfAListToTheProgramAsTheyAre)
 {
     CommandRunner runner;
-    const CommandOutcome outcome = runner.run({probe, "arguments", "a b", "", " ", "c\nd"});
+    const RunOutcome outcome = runner.run({probe, "arguments", "a b", "", " ", "c\nd"});
     EXPECT_EQ(outcome.result, 0);
     EXPECT_THAT(outcome.lines, ElementsAre("<a b>", "<>", "< >", "<c", "d>"));
 }
@@ -81,7 +81,7 @@ TEST_F(HostCommandRunner, GivesTheWordsOfAListToTheProgramAsTheyAre)
 TEST_F(HostCommandRunner, RecordsTheFailureOfACommand)
 {
     CommandRunner runner;
-    const CommandOutcome outcome = runner.run({probe, "print", "out", "complain", "why", "exit", "3"});
+    const RunOutcome outcome = runner.run({probe, "print", "out", "complain", "why", "exit", "3"});
     EXPECT_EQ(outcome.result, 3);
     EXPECT_THAT(outcome.lines, ElementsAre("out"));
     EXPECT_EQ(outcome.failure.waitStatus, 3 << 8);
@@ -102,7 +102,7 @@ TEST_F(HostCommandRunner, RefusesAListThatNamesNoProgramByItsPath)
 TEST_F(HostCommandRunner, EndsACommandAtItsOwnLimit)
 {
     CommandRunner runner(limitOf(200ms));
-    const CommandOutcome outcome = runner.run({probe, "print", "early", "sleep", "60000"});
+    const RunOutcome outcome = runner.run({probe, "print", "early", "sleep", "60000"});
     EXPECT_EQ(outcome.result, 128 + SIGTERM);
     EXPECT_EQ(outcome.failure.errorNumber, ETIMEDOUT);
     EXPECT_THAT(outcome.lines, ElementsAre("early"));
@@ -261,7 +261,7 @@ TEST_F(HostCommandRunner, RunsCommandsOfSeveralThreadsAtOnce)
         threads.emplace_back([&, number] {
             for (int i = 0; i < 10; ++i) {
                 const std::string word = std::to_string(number);
-                const CommandOutcome outcome = runner.run({probe, "print", word, "exit", word});
+                const RunOutcome outcome = runner.run({probe, "print", word, "exit", word});
                 right += outcome.result == number && outcome.lines == Lines{word} ? 1 : 0;
             }
         });

@@ -46,7 +46,7 @@ TEST(CommandClaim, PrintsLevelStackAndPath)
 {
     const Ended ended = kivclaim({"claim", "/dev/emcpowera1"});
     EXPECT_EQ(ended.output, "16 powerpath /dev/emcpowera1\n");
-    EXPECT_EQ(ended.errors, "");
+    EXPECT_EQ(ended.errors, "kivclaim: /dev/emcpowera1: no such device; the name alone decides\n");
     EXPECT_EQ(ended.status, 0);
 }
 
@@ -112,7 +112,9 @@ TEST(CommandWhole, SaysWhenNobodyClaimsAPathAndGoesOn)
 {
     const Ended ended = kivclaim({"whole", "/dev/null", "/dev/emcpowerb15"});
     EXPECT_EQ(ended.output, "/dev/emcpowerb 15\n");
-    EXPECT_EQ(ended.errors, "kivclaim: no stack claims /dev/null\n");
+    EXPECT_EQ(ended.errors,
+              "kivclaim: no stack claims /dev/null\n"
+              "kivclaim: /dev/emcpowerb15: no such device; the name alone decides\n");
     EXPECT_EQ(ended.status, 1);
 }
 
@@ -149,7 +151,7 @@ TEST(CommandInput, AnswersAMillionLinesInConstantMemory)
 {
     constexpr int batches = 1000;
     constexpr int linesInBatch = 1000;
-    Process process(KIVCLAIM_COMMAND, {"whole", "-"});
+    Process process(KIVCLAIM_COMMAND, {"--no-warn", "whole", "-"});
     process.environment("ASAN_OPTIONS", "quarantine_size_mb=1");
     process.start();
     long peakAfterFirstBatch = 0;
@@ -186,7 +188,7 @@ TEST(CommandInput, RefusesAnEmptyPath)
     const Ended argument = kivclaim({"claim", ""});
     EXPECT_EQ(argument.errors, "kivclaim: PATH is empty; give device paths such as /dev/sda\n");
     EXPECT_EQ(argument.status, 2);
-    const Ended lines = kivclaim({"claim", "-"}, "/dev/emcpowera\n\n/dev/emcpowerb\n");
+    const Ended lines = kivclaim({"--no-warn", "claim", "-"}, "/dev/emcpowera\n\n/dev/emcpowerb\n");
     EXPECT_EQ(lines.output, "16 powerpath /dev/emcpowera\n16 powerpath /dev/emcpowerb\n");
     EXPECT_EQ(lines.errors, "kivclaim: line 2 of standard input is empty; give device paths such as /dev/sda\n");
     EXPECT_EQ(lines.status, 2);
@@ -234,7 +236,7 @@ TEST(CommandOutput, NothingHostileReachesTheTerminal)
                                                {hostile},
                                                {"claim", "--" + hostile},
                                                {"list", "-o", hostile},
-                                               {"whole", "/dev/null\x1b[2J"},
+                                               {"--no-warn", "whole", "/dev/null\x1b[2J"},
                                                {"--trace-file", "/none/\x1b[2J", "prefixes"}}) {
         const Ended ended = kivclaim(wrong);
         EXPECT_TRUE(isHarmless(ended.output + ended.errors)) << ended.errors;
@@ -244,7 +246,7 @@ TEST(CommandOutput, NothingHostileReachesTheTerminal)
 
 TEST(CommandOutput, AClosedPipeEndsItQuietly)
 {
-    Process process(KIVCLAIM_COMMAND, {"claim", "-"});
+    Process process(KIVCLAIM_COMMAND, {"--no-warn", "claim", "-"});
     process.start();
     process.closeOutput();
     std::string input;
@@ -318,12 +320,12 @@ TEST(CommandVersion, IsTheLibrarysReleaseIdentification)
 
 TEST(CommandTrace, ShowsRecordsUpToTheLevelOnStandardError)
 {
-    EXPECT_EQ(kivclaim({"claim", "/dev/emcpowera"}).errors, "");
+    EXPECT_EQ(kivclaim({"--no-warn", "claim", "/dev/emcpowera"}).errors, "");
     const Ended information = kivclaim({"--trace", "3", "claim", "/dev/emcpowera"});
     EXPECT_THAT(information.errors, HasSubstr(" INFO: CKivPowerPathClaim::claim - returning CLAIM_SECONDARY\n"));
     EXPECT_THAT(information.errors, Not(HasSubstr("Entering")));
     EXPECT_THAT(kivclaim({"claim", "/dev/emcpowera", "--trace", "6"}).errors, HasSubstr("Entering Function claim"));
-    EXPECT_EQ(kivclaim({"--trace", "2", "claim", "/dev/emcpowera"}).errors, "");
+    EXPECT_EQ(kivclaim({"--no-warn", "--trace", "2", "claim", "/dev/emcpowera"}).errors, "");
     EXPECT_EQ(information.output, "16 powerpath /dev/emcpowera\n");
 }
 
@@ -332,7 +334,7 @@ TEST(CommandTrace, KeepsRecordsInAFile)
     const tests::TemporaryFolder folder;
     const std::string all = folder.path() + "/all.log";
     const std::string some = folder.path() + "/some.log";
-    EXPECT_EQ(kivclaim({"--trace-file", all, "claim", "/dev/emcpowera"}).errors, "");
+    EXPECT_EQ(kivclaim({"--no-warn", "--trace-file", all, "claim", "/dev/emcpowera"}).errors, "");
     EXPECT_THAT(contentOf(all), HasSubstr("Entering Function claim"));
     kivclaim({"--trace-file", some, "--trace", "3", "claim", "/dev/emcpowera"});
     EXPECT_THAT(contentOf(some), AllOf(HasSubstr("CLAIM_SECONDARY"), Not(HasSubstr("Entering"))));

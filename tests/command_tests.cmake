@@ -60,6 +60,14 @@ target_compile_definitions(captured_root PRIVATE
     KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured"
     KIVCLAIM_UNPACK_MACHINE="${CMAKE_CURRENT_SOURCE_DIR}/unpack_machine")
 
+# An ordinary user, for programs that are run as processes.
+kivclaim_preload(told_user told_user.cpp)
+kivclaim_test(unsure_command_test
+    SOURCES unsure_command_test.cpp
+    LIBRARIES mock_machine process
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" KIVCLAIM_TOLD_USER="$<TARGET_FILE:told_user>")
+add_dependencies(unsure_command_test kivclaim_command told_user)
+
 kivclaim_test(captured_machine_test
     SOURCES captured_machine_test.cpp
     LIBRARIES captured_root process captured_releases nlohmann_json::nlohmann_json

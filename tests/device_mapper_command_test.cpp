@@ -141,11 +141,18 @@ TEST_F(DeviceMapperCommand, ExplainsATie)
                           "first.\n"));
 }
 
-TEST_F(DeviceMapperCommand, RunsTheToolForEveryQuestionWhileThereIsNoVolume)
+TEST_F(DeviceMapperCommand, RunsTheToolOnceForAllArgumentsWhileThereIsNoVolume)
 {
     lvdisplay("");
-    kivclaim({"claim", "/dev/mapper/a", "/dev/mapper/b", "/dev/mapper/c"});
-    EXPECT_EQ(runs(), 3);
+    std::vector<std::string> arguments = {"claim"};
+    for (int i = 1; i < 100; ++i) {
+        arguments.push_back("/dev/mapper/node00" + std::to_string(i));
+    }
+    const Ended ended = kivclaim(arguments);
+    EXPECT_EQ(std::count(ended.output.begin(), ended.output.end(), '\n'), 99);
+    EXPECT_EQ(runs(), 1);
+    kivclaim({"--no-snapshot", "claim", "/dev/mapper/a", "/dev/mapper/b", "/dev/mapper/c"});
+    EXPECT_EQ(runs(), 4) << "anew for every question, when that is wanted";
 }
 
 TEST_F(DeviceMapperCommand, RunsTheToolOnceForPathsFromStandardInput)

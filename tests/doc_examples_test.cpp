@@ -122,7 +122,18 @@ protected:
         machine.mapped("dm-0", "mpatha", "mpath-36001", {"sdc", "sdd"});
         machine.mapped("dm-1", "mpatha-part1", "part1-mpath-36001", {"dm-0"});
         machine.mapped("dm-2", "vg00-lvol1", "LVM-AbCd", {"sda1"});
+        addDevicesOf(GetParam());
         fs::create_symlink(sourceFolder + "/examples", work.path() + "/examples");
+    }
+
+    // What a page asks about besides; otherwise the command would say that it is not there.
+    void addDevicesOf(const std::string& page)
+    {
+        machine.disk("zram0");
+        if (page == "README.md") {
+            machine.disk("emcpowera").disk("emcpowerb").partition("emcpowerb", "emcpowerb15", 15);
+            machine.disk("nvme0n1").partition("nvme0n1", "nvme0n1p12", 12).partition("sdc", "sdc1", 1);
+        }
     }
 
     Ended run(const std::string& script)

@@ -209,7 +209,7 @@ TEST_F(Listing, AllColumnsAreThoseOfTheManual)
     const std::string heading = output({"-O", "-r", "/dev/sda"});
     EXPECT_EQ(heading.substr(0, heading.find('\n')),
               "DEVICE STACK LEVEL PART WHOLE MARK KNAME MAJ:MIN TYPE SIZE RO RM VENDOR MODEL REV SERIAL WWN HCTL TRAN "
-              "STATE PKNAME MOUNTPOINTS FSTYPE LABEL UUID MAP PATHS DMUUID LINKS");
+              "STATE PKNAME MOUNTPOINTS FSTYPE LABEL UUID MAP PATHS DMUUID LINKS UNSURE");
 }
 
 TEST_F(Listing, ShowsThePathsOfAMapEachWithItsState)
@@ -331,15 +331,46 @@ TEST_F(Listing, MarksTheQuirksOfEachDevice)
     EXPECT_EQ(output({"-m", "-n", "-o", "DEVICE", "/dev/sda", "/dev/sdb"}), "/dev/sda\n");
 }
 
-TEST_F(Listing, AFailedListingMarksVolumesAndMakesOtherMappingsUnsure)
+TEST_F(Listing, AFailedListingMarksVolumesAndMakesAllMappingsUnsure)
 {
     lvdisplayPrints("", 5);
     addSmallMachine();
     machine.volume("dm-2", "vg-lv", {"sdc"});
-    EXPECT_EQ(output({"-r", "-n", "-o", "DEVICE,MARK", "/dev/mapper/vg-lv", "/dev/mapper/mpatha", "/dev/sdc"}),
-              "/dev/mapper/vg-lv failed-listing\n"
+    const Ended ended = list({"-r", "-n", "-o", "DEVICE,MARK", "/dev/mapper/vg-lv", "/dev/mapper/mpatha", "/dev/sdc"});
+    EXPECT_EQ(ended.output,
+              "/dev/mapper/vg-lv failed-listing,unsure\n"
               "/dev/mapper/mpatha unsure\n"
               "/dev/sdc \n");
+    EXPECT_EQ(ended.errors,
+              "kivclaim: the answers about 2 devices are unsure, because /sbin/lvdisplay exited with status 5\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(Listing, TablesWithUnsureAnswersHaveAColumnWithTheReason)
+{
+    lvdisplayPrints("", 5);
+    addSmallMachine();
+    EXPECT_EQ(list({"-r", "/dev/mapper/mpatha", "/dev/sdc"}).output,
+              "DEVICE STACK LEVEL PART WHOLE UNSURE\n"
+              "/dev/mapper/mpatha device-mapper 16   /sbin/lvdisplay\\x20exited\\x20with\\x20status\\x205\n"
+              "/dev/sdc native 2   \n");
+    EXPECT_THAT(list({"-J", "/dev/mapper/mpatha"}).output,
+                HasSubstr("\"unsure\": \"/sbin/lvdisplay exited with status 5\""));
+    EXPECT_THAT(list({"-J", "--luns", "/dev/mapper/mpatha"}).output,
+                HasSubstr("\"unsure\": \"/sbin/lvdisplay exited with status 5\""));
+    EXPECT_EQ(output({"-r", "-n", "/dev/sdc"}), "/dev/sdc native 2  \n");
+}
+
+TEST_F(Listing, AnUnsureAnswerCountsInTheExitStatusWhenThatIsWanted)
+{
+    lvdisplayPrints("", 5);
+    addSmallMachine();
+    EXPECT_EQ(list({"--strict", "/dev/mapper/mpatha"}).status, 3);
+    EXPECT_EQ(list({"--strict", "--luns"}).status, 3);
+    EXPECT_EQ(list({"--strict", "/dev/sdc"}).status, 0);
+    const Ended silent = list({"--strict", "--no-warn", "/dev/mapper/mpatha"});
+    EXPECT_EQ(silent.errors, "");
+    EXPECT_EQ(silent.status, 3);
 }
 
 // A terminal is a matter of its own: the pseudo-terminal of script(1).
@@ -417,7 +448,7 @@ TEST_F(Listing, NamesWhatIsUnknownAndWhatIsKnown)
     EXPECT_THAT(complaint({"-x", "NAME"}), StartsWith("kivclaim: 'NAME' is no column; the columns are DEVICE,"));
     EXPECT_THAT(complaint({"--luns", "-o", "KNAME"}),
                 "kivclaim: 'KNAME' is no column; the columns are WWID, SIZE, VENDOR, MODEL, DEVICE, STACK, PATHS, "
-                "PARTITIONS, MOUNTPOINTS and MARK\n");
+                "PARTITIONS, MOUNTPOINTS, MARK and UNSURE\n");
     EXPECT_EQ(complaint({"-S", "native,lvm"}),
               "kivclaim: 'lvm' is no stack; the stacks are powerpath, device-mapper, native and none\n");
     EXPECT_EQ(complaint({"--color", "often"}),

@@ -56,7 +56,7 @@ constexpr char giveAModule[] = "; give a claim module built against this release
 
 TEST(NvmeModule, ClaimsNamespacesAndTheirPartitions)
 {
-    const Ended ended = kivclaim({"claim", "/dev/nvme0n1", "/dev/nvme0n1p2", "/dev/nvme10n23p456"});
+    const Ended ended = kivclaim({"--no-warn", "claim", "/dev/nvme0n1", "/dev/nvme0n1p2", "/dev/nvme10n23p456"});
     EXPECT_EQ(ended.output,
               "2 CNvmeClaim /dev/nvme0n1\n2 CNvmeClaim /dev/nvme0n1p2\n2 CNvmeClaim /dev/nvme10n23p456\n");
     EXPECT_EQ(ended.errors, "");
@@ -153,7 +153,7 @@ TEST(CommandModule, AStrongerModuleWins)
 
 TEST(CommandModule, OfEqualModulesTheOneGivenFirstWins)
 {
-    const Ended twice = kivclaim({"--module", NVME_MODULE, "explain", "/dev/nvme0n1"});
+    const Ended twice = kivclaim({"--no-warn", "--module", NVME_MODULE, "explain", "/dev/nvme0n1"});
     EXPECT_THAT(twice.output, HasSubstr("  4. CNvmeClaim answers 2\n  5. CNvmeClaim answers 2\n"
                                         "Claimed by CNvmeClaim, level 2: a tie: of the modules with the highest "
                                         "level, the one asked first.\n"));

@@ -2,11 +2,11 @@
 #include "host/printable_text.h"
 #include "modules/kiv_nativepath_claim.h"
 #include "tools/commands.h"
-#include "tools/interruption.h"
 #include "tools/lookup_progress.h"
 #include "tools/output.h"
 #include "tools/path_input.h"
 #include "tools/stack_table.h"
+#include "tools/watch.h"
 
 #include <unistd.h>
 
@@ -14,6 +14,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -67,6 +68,7 @@ private:
 void requireNativeDisk(const std::string& path)
 {
     constexpr std::string_view directory = nativeStack.pattern;
+    constexpr char digits[] = "0123456789";
     const auto isLetterOrDigit = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); };
     const bool isDisk =
         path.size() > directory.size() && path.compare(0, directory.size(), directory) == 0 &&
@@ -74,14 +76,22 @@ void requireNativeDisk(const std::string& path)
     if (!isDisk) {
         throw CommandError("'" + path + "' is no native disk path; give one such as /dev/sdc");
     }
+    const std::string disk = path.substr(0, path.find_last_not_of(digits) + 1);
+    if (disk != path) {
+        throw CommandError("'" + path + "' is a partition; ask about its disk, " + disk);
+    }
 }
 
-bool isConfirmed(const std::string& path, FILE* terminal)
+bool isConfirmed(const std::vector<std::string>& paths, FILE* terminal)
 {
+    std::string names;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        names += (i == 0 ? "" : i + 1 == paths.size() ? " and " : ", ") + paths[i];
+    }
     std::fprintf(terminal,
-                 "The volume manager will forget the node of %s and rescan all disks.\n"
+                 "The volume manager will forget the node%s of %s and rescan all disks.\n"
                  "Go on? [y/N] ",
-                 path.c_str());
+                 paths.size() == 1 ? "" : "s", names.c_str());
     std::fflush(terminal);
     std::string answer;
     std::getline(std::cin, answer);
@@ -89,11 +99,11 @@ bool isConfirmed(const std::string& path, FILE* terminal)
 }
 
 // On a terminal, wherever standard error goes; nobody else is asked.
-void requireConfirmation(const std::string& path)
+void requireConfirmation(const std::vector<std::string>& paths)
 {
     const std::unique_ptr<FILE, int (*)(FILE*)> terminal(
         isatty(STDIN_FILENO) != 0 ? std::fopen("/dev/tty", "w") : nullptr, &std::fclose);
-    if (terminal != nullptr && !isConfirmed(path, terminal.get())) {
+    if (terminal != nullptr && !isConfirmed(paths, terminal.get())) {
         throw CommandError("not confirmed, nothing was done; --waited looks up without forgetting the node");
     }
 }
@@ -112,52 +122,109 @@ const char* reasonOf(LookupProgress::Step step)
     return "the path lookup gave no answer";
 }
 
+// Writes the library's records where the user wants them, and names the tool beside those that do not.
+class RecordWriter {
+public:
+    explicit RecordWriter(const SessionOptions& options)
+    {
+        const std::vector<kivclaim::host::TraceDestination> destinations = options.destinations();
+        if (!destinations.empty()) {
+            log = kivclaim::host::makeTraceLog(destinations);
+        }
+    }
+
+    void take(int level, const std::string& record)
+    {
+        constexpr std::string_view start = "ExecuteCommand command: ";
+        if (record.compare(0, start.size(), start) == 0) {
+            command = record.substr(start.size());
+        }
+        write(level, record);
+        if (record == "Warning - no output of command.") {
+            write(level, "The command that printed no table is [" + command + "]");
+        }
+    }
+
+private:
+    void write(int level, const std::string& record)
+    {
+        if (log.get() != nullptr) {
+            log->trace(level, "%s", record.c_str());
+        }
+    }
+
+    kivclaim::host::TraceLogPointer log;
+    std::string command;
+};
+
 // Looks up with a log that follows the progress, shown as the user asked for.
-std::string lookUp(const SessionOptions& options, const ActivePathOptions& request, LookupProgress& progress)
+std::string lookUp(const SessionOptions& options, const ActivePathOptions& request, const std::string& path,
+                   LookupProgress& progress)
 {
-    Interruption interruption([&] { return progress.isPausing(); });
-    std::vector<kivclaim::host::TraceDestination> destinations = options.destinations();
-    destinations.push_back(kivclaim::host::traceToFunction(
-        ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL, [&](int /*level*/, const std::string& record) {
+    RecordWriter writer(options);
+    CNativePathClaim module;
+    module.registerTraceLog(kivclaim::host::makeTraceLog({kivclaim::host::traceToFunction(
+        ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL, [&](int level, const std::string& record) {
+            writer.take(level, record);
             const bool isNewAttempt = progress.take(record, Clock::now());
             if (isNewAttempt && request.verbose && isatty(STDERR_FILENO) == 0) {
                 complain(progress.description(Clock::now()));
             }
-            interruption.holdWhenInterrupted();
-        }));
-    CNativePathClaim module;
-    module.registerTraceLog(kivclaim::host::makeTraceLog(destinations));
+            Watch::beforeOutput();
+        })}));
     std::optional<LiveLine> line;
     const bool recordsShowIt = options.traceLevel.value_or(0) >= ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_INFORMATION;
     if (isatty(STDERR_FILENO) != 0 && !recordsShowIt) {
         line.emplace(progress);
     }
-    return module.getActivePath(request.path, request.waited);
+    return module.getActivePath(path, request.waited);
 }
 
-}  // namespace
-
-ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request)
+void requireThisMachinesVolumeManager(const SessionOptions& options)
 {
-    requireNativeDisk(request.path);
     if (!options.moduleFiles.empty()) {
         throw CommandError("active-path asks the volume manager and no claim module; leave out --module");
     }
     if (!options.sysroot.empty()) {
         throw CommandError("active-path asks the volume manager of this machine; leave out --sysroot");
     }
-    const bool changesSomething = !request.waited && CZtKIVSupport().isZtKIVInstalled();
-    if (changesSomething && !request.yes) {
-        requireConfirmation(request.path);
-    }
+}
+
+ExitStatus answer(const SessionOptions& options, const ActivePathOptions& request, const std::string& disk)
+{
     LookupProgress progress;
-    const std::string path = lookUp(options, request, progress);
+    const std::string path = lookUp(options, request, disk, progress);
     printLine(printableText(path));
     if (progress.step() != LookupProgress::Step::answered) {
-        complain(request.path + " as it was given: " + reasonOf(progress.step()));
+        complain(disk + " as it was given: " + reasonOf(progress.step()));
         return answeredNo;
     }
     return answeredYes;
+}
+
+}  // namespace
+
+ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request)
+{
+    std::vector<std::string> disks;
+    std::copy_if(request.paths.begin(), request.paths.end(), std::back_inserter(disks),
+                 [](const std::string& path) { return path != "-"; });
+    // All of them before anything is changed.
+    std::for_each(disks.begin(), disks.end(), requireNativeDisk);
+    requireThisMachinesVolumeManager(options);
+    const bool changesSomething = !request.waited && CZtKIVSupport().isZtKIVInstalled();
+    if (changesSomething && !request.yes && !disks.empty()) {
+        requireConfirmation(disks);
+    }
+    return forEachPath(request.paths, [&](const std::string& path) {
+        try {
+            requireNativeDisk(path);
+        } catch (const CommandError& error) {  // from standard input: the others may be right
+            complain(error.what());
+            return failed;
+        }
+        return answer(options, request, path);
+    });
 }
 
 }  // namespace kivclaim::tools

@@ -3,9 +3,8 @@
 #include "tools/commands.h"
 #include "tools/output.h"
 #include "tools/path_input.h"
-#include "tools/stack_name.h"
+#include "tools/path_questions.h"
 
-#include <algorithm>
 #include <charconv>
 
 using kivclaim::host::printableText;
@@ -13,12 +12,6 @@ using kivclaim::host::printableText;
 namespace kivclaim::tools {
 
 namespace {
-
-// Paths from standard input are many questions.
-Questions questionsIn(const std::vector<std::string>& paths)
-{
-    return std::find(paths.begin(), paths.end(), "-") != paths.end() ? Questions::many : Questions::one;
-}
 
 ExitStatus unclaimed(const std::string& path)
 {
@@ -41,61 +34,58 @@ unsigned int partitionNumber(const std::string& text)
 
 ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths)
 {
-    Session session(options, questionsIn(paths));
+    PathQuestions questions(options);
     return forEachPath(paths, [&](const std::string& path) {
-        CKivDeviceClaimBase* module = nullptr;
-        const unsigned int level = session.manager.getClaimModule(module, path);
-        printLine(std::to_string(level) + " " + stackName(module) + " " + printableText(path));
-        session.complainIfUnsure(path);
-        return module != nullptr ? answeredYes : answeredNo;
+        const ClaimAnswer answer = questions.ask(path, ClaimFacts::claimOnly);
+        printLine(std::to_string(answer.level()) + " " + answer.stack() + " " + printableText(answer.path()));
+        return questions.finish(answer, ClaimFacts::claimOnly, answer.level() != 0 ? answeredYes : answeredNo);
     });
 }
 
 ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths)
 {
-    Session session(options, questionsIn(paths));
+    PathQuestions questions(options);
     return forEachPath(paths, [&](const std::string& path) {
-        const bool yes = session.manager.isPartition(path) != 0;
-        printLine((yes ? "yes " : "no ") + printableText(path));
-        session.complainIfUnsure(path);
-        return yes ? answeredYes : answeredNo;
+        const ClaimAnswer answer = questions.ask(path, ClaimFacts::isPartition);
+        printLine((answer.isPartition() ? "yes " : "no ") + printableText(answer.path()));
+        return questions.finish(answer, ClaimFacts::isPartition, answer.isPartition() ? answeredYes : answeredNo);
     });
 }
 
 ExitStatus partition(const SessionOptions& options, const std::string& path, const std::string& number)
 {
     const unsigned int wanted = partitionNumber(number);
-    Session session(options, questionsIn({path}));
+    PathQuestions questions(options);
     return forEachPath({path}, [&](const std::string& device) {
-        // Only an unclaimed path gives an empty answer.
-        const std::string answer = session.manager.appendPartitionSuffix(device, wanted);
-        session.complainIfUnsure(device);
-        if (answer.empty()) {
-            return unclaimed(device);
+        const ClaimAnswer answer = questions.ask(device, ClaimFacts::claimOnly);
+        ExitStatus outcome = answeredYes;
+        if (answer.module() == nullptr) {
+            outcome = unclaimed(answer.path());
+        } else {
+            printLine(printableText(answer.module()->appendPartitionSuffix(answer.path(), wanted)));
         }
-        printLine(printableText(answer));
-        return answeredYes;
+        return questions.finish(answer, ClaimFacts::claimOnly, outcome);
     });
 }
 
 ExitStatus whole(const SessionOptions& options, const std::vector<std::string>& paths)
 {
-    Session session(options, questionsIn(paths));
+    PathQuestions questions(options);
     return forEachPath(paths, [&](const std::string& path) {
-        unsigned int number = 0;
-        const std::string answer = session.manager.removePartitionSuffix(path, number);
-        session.complainIfUnsure(path);
-        if (answer.empty()) {
-            return unclaimed(path);
+        const ClaimAnswer answer = questions.ask(path, ClaimFacts::wholeDevice);
+        ExitStatus outcome = answeredYes;
+        if (answer.wholeDevice().empty()) {  // only an unclaimed path gives an empty answer
+            outcome = unclaimed(answer.path());
+        } else {
+            printLine(printableText(answer.wholeDevice()) + " " + std::to_string(answer.number()));
         }
-        printLine(printableText(answer) + " " + std::to_string(number));
-        return answeredYes;
+        return questions.finish(answer, ClaimFacts::wholeDevice, outcome);
     });
 }
 
 ExitStatus prefixes(const SessionOptions& options)
 {
-    Session session(options, Questions::one);
+    Session session(options);
     for (const std::string& prefix : session.manager.getDeviceClaimStrings()) {
         printLine(printableText(prefix));
     }

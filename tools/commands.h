@@ -22,6 +22,7 @@ struct ListOptions {
     bool inverse = false;
     bool bytes = false;
     bool markedOnly = false;
+    bool strict = false;  // an unsure answer counts in the exit status
     bool allColumns = false;
     std::string columns;     // names separated by commas; empty: the default ones; with a plus sign: those as well
     std::string sortColumn;  // empty: by device
@@ -33,7 +34,7 @@ struct ListOptions {
 std::string listColumnNames();
 
 struct ActivePathOptions {
-    std::string path;
+    std::vector<std::string> paths;
     bool waited = false;
     bool yes = false;
     bool verbose = false;
@@ -43,6 +44,9 @@ struct AuditOptions {
     std::vector<std::string> paths;  // empty: every block device of this machine
     bool json = false;
     bool onlyDifferences = false;
+    bool noFold = false;                     // a row for each path of a map
+    std::vector<std::string> quirks;         // show only differences that these explain; empty: all
+    std::vector<std::string> quirksLeftOut;  // leave out differences that these explain
 };
 
 ExitStatus list(const SessionOptions& options, const ListOptions& form);

@@ -7,15 +7,21 @@
 namespace kivclaim::tools {
 
 enum ExitStatus : int {
-    answeredYes = 0,  // every path was claimed, a partition, …; or there was nothing to decide
-    answeredNo = 1,   // some path was not
-    failed = 2        // wrong usage, unreadable input, unwritable output
+    answeredYes = 0,    // every path was claimed, a partition, …; or there was nothing to decide
+    answeredNo = 1,     // some path was not
+    failed = 2,         // wrong usage, unreadable input, unwritable output
+    answeredUnsure = 3  // some answer may be wrong, because something that it rests on failed
 };
 
-// The worse of two outcomes.
+// The one that counts of two outcomes: a failure before all, and an unsure answer before a no, which may be wrong too.
 inline ExitStatus worse(ExitStatus one, ExitStatus other)
 {
-    return one > other ? one : other;
+    for (const ExitStatus status : {failed, answeredUnsure, answeredNo}) {
+        if (one == status || other == status) {
+            return status;
+        }
+    }
+    return answeredYes;
 }
 
 // What was wrong and what is right, in one line without the name of the command.

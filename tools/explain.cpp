@@ -3,6 +3,7 @@
 #include "tools/commands.h"
 #include "tools/output.h"
 #include "tools/path_input.h"
+#include "tools/path_questions.h"
 #include "tools/stack_name.h"
 
 #include <algorithm>
@@ -28,8 +29,11 @@ std::vector<ModuleAnswer> askEachModule(const CKivClaimManager& manager, const s
 }
 
 // Why the first answer of `level` wins among `answers`.
-std::string reason(const std::vector<ModuleAnswer>& answers, unsigned int level)
+std::string reason(const std::vector<ModuleAnswer>& answers, unsigned int level, bool isListMissing)
 {
+    if (isListMissing) {
+        return "the listing of logical volumes failed, so a volume would be claimed too";
+    }
     const auto claims = [](const ModuleAnswer& answer) { return answer.level != 0; };
     const auto ties = [&](const ModuleAnswer& answer) { return answer.level == level; };
     if (std::count_if(answers.begin(), answers.end(), claims) == 1) {
@@ -53,7 +57,7 @@ void printAnswers(const std::vector<ModuleAnswer>& answers)
     }
 }
 
-void printOutcome(const std::vector<ModuleAnswer>& answers, unsigned int level)
+void printOutcome(const std::vector<ModuleAnswer>& answers, unsigned int level, bool isListMissing)
 {
     const auto winner = std::find_if(answers.begin(), answers.end(),
                                      [&](const ModuleAnswer& answer) { return level != 0 && answer.level == level; });
@@ -61,7 +65,7 @@ void printOutcome(const std::vector<ModuleAnswer>& answers, unsigned int level)
         printLine("Claimed by none, level 0.");
     } else {
         printLine("Claimed by " + stackName(winner->module) + ", level " + std::to_string(level) + ": " +
-                  reason(answers, level) + ".");
+                  reason(answers, level, isListMissing) + ".");
     }
 }
 
@@ -73,7 +77,7 @@ void printRecords(const std::vector<std::string>& records)
     }
 }
 
-ExitStatus explainPath(const SessionOptions& options, const std::string& path)
+ExitStatus explainPath(const SessionOptions& options, const std::string& given)
 {
     std::vector<std::string> records;
     std::vector<kivclaim::host::TraceDestination> destinations = options.destinations();
@@ -81,18 +85,21 @@ ExitStatus explainPath(const SessionOptions& options, const std::string& path)
         kivclaim::host::traceToFunction(ztfi_pdk_4_4::ZTFI_TRACE_LEVEL_DETAIL, [&](int level, const std::string& text) {
             records.push_back(std::to_string(level) + " " + printableText(text));
         }));
-    // One look at the system for the request and for the single answers below.
-    Session session(options, Questions::many, destinations);
+    Session session(options, destinations);
+    AnswerNotes notes(options, session);
+    const std::string path = notes.nameOf(given);
     const unsigned int level = session.manager.claim(path);
-    session.complainIfUnsure(path);
-    // The single answers come from a manager without a log, so that the records are those of the request alone.
-    Session silent(options, Questions::one, {});
-    const std::vector<ModuleAnswer> answers = askEachModule(silent.manager, path);
+    // What follows comes from a manager without a log, so that the records are those of the request alone.
+    const ClaimAnswer answer = ClaimQuery(session.silentManager()).ask(path, ClaimFacts::claimOnly);
+    requireAnswer(answer);
+    const Doubt doubt = notes.doubtAbout(answer);
+    const std::vector<ModuleAnswer> answers = askEachModule(session.silentManager(), path);
     printLine(printableText(path));
     printAnswers(answers);
-    printOutcome(answers, level);
+    printOutcome(answers, level, doubt.isThere());
     printRecords(records);
-    return level != 0 ? answeredYes : answeredNo;
+    notes.say(answer, doubt, ClaimFacts::claimOnly);
+    return doubt.isThere() ? answeredUnsure : level != 0 ? answeredYes : answeredNo;
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 #include "tools/listing/luns.h"
 #include "tools/output.h"
 #include "tools/stack_table.h"
+#include "tools/watch.h"
 
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -18,7 +20,8 @@ namespace kivclaim::tools {
 namespace {
 
 constexpr char statusHelp[] =
-    "Exit status: 0 yes or done, 1 some answer is no, 2 wrong usage, unreadable input or unwritable output.";
+    "Exit status: 0 yes or done, 1 some answer is no, 2 wrong usage, unreadable input or unwritable output, "
+    "3 answered, but some answer is unsure: standard error says why.";
 
 // CLI11 has a check of ranges, but words it otherwise in each of its releases.
 std::string checkTraceLevel(const std::string& level)
@@ -60,10 +63,12 @@ public:
                        "less")
             ->type_name("FILE")
             ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
-        app.add_flag(
-            "--no-snapshot", session.noSnapshot,
-            "Run what the library runs anew for every question, also for 'list', 'explain' and paths from standard "
-            "input");
+        app.add_flag("--no-snapshot", session.noSnapshot,
+                     "Run what the library runs anew for every question: otherwise it runs once for all of them");
+        app.add_flag("--resolve", session.resolve,
+                     "Ask by the kernel's own name of each device, /dev/mapper/plain for /dev/dm-0");
+        app.add_flag("--no-warn", session.noWarnings,
+                     "Say nothing about unsure answers and misleading names; the exit status stays the same");
         app.add_option("--module", session.moduleFiles,
                        "Ask the claim module in FILE as well, behind the built-in ones; may be given several times. "
                        "FILE is a shared library, without a slash one in the current directory, and its code runs "
@@ -100,13 +105,27 @@ public:
             app.exit(request);
             flushOutput();
             return answeredYes;
+        } catch (const CLI::ExtrasError&) {
+            throw CommandError(unexpected(app.remaining(true)) + "; " + usage());
         } catch (const CLI::ParseError& error) {
             throw CommandError(std::string(error.what()) + "; " + usage());
         }
+        // The active path has a line of its own, and trace records tell what is waited for.
+        const bool isShown = isatty(STDERR_FILENO) != 0 && !session.traceLevel && !app.got_subcommand("active-path");
+        const Watch watch(isShown ? Watch::Shown::yes : Watch::Shown::no);
         return chosen();
     }
 
 private:
+    static std::string unexpected(const std::vector<std::string>& arguments)
+    {
+        std::string text;
+        for (const std::string& argument : arguments) {
+            text += (text.empty() ? "'" : ", '") + argument + "'";
+        }
+        return text + (arguments.size() == 1 ? " was not expected" : " were not expected");
+    }
+
     CLI::App& command(const std::string& name, const std::string& arguments, const std::string& description,
                       const std::string& example, std::function<ExitStatus()> action)
     {
@@ -142,6 +161,7 @@ private:
                                                 ", separated by commas; after a plus sign: these as well");
         output->type_name("COLUMNS");
         sub.add_flag("-O,--output-all", listOptions.allColumns, "Print all columns")->excludes(output);
+        sub.add_flag("--strict", listOptions.strict, "End with status 3 when an answer is unsure");
         sub.add_flag("-b,--bytes", listOptions.bytes, "Print sizes in bytes");
         sub.add_option("-x,--sort", listOptions.sortColumn, "Sort by a column, which need not be printed")
             ->type_name("COLUMN");
@@ -211,17 +231,29 @@ private:
         sub.add_option("PATH", auditOptions.paths, "Device paths, '-' for standard input; none: every block device")
             ->type_name("");
         sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
-        sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences, "Leave out the devices that agree");
+        sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences,
+                     "Leave out the devices that agree, and show the paths of a map in one row");
+        sub.add_flag("--no-fold", auditOptions.noFold, "Show each path of a map in a row of its own");
+        sub.add_option("--quirk", auditOptions.quirks,
+                       "Show the differences only that this quirk explains; may be given several times")
+            ->type_name("NAME")
+            ->allow_extra_args(false);
+        sub.add_option("--no-quirk", auditOptions.quirksLeftOut,
+                       "Leave out the differences that this quirk explains; may be given several times")
+            ->type_name("NAME")
+            ->allow_extra_args(false);
     }
 
     void addActivePath()
     {
         CLI::App& sub =
-            command("active-path", "PATH",
-                    "Print the path by which the volume manager uses the native disk PATH now. Makes the "
-                    "volume manager forget the disk's node and rescan all disks; may take 40 seconds",
+            command("active-path", "PATH...",
+                    "Print the path by which the volume manager uses each native disk PATH now. Makes the "
+                    "volume manager forget the disk's node and rescan all disks; may take 40 seconds for each",
                     "kivclaim active-path /dev/sdc", [this] { return activePath(session, activePathOptions); });
-        sub.add_option("PATH", activePathOptions.path, "Path of the disk, such as /dev/sdc")->required()->type_name("");
+        sub.add_option("PATH", activePathOptions.paths, "Paths of disks, such as /dev/sdc, '-' for standard input")
+            ->required()
+            ->type_name("");
         sub.add_flag("-w,--waited", activePathOptions.waited,
                      "Forget nothing: wait for the node, rescanning this disk only; may take 20 seconds");
         sub.add_flag("-y,--yes", activePathOptions.yes, "Do not ask on a terminal before the node is forgotten");

@@ -2,6 +2,7 @@
 
 #include "host/printable_text.h"
 #include "tools/exit_status.h"
+#include "tools/watch.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -23,16 +24,19 @@ void checkOutput(bool written)
 
 void printLine(std::string_view line)
 {
+    Watch::beforeOutput();
     checkOutput(std::fwrite(line.data(), 1, line.size(), stdout) == line.size() && std::putc('\n', stdout) != EOF);
 }
 
 void flushOutput()
 {
+    Watch::beforeOutput();
     checkOutput(std::fflush(stdout) == 0);
 }
 
 void complain(const std::string& text)
 {
+    Watch::beforeOutput();
     std::fprintf(stderr, "kivclaim: %s\n", kivclaim::host::printableText(text).c_str());
 }
 

@@ -152,17 +152,33 @@ std::string PlayedMachine::takeMissing()
 
 std::optional<CommandOutcome> PlayedMachine::outcomeOf(const std::string& command)
 {
-    std::optional<CommandOutcome> outcome;
-    try {
-        outcome = recordedOutcome(files, command);
-    } catch (const ReadError& error) {
-        missing.insert(error.what());
-        return std::nullopt;
-    }
+    std::string problem;
+    std::optional<CommandOutcome> outcome = outcomeOf(command, problem);
     if (!outcome) {
-        missing.insert("no outcome of " + command + " was recorded in " + files.pathOf(placeOfOutput(command)));
+        missing.insert(problem);
     }
     return outcome;
+}
+
+std::optional<CommandOutcome> PlayedMachine::outcomeOf(const std::string& command, std::string& problem) const
+{
+    try {
+        std::optional<CommandOutcome> outcome = recordedOutcome(files, command);
+        if (!outcome) {
+            problem = "no outcome of " + command + " was recorded in " + files.pathOf(placeOfOutput(command));
+        }
+        return outcome;
+    } catch (const ReadError& error) {
+        problem = error.what();
+        return std::nullopt;
+    }
+}
+
+std::string PlayedMachine::whyNoListing() const
+{
+    std::string problem;
+    static_cast<void>(outcomeOf(listCommand, problem));
+    return problem;
 }
 
 bool PlayedMachine::isSeenBy(const void* caller) const noexcept

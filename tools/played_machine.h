@@ -47,6 +47,8 @@ public:
     // What was asked for since the last call and has not been recorded, in words for after "because"; empty when
     // nothing was.
     std::string takeMissing();
+    // Why there is no listing of logical volumes, in such words; empty when there is one.
+    std::string whyNoListing() const;
 
     // For the functions in the place of the C library's. They set errno and throw nothing.
     bool isSeenBy(const void* caller) const noexcept;
@@ -63,6 +65,7 @@ private:
 
     void playToFileWith(const void* address);
     std::optional<kivclaim::host::CommandOutcome> outcomeOf(const std::string& command);
+    std::optional<kivclaim::host::CommandOutcome> outcomeOf(const std::string& command, std::string& problem) const;
 
     std::optional<kivclaim::machine::Machine> own;
     const kivclaim::machine::Machine& machine;

@@ -19,6 +19,11 @@ constexpr char partitionLikeName[] = "partition-like-name";
 constexpr char releaseDecides[] = "release-decides";
 constexpr char unknownRelease[] = "unknown-release";
 
+// Those that explain a difference.
+constexpr const char* all[] = {prefixAnywhere,   nameDecides,       anyMapping,     failedListing, dashedVolume,
+                               unlistedVolume,   staleList,         pathOfAMap,     lastDigit,     sixCharacters,
+                               missingNeighbour, partitionLikeName, releaseDecides, unknownRelease};
+
 }  // namespace kivclaim::tools::quirk
 
 #endif

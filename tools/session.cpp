@@ -2,7 +2,6 @@
 
 #include "tools/exit_status.h"
 #include "tools/module_file.h"
-#include "tools/output.h"
 
 #include <unistd.h>
 
@@ -50,33 +49,39 @@ std::vector<kivclaim::host::TraceDestination> SessionOptions::destinations() con
     return all;
 }
 
-Session::Session(const SessionOptions& options, Questions questions,
-                 const std::vector<kivclaim::host::TraceDestination>& destinations)
+Session::Session(const SessionOptions& options, const std::vector<kivclaim::host::TraceDestination>& destinations)
+    : options(options)
 {
     if (!options.root().isLive()) {
         playedMachine = std::make_unique<PlayedMachine>(options.root(), options.known);
-    } else if (questions == Questions::many && !options.noSnapshot) {
+    } else if (!options.noSnapshot) {
         snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
     }
-    for (std::unique_ptr<CKivDeviceClaimBase>& module : loadModules(options.moduleFiles)) {
-        if (playedMachine != nullptr) {
-            playedMachine->playTo(*module);
-        }
-        manager.registerClaimModule(module.get());
-        static_cast<void>(module.release());  // the manager has it now
-    }
-    // Behind the modules, so that the records are those of the questions alone.
+    addModules(manager);
+    // After the modules, so that the records are those of the questions alone.
     if (!destinations.empty()) {
         manager.registerTraceLog(kivclaim::host::makeTraceLog(destinations));
     }
 }
 
-void Session::complainIfUnsure(const std::string& path) const
+void Session::addModules(CKivClaimManager& to)
 {
-    const std::string reason = whyUnsure();
-    if (!reason.empty()) {
-        complain("the answer about " + path + " is unsure, because " + reason);
+    for (std::unique_ptr<CKivDeviceClaimBase>& module : loadModules(options.moduleFiles)) {
+        if (playedMachine != nullptr) {
+            playedMachine->playTo(*module);
+        }
+        to.registerClaimModule(module.get());
+        static_cast<void>(module.release());  // the manager has it now
     }
+}
+
+CKivClaimManager& Session::silentManager()
+{
+    if (silent == nullptr) {
+        silent = std::make_unique<CKivClaimManager>();
+        addModules(*silent);
+    }
+    return *silent;
 }
 
 }  // namespace kivclaim::tools

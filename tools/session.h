@@ -22,6 +22,8 @@ struct SessionOptions {
     bool noSnapshot = false;               // --no-snapshot: run the same command again for every question
     std::vector<std::string> moduleFiles;  // --module: ask the modules in these files too, behind the built-in ones
     std::string sysroot;                   // --sysroot: the machine recorded in this directory; empty: this machine
+    bool resolve = false;                  // --resolve: ask by the kernel's own names of devices
+    bool noWarnings = false;               // --no-warn: say nothing about unsure answers and misleading names
 
     // What has been read of the recorded machine already, and outlives the session; null when nothing has.
     const kivclaim::machine::Machine* known = nullptr;
@@ -34,32 +36,34 @@ struct SessionOptions {
     std::vector<kivclaim::host::TraceDestination> destinations() const;
 };
 
-// How many questions a session is for. The answers to many come from one look at the system: what the library runs
-// for each of them is run once.
-enum class Questions { one, many };
-
 // A new manager with a module out of each module file, which traces to `destinations`; without any, no log is
-// registered and tracing costs nothing. Throws CommandError for a file that gives no module, and for a recorded machine
-// that cannot be read; nothing has been traced then.
+// registered and tracing costs nothing. All answers come from one look at the system, unless the user wants another one
+// for each: what the library runs for them is run once. Throws CommandError for a file that gives no module, and for a
+// recorded machine that cannot be read; nothing has been traced then.
 class Session {
 public:
-    Session(const SessionOptions& options, Questions questions) : Session(options, questions, options.destinations()) {}
-    Session(const SessionOptions& options, Questions questions,
-            const std::vector<kivclaim::host::TraceDestination>& destinations);
+    explicit Session(const SessionOptions& options) : Session(options, options.destinations()) {}
+    Session(const SessionOptions& options, const std::vector<kivclaim::host::TraceDestination>& destinations);
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
 
     // The recorded machine that the questions are about; null for this one.
     PlayedMachine* played() const { return playedMachine.get(); }
 
-    // Why the answers since the last call are unsure, in words for after "because": what the recorded machine should
-    // have held for them. Empty for sure ones, as all are about this machine.
-    std::string whyUnsure() const { return playedMachine != nullptr ? playedMachine->takeMissing() : std::string(); }
+    // What the recorded machine should have held for the answers since the last call, in words for after "because".
+    // Empty when nothing was missing, and for this machine.
+    std::string takeMissing() const { return playedMachine != nullptr ? playedMachine->takeMissing() : std::string(); }
 
-    // Says so in a line on standard error, if it is so for what was just answered about `path`.
-    void complainIfUnsure(const std::string& path) const;
+    // Another manager with the same modules, which traces nowhere. Made by the first call.
+    CKivClaimManager& silentManager();
 
 private:
+    void addModules(CKivClaimManager& to);
+
+    const SessionOptions& options;
     std::unique_ptr<PlayedMachine> playedMachine;
     std::optional<kivclaim::host::CommandSnapshot> snapshot;
+    std::unique_ptr<CKivClaimManager> silent;
 
 public:
     CKivClaimManager manager;

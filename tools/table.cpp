@@ -2,6 +2,7 @@
 
 #include "host/printable_text.h"
 #include "tools/output.h"
+#include "tools/watch.h"
 
 #include <libsmartcols.h>
 
@@ -116,6 +117,7 @@ void Table::color(TableLine line, std::size_t column, const char* name)
 
 void Table::print() const
 {
+    Watch::beforeOutput();
     checked(scols_print_table(table.get()));
     flushOutput();
 }

@@ -3,23 +3,25 @@
 #include "tools/audit/audited_device.h"
 #include "tools/audit/known_quirks.h"
 #include "tools/commands.h"
+#include "tools/kernel_account.h"
+#include "tools/listing/column_choice.h"
 #include "tools/output.h"
 #include "tools/path_input.h"
+#include "tools/path_questions.h"
+#include "tools/quirk_names.h"
 #include "tools/table.h"
 
-#include <sys/stat.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstring>
-#include <deque>
+#include <filesystem>
 #include <map>
+#include <optional>
 
 using kivclaim::host::printableText;
 using kivclaim::machine::Device;
 using kivclaim::machine::Machine;
-using kivclaim::machine::ReadError;
-using kivclaim::machine::Root;
 using Json = nlohmann::ordered_json;
 
 namespace kivclaim::tools {
@@ -60,6 +62,7 @@ struct Summary {
     std::size_t agree = 0;
     std::size_t quirks = 0;   // devices with differences, all of them known quirks
     std::size_t unknown = 0;  // devices with a difference that is none
+    std::size_t unsure = 0;   // devices about which the answers are, whatever the verdict
 };
 
 Summary summaryOf(const std::vector<AuditedDevice>& devices)
@@ -69,67 +72,24 @@ Summary summaryOf(const std::vector<AuditedDevice>& devices)
     for (const AuditedDevice& device : devices) {
         const Verdict verdict = verdictOn(device);
         ++(verdict == Verdict::agrees ? summary.agree : verdict == Verdict::quirk ? summary.quirks : summary.unknown);
+        summary.unsure += device.doubt.isThere() ? 1 : 0;
     }
     return summary;
 }
 
-// Where the kernel's account is taken from: one reading of the machine for all devices.
-class Truths {
-public:
-    explicit Truths(const Session& session) : played(session.played()) {}
-
-    // Throws CommandError when the devices cannot be listed.
-    const Machine& machine()
-    {
-        try {
-            return played != nullptr ? played->devices() : readings.empty() ? readAgain() : readings.back();
-        } catch (const ReadError&) {
-            throw CommandError("cannot read the list of block devices; is sysfs mounted on /sys?");
-        }
-    }
-
-    // What is behind a path. A device that is new, or another one than before, makes it read the machine again: paths
-    // may come from standard input for a long time.
-    KernelTruth behind(const std::string& path)
-    {
-        if (played != nullptr) {
-            return KernelTruth(played->devices(), path);
-        }
-        try {
-            const KernelTruth truth(readings.empty() ? readAgain() : readings.back(), path);
-            return isOutdated(path) ? KernelTruth(readAgain(), path) : truth;
-        } catch (const ReadError&) {
-            struct stat file {};
-            const bool isOther = stat(path.c_str(), &file) == 0 && !S_ISBLK(file.st_mode);
-            return isOther ? KernelTruth::ofOtherFile() : KernelTruth();
-        }
-    }
-
-private:
-    // Those who were told of earlier readings keep them.
-    const Machine& readAgain() { return readings.emplace_back(Machine::read(Root::live(), KernelTruth::facts)); }
-
-    bool isOutdated(const std::string& path) const
-    {
-        const Machine& latest = readings.back();
-        const Device* const device = latest.byPath(path);
-        return device != nullptr ? !latest.isStillThere(*device) : latest.numberAt(path).has_value();
-    }
-
-    const PlayedMachine* played;
-    std::deque<Machine> readings;
-};
-
-std::string whyUnsure(const Session& session, const AuditedDevice& device)
+// What makes the answers about the device unsure, which are the latest of the session's.
+Doubt doubtAbout(const Session& session, const kivclaim::ClaimAnswer& answer, const AuditedDevice& device,
+                 KernelAccount& kernel)
 {
-    std::string reason = session.whyUnsure();
+    Doubt doubt = tools::doubtAbout(answer, session);
     // A strange text is given as it is, so it hides nothing.
     const bool isDamaged = session.played() != nullptr && (device.kernel.marks() & ~machine::notUtf8) != 0;
     if (isDamaged) {
-        reason +=
-            (reason.empty() ? "" : " and ") + std::string("what was recorded of the device is incomplete or wrong");
+        doubt.reason +=
+            (doubt.isThere() ? " and " : "") + std::string("what was recorded of the device is incomplete or wrong");
     }
-    return reason;
+    const bool mayBeNone = doubt.isThere() && session.played() == nullptr && device.kernel.exists();
+    return mayBeNone && isWithoutVolumes(answer.listing(), kernel.machine()) ? Doubt() : doubt;
 }
 
 // In the order of their names, as people count. Those without a node cannot be asked about.
@@ -148,46 +108,71 @@ std::vector<const Device*> devicesWithNodes(const Machine& machine, bool isLive)
     return devices;
 }
 
-// An empty list of paths stands for all devices of the machine.
-ExitStatus audit(Session& session, Truths& truths, const std::vector<std::string>& paths,
-                 std::vector<AuditedDevice>& devices)
-{
-    const auto ask = [&](const std::string& path, const KernelTruth& truth) {
-        AuditedDevice device = audited(session.manager, path, truth);
-        device.unsure = whyUnsure(session, device);
-        return device;
-    };
-    if (!paths.empty()) {
+// Asks about one device after the other.
+class Auditor {
+public:
+    Auditor(const SessionOptions& options, Session& session)
+        : options(options), session(session), kernel(session), notes(options, session)
+    {
+    }
+
+    // An empty list of paths stands for all devices of the machine.
+    ExitStatus audit(const std::vector<std::string>& paths, std::vector<AuditedDevice>& devices)
+    {
+        if (paths.empty()) {
+            auditAll(devices);
+            return answeredYes;
+        }
         return forEachPath(paths, [&](const std::string& path) {
-            devices.push_back(ask(path, truths.behind(path)));
+            if (!options.noWarnings && kernel.isNothingAt(path)) {
+                complain(path + ": no such device; the name alone decides");
+            }
+            const std::string name = notes.nameOf(path);
+            devices.push_back(ask(name, kernel.behind(name)));
             return answeredYes;
         });
     }
-    const Machine& machine = truths.machine();
-    for (const Device* const device : devicesWithNodes(machine, session.played() == nullptr)) {
-        AuditedDevice answers = ask(std::string(device->node), KernelTruth(machine, *device));
-        // What has gone meanwhile cannot be compared.
-        if (answers.differences.empty() || machine.isStillThere(*device)) {
-            devices.push_back(std::move(answers));
-        }
-    }
-    return answeredYes;
-}
 
-// Says on standard error why answers are unsure: once for each reason.
-void complainOfUnsure(const std::vector<AuditedDevice>& devices)
-{
-    std::map<std::string, std::size_t> reasons;
-    for (const AuditedDevice& device : devices) {
-        ++reasons[device.unsure];
+private:
+    AuditedDevice ask(const std::string& path, const KernelTruth& truth)
+    {
+        if (!query || options.noSnapshot) {
+            query.emplace(session.manager);
+        }
+        const kivclaim::ClaimAnswer answer = query->ask(path);
+        requireAnswer(answer);
+        AuditedDevice device = audited(answer, truth);
+        device.doubt = doubtAbout(session, answer, device, kernel);
+        return device;
     }
-    for (const auto& [reason, count] : reasons) {
-        if (!reason.empty()) {
-            complain((count == 1 ? "the answers about 1 device are"
-                                 : "the answers about " + std::to_string(count) + " devices are") +
-                     std::string(" unsure, because ") + reason);
+
+    void auditAll(std::vector<AuditedDevice>& devices)
+    {
+        const Machine& machine = kernel.machine();
+        for (const Device* const device : devicesWithNodes(machine, session.played() == nullptr)) {
+            AuditedDevice answers = ask(std::string(device->node), KernelTruth(machine, *device));
+            // What has gone meanwhile cannot be compared.
+            if (answers.differences.empty() || machine.isStillThere(*device)) {
+                devices.push_back(std::move(answers));
+            }
         }
     }
+
+    const SessionOptions& options;
+    Session& session;
+    KernelAccount kernel;
+    AnswerNotes notes;
+    std::optional<kivclaim::ClaimQuery> query;
+};
+
+std::vector<Doubt> doubtsOf(const std::vector<AuditedDevice>& devices)
+{
+    std::vector<Doubt> doubts;
+    doubts.reserve(devices.size());
+    for (const AuditedDevice& device : devices) {
+        doubts.push_back(device.doubt);
+    }
+    return doubts;
 }
 
 std::string questionText(const Difference& difference)
@@ -198,18 +183,108 @@ std::string questionText(const Difference& difference)
 
 std::string verdictText(Verdict verdict, const AuditedDevice& device)
 {
-    return name(verdict) + std::string(device.unsure.empty() ? "" : ", unsure");
+    return name(verdict) + std::string(device.doubt.isThere() ? ", unsure" : "");
 }
 
-void addLines(Table& table, const AuditedDevice& device)
+bool holds(const std::vector<std::string>& names, const std::string& name)
 {
-    if (device.differences.empty()) {
-        table.add({device.path, "all", description(device.library), device.kernel.description(),
-                   verdictText(Verdict::agrees, device), "", ""});
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Only rows are left out: the summary and the exit status are about all differences.
+bool isWanted(const AuditOptions& request, const Difference& difference)
+{
+    return (request.quirks.empty() || holds(request.quirks, difference.quirk)) &&
+           !holds(request.quirksLeftOut, difference.quirk);
+}
+
+bool isShown(const AuditOptions& request, const AuditedDevice& device)
+{
+    const bool mayAgree = !request.onlyDifferences && request.quirks.empty();
+    return device.differences.empty()
+               ? mayAgree
+               : std::any_of(device.differences.begin(), device.differences.end(),
+                             [&](const Difference& difference) { return isWanted(request, difference); });
+}
+
+void requireKnownQuirks(const std::vector<std::string>& names)
+{
+    const std::vector<std::string> known(std::begin(quirk::all), std::end(quirk::all));
+    for (const std::string& name : names) {
+        if (!holds(known, name)) {
+            throw CommandError("'" + name + "' is no quirk of an answer; the quirks are " + enumeration(known));
+        }
     }
-    for (const Difference& difference : device.differences) {
-        table.add({device.path, questionText(difference), difference.library, difference.kernel,
-                   verdictText(verdictOn(difference), device), difference.quirk, difference.reason});
+}
+
+// As it is installed, if it is; else as it is in the source tree.
+std::string pageOfQuirks()
+{
+    std::error_code none;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", none);
+    const std::filesystem::path page = (program.parent_path() / KIVCLAIM_PAGE_OF_QUIRKS).lexically_normal();
+    return std::filesystem::exists(page, none) ? page.string() : "docs/quirks.md";
+}
+
+// The rows of the table, and which differences they show.
+class Rows {
+public:
+    Rows(Table& table, const AuditOptions& request) : table(table), request(request) {}
+
+    void add(const AuditedDevice& device)
+    {
+        if (device.differences.empty() && !request.onlyDifferences && request.quirks.empty()) {
+            table.add({device.path, "all", description(device.library), device.kernel.description(),
+                       verdictText(Verdict::agrees, device), "", ""});
+        }
+        for (const Difference& difference : device.differences) {
+            if (isWanted(request, difference)) {
+                table.add({device.path, questionText(difference), difference.library, difference.kernel,
+                           verdictText(verdictOn(difference), device), difference.quirk, difference.reason});
+            }
+        }
+    }
+
+    // Disks and partitions that are nothing but paths of one map.
+    void addFolded(const std::vector<const AuditedDevice*>& paths)
+    {
+        const AuditedDevice& first = *paths.front();
+        const Difference& difference = first.differences.front();
+        if (paths.size() == 1 || !isWanted(request, difference)) {
+            add(first);
+            return;
+        }
+        const std::string map = first.kernel.map();
+        table.add({first.path + " and " + std::to_string(paths.size() - 1) + " more", questionText(difference),
+                   difference.library, "paths of " + map, verdictText(verdictOn(difference), first), difference.quirk,
+                   "the names are disks'; that " + map + " uses them does not count"});
+    }
+
+private:
+    Table& table;
+    const AuditOptions& request;
+};
+
+bool isOnlyPathOfAMap(const AuditedDevice& device)
+{
+    return device.differences.size() == 1 && device.differences.front().quirk == quirk::pathOfAMap;
+}
+
+// Those of a map in the place of the first one.
+void addFoldedRows(Rows& rows, const std::vector<AuditedDevice>& devices)
+{
+    std::map<std::string, std::vector<const AuditedDevice*>> pathsOfMaps;
+    for (const AuditedDevice& device : devices) {
+        if (isOnlyPathOfAMap(device)) {
+            pathsOfMaps[device.kernel.map()].push_back(&device);
+        }
+    }
+    for (const AuditedDevice& device : devices) {
+        if (!isOnlyPathOfAMap(device)) {
+            rows.add(device);
+        } else if (pathsOfMaps[device.kernel.map()].front() == &device) {
+            rows.addFolded(pathsOfMaps[device.kernel.map()]);
+        }
     }
 }
 
@@ -218,7 +293,15 @@ std::string counted(std::size_t count, const char* one, const char* more)
     return std::to_string(count) + " " + (count == 1 ? one : more);
 }
 
-void printTable(const std::vector<AuditedDevice>& devices, const Summary& summary, bool onlyDifferences)
+std::string summaryText(const Summary& summary)
+{
+    return counted(summary.devices, "device", "devices") + ": " + counted(summary.agree, "agrees", "agree") + ", " +
+           counted(summary.quirks, "differs", "differ") + " by known quirks (see " + pageOfQuirks() + "), " +
+           counted(summary.unknown, "differs", "differ") + " otherwise" +
+           (summary.unsure == 0 ? "" : "; the answers about " + std::to_string(summary.unsure) + " are unsure");
+}
+
+void printTable(const std::vector<AuditedDevice>& devices, const Summary& summary, const AuditOptions& request)
 {
     TableForm form;
     form.name = "devices";
@@ -229,15 +312,14 @@ void printTable(const std::vector<AuditedDevice>& devices, const Summary& summar
                        {"VERDICT", ColumnType::text},
                        {"QUIRK", ColumnType::text},
                        {"REASON", ColumnType::text}});
-    for (const AuditedDevice& device : devices) {
-        if (!onlyDifferences || !device.differences.empty()) {
-            addLines(table, device);
-        }
+    Rows rows(table, request);
+    if (request.onlyDifferences && !request.noFold) {
+        addFoldedRows(rows, devices);
+    } else {
+        std::for_each(devices.begin(), devices.end(), [&](const AuditedDevice& device) { rows.add(device); });
     }
     table.print();
-    printLine(counted(summary.devices, "device", "devices") + ": " + counted(summary.agree, "agrees", "agree") + ", " +
-              counted(summary.quirks, "differs", "differ") + " by known quirks (see docs/quirks.md), " +
-              counted(summary.unknown, "differs", "differ") + " otherwise");
+    printLine(summaryText(summary));
 }
 
 Json textOrNull(const std::string& text)
@@ -291,35 +373,38 @@ Json toJson(const Difference& difference)
     return json;
 }
 
-Json toJson(const AuditedDevice& device)
+Json toJson(const AuditedDevice& device, const AuditOptions& request)
 {
     Json differences = Json::array();
     for (const Difference& difference : device.differences) {
-        differences.push_back(toJson(difference));
+        if (isWanted(request, difference)) {
+            differences.push_back(toJson(difference));
+        }
     }
     Json json = {{"device", printableText(device.path)},
                  {"verdict", name(verdictOn(device))},
                  {"library", toJson(device.library)},
                  {"kernel", toJson(device.kernel)},
                  {"differences", std::move(differences)}};
-    if (!device.unsure.empty()) {
-        json["unsure"] = printableText(device.unsure);
+    if (device.doubt.isThere()) {
+        json["unsure"] = printableText(device.doubt.text());
     }
     return json;
 }
 
-void printJson(const std::vector<AuditedDevice>& devices, const Summary& summary, bool onlyDifferences)
+void printJson(const std::vector<AuditedDevice>& devices, const Summary& summary, const AuditOptions& request)
 {
     Json list = Json::array();
     for (const AuditedDevice& device : devices) {
-        if (!onlyDifferences || !device.differences.empty()) {
-            list.push_back(toJson(device));
+        if (isShown(request, device)) {
+            list.push_back(toJson(device, request));
         }
     }
     const Json counts = {{"devices", summary.devices},
                          {"agree", summary.agree},
                          {"quirks", summary.quirks},
-                         {"unknown", summary.unknown}};
+                         {"unknown", summary.unknown},
+                         {"unsure", summary.unsure}};
     printLine(Json{{"devices", std::move(list)}, {"summary", counts}}.dump(3));
 }
 
@@ -327,20 +412,25 @@ void printJson(const std::vector<AuditedDevice>& devices, const Summary& summary
 
 ExitStatus audit(const SessionOptions& options, const AuditOptions& request)
 {
-    Session session(options, Questions::many);
+    requireKnownQuirks(request.quirks);
+    requireKnownQuirks(request.quirksLeftOut);
+    Session session(options);
     std::vector<AuditedDevice> devices;
-    Truths truths(session);
-    const ExitStatus asked = audit(session, truths, request.paths, devices);
+    Auditor auditor(options, session);  // what the kernel says is in its readings
+    const ExitStatus asked = auditor.audit(request.paths, devices);
     VolumeListings volumes;
     explainDifferences(AskedMachine(session.played()), volumes, devices);
-    complainOfUnsure(devices);
+    if (!options.noWarnings) {
+        complainOfDoubts(doubtsOf(devices));
+    }
     const Summary summary = summaryOf(devices);
     if (request.json) {
-        printJson(devices, summary, request.onlyDifferences);
+        printJson(devices, summary, request);
     } else {
-        printTable(devices, summary, request.onlyDifferences);
+        printTable(devices, summary, request);
     }
-    return worse(asked, summary.unknown == 0 ? answeredYes : answeredNo);
+    const ExitStatus found = summary.unsure != 0 ? answeredUnsure : summary.unknown != 0 ? answeredNo : answeredYes;
+    return worse(asked, found);
 }
 
 }  // namespace kivclaim::tools

@@ -1,24 +1,23 @@
 #include "tools/audit/audited_device.h"
 
-#include "tools/stack_name.h"
-
 namespace kivclaim::tools {
 
 namespace {
 
-LibraryAnswer ask(CKivClaimManager& manager, const std::string& path, const KernelTruth& kernel)
+LibraryAnswer libraryAnswer(const kivclaim::ClaimAnswer& claimed, const KernelTruth& kernel)
 {
     LibraryAnswer answer;
-    CKivDeviceClaimBase* module = nullptr;
-    answer.level = manager.getClaimModule(module, path);
-    answer.stack = stackName(module);
-    if (module == nullptr) {
+    answer.level = claimed.level();
+    answer.stack = claimed.stack();
+    if (claimed.module() == nullptr) {
         return answer;
     }
-    answer.isPartition = manager.isPartition(path) != 0;
-    answer.wholeDevice = manager.removePartitionSuffix(path, answer.partition);
+    answer.isPartition = claimed.isPartition();
+    answer.wholeDevice = claimed.wholeDevice();
+    answer.partition = claimed.number();
     for (const PartitionPath& partition : kernel.partitions()) {
-        answer.partitions.push_back({partition.number, manager.appendPartitionSuffix(path, partition.number)});
+        answer.partitions.push_back(
+            {partition.number, claimed.module()->appendPartitionSuffix(claimed.path(), partition.number)});
     }
     return answer;
 }
@@ -128,12 +127,12 @@ const char* name(Question question)
     return "number";
 }
 
-AuditedDevice audited(CKivClaimManager& manager, const std::string& path, const KernelTruth& kernel)
+AuditedDevice audited(const kivclaim::ClaimAnswer& answer, const KernelTruth& kernel)
 {
     AuditedDevice device;
-    device.path = path;
+    device.path = answer.path();
     device.kernel = kernel;
-    device.library = ask(manager, path, device.kernel);
+    device.library = libraryAnswer(answer, device.kernel);
     Comparison(device).compare();
     return device;
 }

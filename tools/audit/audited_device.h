@@ -2,8 +2,9 @@
 #ifndef KIVCLAIM_TOOLS_AUDIT_AUDITED_DEVICE_H
 #define KIVCLAIM_TOOLS_AUDIT_AUDITED_DEVICE_H
 
-#include "claim/kiv_claim_manager.h"
+#include "claim/kiv_claim_query.h"
 #include "tools/audit/kernel_truth.h"
+#include "tools/unsure.h"
 
 #include <string>
 #include <vector>
@@ -46,11 +47,12 @@ struct AuditedDevice {
     LibraryAnswer library;
     KernelTruth kernel;
     std::vector<Difference> differences;
-    std::string unsure;  // why the answers, or what the kernel says, may be others; empty when they cannot
+    Doubt doubt;  // why the answers, or what the kernel says, may be others
 };
 
-// Asks `manager` about `path` and compares the answers with what the kernel says; explains nothing yet.
-AuditedDevice audited(CKivClaimManager& manager, const std::string& path, const KernelTruth& kernel);
+// Compares the answer, about everything, with what the kernel says, and asks its module about the partitions that the
+// kernel knows; explains nothing yet.
+AuditedDevice audited(const kivclaim::ClaimAnswer& answer, const KernelTruth& kernel);
 
 // What the library answers, in a few words.
 std::string description(const LibraryAnswer& answer);

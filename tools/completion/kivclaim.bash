@@ -20,11 +20,14 @@ _kivclaim_list() {
 
 _kivclaim() {
     local commands='list claim is-partition partition whole prefixes explain audit active-path'
-    local options='-h --help --version --trace --trace-file --no-snapshot --module --sysroot'
+    local options='-h --help --version --trace --trace-file --no-snapshot --resolve --no-warn --module --sysroot'
     local list_options='-a --all -m --marked -S --stacks -o --output -O --output-all -b --bytes -x --sort --luns'
-    list_options+=' -T --tree -s --inverse -J --json -r --raw -P --pairs -n --noheadings --color'
+    list_options+=' -T --tree -s --inverse -J --json -r --raw -P --pairs -n --noheadings --color --strict'
     local columns='DEVICE STACK LEVEL PART WHOLE MARK KNAME MAJ:MIN TYPE SIZE RO RM VENDOR MODEL REV SERIAL WWN HCTL'
-    columns+=' TRAN STATE PKNAME MOUNTPOINTS FSTYPE LABEL UUID MAP PATHS DMUUID LINKS'
+    columns+=' TRAN STATE PKNAME MOUNTPOINTS FSTYPE LABEL UUID MAP PATHS DMUUID LINKS UNSURE'
+    local quirks='prefix-anywhere name-decides any-mapping failed-listing dashed-volume unlisted-volume stale-list'
+    quirks+=' path-of-a-map last-digit six-characters missing-neighbour partition-like-name release-decides'
+    quirks+=' unknown-release'
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
     COMPREPLY=()
 
@@ -35,12 +38,13 @@ _kivclaim() {
         -o | --output) _kivclaim_list "$word" "$columns" && return ;;
         -x | --sort) mapfile -t COMPREPLY < <(compgen -W "$columns" -- "$word") && return ;;
         -S | --stacks) _kivclaim_list "$word" 'powerpath device-mapper native none' && return ;;
+        --quirk | --no-quirk) mapfile -t COMPREPLY < <(compgen -W "$quirks" -- "$word") && return ;;
         --color) mapfile -t COMPREPLY < <(compgen -W 'auto always never' -- "$word") && return ;;
     esac
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --trace | --trace-file | --module | --sysroot | -o | --output | -x | --sort | -S | --stacks | --color) i=$((i + 1)) ;;
+            --trace | --trace-file | --module | --sysroot | -o | --output | -x | --sort | -S | --stacks | --color | --quirk | --no-quirk) i=$((i + 1)) ;;
             -*) ;;
             *) command=${COMP_WORDS[i]} && break ;;
         esac
@@ -49,7 +53,7 @@ _kivclaim() {
     case $command in
         # Options without a command are those of `list`.
         '' | list) options+=" $list_options" ;;
-        audit) options+=' -J --json -d --only-differences' ;;
+        audit) options+=' -J --json -d --only-differences --no-fold --quirk --no-quirk' ;;
         active-path) options+=' -w --waited -y --yes -v --verbose' ;;
     esac
     if [[ $word == -* ]]; then

@@ -22,7 +22,7 @@ DeviceQuestions::DeviceQuestions(const SessionOptions& options, const kivclaim::
                                  bool withMarks)
     : machine(machine),
       options(withKnown(options, machine)),
-      session(this->options, Questions::many),
+      session(this->options),
       keepsList(!options.noSnapshot),
       withMarks(withMarks)
 {
@@ -47,6 +47,15 @@ DeviceAnswer DeviceQuestions::ask(const kivclaim::machine::Device& device)
     answer.isPartition = claimed.isPartition();
     if (answer.isPartition) {
         answer.wholeDevice = claimed.module()->removePartitionSuffix(path, answer.number);
+    }
+    answer.doubt = doubtAbout(claimed, session);
+    if (answer.doubt.isThere() && session.played() == nullptr) {
+        if (!withoutVolumes) {
+            withoutVolumes = isWithoutVolumes(claimed.listing(), machine);
+        }
+        if (*withoutVolumes) {
+            answer.doubt = {};
+        }
     }
     if (withMarks) {
         answer.marks = marksOf(claimed, answer, device, machine);

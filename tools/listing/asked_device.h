@@ -5,6 +5,7 @@
 #include "claim/kiv_claim_query.h"
 #include "machine/machine.h"
 #include "tools/session.h"
+#include "tools/unsure.h"
 
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@ struct DeviceAnswer {
     unsigned int number = 0;  // of a partition
     std::string wholeDevice;  // of a partition
     std::string marks;        // see marks.h
+    Doubt doubt;
 };
 
 // Asks about one device after the other, all with one list of logical volumes unless the user wants it read anew.
@@ -39,6 +41,7 @@ private:
     bool keepsList;
     bool withMarks;
     std::optional<kivclaim::ClaimQuery> query;
+    std::optional<bool> withoutVolumes;  // once it is known
 };
 
 }  // namespace kivclaim::tools

@@ -103,9 +103,11 @@ constexpr DeviceColumn columns[] = {
     {{"PATHS", ColumnType::list}, stacking | states, pathsText},
     {{"DMUUID", ColumnType::text}, basicFacts, deviceText<&Device::mapUuid>},
     {{"LINKS", ColumnType::list}, links, [](const DeviceRow& row) { return listText(row.device.links); }},
+    {{"UNSURE", ColumnType::text}, basicFacts, [](const DeviceRow& row) { return row.answer.doubt.reason; }},
 };
 
 constexpr std::size_t shownByDefault = 5;
+static_assert(std::size(columns) == deviceColumnOfDoubt + 1);
 
 }  // namespace
 

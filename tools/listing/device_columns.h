@@ -33,6 +33,7 @@ KnownColumns knownDeviceColumns();
 
 constexpr std::size_t deviceColumnOfStack = 1;
 constexpr std::size_t deviceColumnOfMarks = 5;
+constexpr std::size_t deviceColumnOfDoubt = 29;
 
 // With bytes the size is a number.
 TableColumn headOf(const TableColumn& head, bool bytes);

@@ -54,6 +54,7 @@ class DeviceList {
 public:
     DeviceList(const SessionOptions& session, const ListOptions& options)
         : options(options),
+          noWarnings(session.noWarnings),
           choice(options),
           machine(Machine::read(session.root(), factsFor(choice, options))),
           questions(session, machine, options.markedOnly || choice.holds(deviceColumnOfMarks)),
@@ -78,6 +79,7 @@ public:
         for (const DeviceIndex device : order) {
             shown[device] = isShown(device);
         }
+        const bool isUnsure = tellDoubts();
         sort();
         // Nothing is left of a list of devices that are none.
         const std::vector<TreeNode> rows = !options.paths.empty() && named.empty() ? std::vector<TreeNode>() : nodes();
@@ -85,7 +87,7 @@ public:
         if (rows.empty() && found == answeredYes) {
             complainAboutNothing();
         }
-        return found;
+        return options.strict && isUnsure ? worse(found, answeredUnsure) : found;
     }
 
 private:
@@ -113,6 +115,22 @@ private:
             return !answer.marks.empty();
         }
         return options.all || !stacks.empty() || answer.level != 0 || isNamed[device];
+    }
+
+    // Tells whether there are any.
+    bool tellDoubts()
+    {
+        std::vector<Doubt> doubts;
+        for (const DeviceIndex device : order) {
+            if (shown[device] && answers[device].doubt.isThere()) {
+                doubts.push_back(answers[device].doubt);
+            }
+        }
+        addDoubtColumn(options, doubts, deviceColumnOfDoubt, choice.columns);
+        if (!noWarnings) {
+            complainOfDoubts(doubts);
+        }
+        return !doubts.empty();
     }
 
     DeviceRow row(DeviceIndex device, DeviceIndex parent, bool bytes) const
@@ -234,6 +252,7 @@ private:
     }
 
     const ListOptions& options;
+    bool noWarnings;
     Choice choice;
     Machine machine;
     DeviceQuestions questions;

@@ -64,6 +64,14 @@ std::vector<std::string> chosenStacks(const ListOptions& options, const std::vec
     return chosen;
 }
 
+void addDoubtColumn(const ListOptions& options, const std::vector<Doubt>& doubts, std::size_t column,
+                    std::vector<std::size_t>& columns)
+{
+    if (!doubts.empty() && options.columns.empty() && !options.allColumns) {
+        columns.push_back(column);
+    }
+}
+
 const char* colorOf(const std::string& stack)
 {
     const Stack* const known = stackNamed(stack);

@@ -4,6 +4,7 @@
 
 #include "tools/commands.h"
 #include "tools/table.h"
+#include "tools/unsure.h"
 
 #include <string>
 #include <vector>
@@ -15,6 +16,10 @@ TableForm formOf(const ListOptions& options, const std::string& name);
 
 // Those that --stacks names, which `known` holds. Throws CommandError for any other.
 std::vector<std::string> chosenStacks(const ListOptions& options, const std::vector<std::string>& known);
+
+// Where the user chose no columns, a table with unsure answers has one more.
+void addDoubtColumn(const ListOptions& options, const std::vector<Doubt>& doubts, std::size_t column,
+                    std::vector<std::size_t>& columns);
 
 // The color of a stack's name; null for one that has none.
 const char* colorOf(const std::string& stack);

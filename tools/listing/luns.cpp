@@ -123,10 +123,12 @@ constexpr LunColumn columns[] = {
     {{"PARTITIONS", ColumnType::list}, partitionsText},
     {{"MOUNTPOINTS", ColumnType::list}, mountsText},
     {{"MARK", ColumnType::text}, [](const LunRow& row) { return row.lun.marks; }},
+    {{"UNSURE", ColumnType::text}, [](const LunRow& row) { return row.lun.answer.doubt.reason; }},
 };
 constexpr std::size_t columnOfSize = 1;
 constexpr std::size_t columnOfStack = 5;
 constexpr std::size_t columnOfMarks = 9;
+constexpr std::size_t columnOfDoubt = 10;
 
 KnownColumns knownColumns()
 {
@@ -134,7 +136,7 @@ KnownColumns knownColumns()
     for (const LunColumn& column : columns) {
         known.names.emplace_back(column.head.name);
     }
-    known.shownByDefault = known.names.size();
+    known.shownByDefault = columnOfDoubt;
     return known;
 }
 
@@ -147,6 +149,7 @@ class LunList {
 public:
     LunList(const SessionOptions& session, const ListOptions& options)
         : options(options),
+          noWarnings(session.noWarnings),
           form(formOf(options, "luns")),
           chosen(chosenColumns(knownColumns(), options)),
           sortColumn(options.sortColumn.empty() ? 0 : columnNamed(knownColumns(), options.sortColumn)),
@@ -171,15 +174,32 @@ public:
         const std::size_t all = luns.size();
         luns.erase(std::remove_if(luns.begin(), luns.end(), [this](const Lun& lun) { return !isShown(lun); }),
                    luns.end());
+        const bool isUnsure = tellDoubts();
         printTable();
         if (luns.empty() && found == answeredYes) {
             complain(all == 0 ? "no block device of this machine is a LUN"
                               : "none of the " + std::to_string(all) + " LUNs of this machine is like that");
         }
-        return found;
+        return options.strict && isUnsure ? worse(found, answeredUnsure) : found;
     }
 
 private:
+    // Tells whether there are any.
+    bool tellDoubts()
+    {
+        std::vector<Doubt> doubts;
+        for (const Lun& lun : luns) {
+            if (lun.answer.doubt.isThere()) {
+                doubts.push_back(lun.answer.doubt);
+            }
+        }
+        addDoubtColumn(options, doubts, columnOfDoubt, chosen);
+        if (!noWarnings) {
+            complainOfDoubts(doubts);
+        }
+        return !doubts.empty();
+    }
+
     // A path whose own WWID is not known has that of its map; a PowerPath device that of its paths.
     std::string_view wwidOf(const Device& device) const
     {
@@ -332,6 +352,7 @@ private:
     }
 
     const ListOptions& options;
+    bool noWarnings;
     TableForm form;
     std::vector<std::size_t> chosen;
     std::size_t sortColumn;

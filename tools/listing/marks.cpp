@@ -140,7 +140,7 @@ std::string marksOf(const kivclaim::ClaimAnswer& claimed, const DeviceAnswer& an
             text.add(std::string_view(found));
         }
     }
-    if (claimed.isUnsure() && ofClaim != quirk::failedListing) {
+    if (answer.doubt.isThere()) {
         text.add(std::string_view(unsure));
     }
     text.add(device.marks);

@@ -22,8 +22,8 @@ private:
     std::string text;
 };
 
-// The quirks that concern the device, by their short names in docs/quirks.md; "unsure" for any other answer that rests
-// on a list of volumes that could not be read; then what went wrong when the device was read. The machine must have
+// The quirks that concern the device, by their short names in docs/quirks.md; "unsure" for an answer that rests on
+// something that failed; then what went wrong when the device was read. The machine must have
 // been read with the stacking. Quirks that take further questions to be seen are for `kivclaim audit`.
 std::string marksOf(const kivclaim::ClaimAnswer& claimed, const DeviceAnswer& answer,
                     const kivclaim::machine::Device& device, const kivclaim::machine::Machine& machine);
