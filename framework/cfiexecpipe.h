@@ -28,7 +28,7 @@ public:
 // thrown as EFiExecPipe.
 class ZTFI_API CFiExecPipeBase : public CFiTraceable {
 public:
-    // Slots 1 to 3 are those of CFiTraceable.
+    // Slots 1 and 2 are those of CFiTraceable.
     ~CFiExecPipeBase() override = default;
 
     // Runs `command` (program path and arguments, separated by runs of blanks) to its end and appends each line of

@@ -67,6 +67,10 @@ set_tests_properties(Contract.AMovedInstallationIsFound PROPERTIES FIXTURES_REQU
 get_property(headers GLOBAL PROPERTY KIVCLAIM_PUBLIC_HEADERS)
 foreach(header IN LISTS headers)
     foreach(compiler IN ITEMS g++ clang++)
+        set(name Contract.RefusedSettings.${header}.${compiler})
+        add_test(NAME ${name}
+                 COMMAND ${contract_scripts}/refused_settings_test.sh ${compiler} ${installed} ${header})
+        set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED installed)
         foreach(standard IN ITEMS c++17 c++20)
             set(name Contract.Header.${header}.${compiler}.${standard})
             add_test(NAME ${name}
