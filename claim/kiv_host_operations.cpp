@@ -13,8 +13,7 @@ constexpr std::size_t count = 8;
 
 // The operations under the names that the loader binds; C++ could name no address of a constructor. An address that is
 // taken here is bound as this library's calls are, whatever other libraries of the process got.
-#define KIV_BOUND(function, symbol) \
-    extern "C" __attribute__((visibility("default"))) void function() __asm__(symbol)
+#define KIV_BOUND(function, symbol) extern "C" __attribute__((visibility("default"))) void function() __asm__(symbol)
 #define KIV_STRING "NSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"
 KIV_BOUND(kivBoundTrace, "_ZN12ztfi_pdk_4_411CFiTraceLog5traceEiPKcz");
 KIV_BOUND(kivBoundRunner, "_ZN12ztfi_pdk_4_416CFiExecPipePosixC1Ei");
