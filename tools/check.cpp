@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -85,7 +86,7 @@ void addFindings(Json& report, const CheckedEnd& end)
         }
     }
     if (!isDone || !end.ending.empty()) {
-        const std::string ending = end.ending.empty() ? "ended the process" : end.ending;
+        const std::string ending = end.ending.empty() ? "ended before its time" : end.ending;
         addProblem(report, (step.empty() ? "loading the file" : step) + ": the process " + ending);
     }
 }
@@ -132,6 +133,13 @@ Json checkModuleFile(const CheckOptions& options)
     return report;
 }
 
+// A value of LD_PRELOAD: the library, and what is preloaded into this process.
+std::string preloadedFirst(const std::string& library)
+{
+    const char* const others = std::getenv("LD_PRELOAD");
+    return library + (others != nullptr && !library.empty() ? ":" : "") + (others != nullptr ? others : "");
+}
+
 // What the loader says about a program: which file each operation comes from, without running anything of it.
 class LoaderTrace {
 public:
@@ -145,7 +153,7 @@ public:
                                        {"LD_WARN", "1"},
                                        {"LD_BIND_NOW", "1"},
                                        {"LD_DEBUG", "bindings"},
-                                       {"LD_PRELOAD", preloaded}},
+                                       {"LD_PRELOAD", preloadedFirst(preloaded)}},
                                       true})
                                      .report;
         std::istringstream lines(text);
@@ -212,7 +220,7 @@ void checkFrameworkLibrary(Json& report, const CheckOptions& options, const std:
 {
     addFindings(report, run({"/proc/self/exe",
                              insideArguments(options, "host", options.host),
-                             {{"LD_PRELOAD", fs::absolute(path).string()}},
+                             {{"LD_PRELOAD", preloadedFirst(fs::absolute(path).string())}},
                              false}));
 }
 

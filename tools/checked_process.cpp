@@ -77,9 +77,9 @@ pid_t start(const CheckedProcess& process, int reportEnd)
 }
 
 // True when the process closed the report; false when its time was over.
-bool readReport(int descriptor, std::string& report)
+bool readReport(int descriptor, int seconds, std::string& report)
 {
-    const Clock::time_point end = Clock::now() + std::chrono::seconds(checkSeconds);
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         pollfd waiting{descriptor, POLLIN, 0};
@@ -117,7 +117,7 @@ CheckedEnd run(const CheckedProcess& process)
     const pid_t child = start(process, ends[1]);
     close(ends[1]);
     CheckedEnd end;
-    const bool hasEnded = readReport(ends[0], end.report);
+    const bool hasEnded = readReport(ends[0], process.seconds, end.report);
     close(ends[0]);
     if (!hasEnded) {
         kill(child, SIGKILL);
@@ -125,7 +125,7 @@ CheckedEnd run(const CheckedProcess& process)
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    end.ending = hasEnded ? endingOf(status) : "did not end within " + std::to_string(checkSeconds) + " seconds";
+    end.ending = hasEnded ? endingOf(status) : "did not end within " + std::to_string(process.seconds) + " seconds";
     return end;
 }
 

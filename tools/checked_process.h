@@ -9,13 +9,13 @@
 namespace kivclaim::tools {
 
 constexpr int checkReportDescriptor = 3;  // where a checked process writes what it found
-constexpr int checkSeconds = 60;          // how long one may take; then it is killed
 
 struct CheckedProcess {
     std::string program;
     std::vector<std::string> arguments;
     std::vector<std::pair<std::string, std::string>> variables;  // besides those of this process
     bool reportsOnStandardError = false;  // what it writes there, and on standard output, is the report as well
+    int seconds = 60;                     // how long it may take; then it is killed
 };
 
 struct CheckedEnd {
