@@ -5,7 +5,7 @@ set(plug_in_name libkivclaim.so.1)
 set(host_name libztfi_pdk.so.4.4)
 
 kivclaim_test(contract_test PREFIX Contract.${CMAKE_CXX_COMPILER_ID}.
-    SOURCES slot_order_test.cpp type_sizes_test.cpp recording_string_tool.cpp
+    SOURCES slot_order_test.cpp type_sizes_test.cpp ${recording_string_tool}
     LIBRARIES kivclaim::kivclaim recording_host
     DEFINITIONS KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")
 
