@@ -25,12 +25,16 @@
 
 #include <string>
 
-// How a compiler was told to deviate from what kivclaim is compiled with. Set for nothing else: the numbers of ordinary
-// hosts and modules are those of earlier releases.
+// The next four: how a compiler was told to deviate from what kivclaim is compiled with. Set for nothing else: the
+// numbers of ordinary hosts and modules are those of earlier releases. With -fno-rtti.
 inline constexpr unsigned int kivContractNoRtti = 1U << 16;
+// With -D_GLIBCXX_DEBUG.
 inline constexpr unsigned int kivContractDebugMode = 1U << 17;
+// With -fno-exceptions.
 inline constexpr unsigned int kivContractNoExceptions = 1U << 18;
+// With -D_GLIBCXX_USE_CXX11_ABI=0.
 inline constexpr unsigned int kivContractOldStrings = 1U << 19;
+// Those of the program that includes this header.
 inline constexpr unsigned int kivContractDeviations = 0
 #ifndef __cpp_rtti
                                                       | kivContractNoRtti

@@ -20,16 +20,17 @@
 // which sets nothing.
 extern "C" ZTFI_API int kivclaim_host_operation(unsigned int index, const char** operation, const char** file);
 
-// The type of that function, and its name for dlsym.
+// The type of that function.
 using KivHostOperation = decltype(kivclaim_host_operation);
+// Its name, for dlsym.
 inline constexpr char kivHostOperationName[] = "kivclaim_host_operation";
 
 namespace kivclaim {
 
 // An operation and the file that supplies it; empty when the loader knows none.
 struct HostOperation {
-    std::string name;
-    std::string file;
+    std::string name;  // such as "CFiTraceLog::trace"
+    std::string file;  // as the loader names it
 };
 
 // All eight, in the order of the table in docs/host-guide.md.

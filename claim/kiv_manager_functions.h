@@ -28,10 +28,13 @@ extern "C" ZTFI_API CKivClaimManager* kivclaim_create_claim_manager(unsigned int
 // Deletes what the other function made; null is ignored.
 extern "C" ZTFI_API void kivclaim_delete_claim_manager(CKivClaimManager* manager);
 
-// The types of the functions, and their names for dlsym.
+// The type of the function that makes a manager.
 using KivCreateClaimManager = decltype(kivclaim_create_claim_manager);
+// The type of the function that deletes one.
 using KivDeleteClaimManager = decltype(kivclaim_delete_claim_manager);
+// The name of the function that makes a manager, for dlsym.
 inline constexpr char kivCreateClaimManagerName[] = "kivclaim_create_claim_manager";
+// The name of the function that deletes one, for dlsym.
 inline constexpr char kivDeleteClaimManagerName[] = "kivclaim_delete_claim_manager";
 
 #endif

@@ -61,7 +61,7 @@ protected:
     friend class CFiSmartPtr;
 
     std::uint32_t count = 0;  // the number of holders
-    ACE_Thread_Mutex lock;    // held while the count changes
+    ACE_Thread_Mutex lock{};  // held while the count changes
 };
 
 // A counting pointer to a T that has CFiRefCount as a virtual base. Count and mutex live in the referent.
@@ -178,7 +178,7 @@ public:
     ~CFiErrorManager() override { delete[] buffer; }
 
 protected:
-    std::map<std::uint32_t, CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>>> messages;  // by code
+    std::map<std::uint32_t, CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>>> messages{};  // by code
     char* buffer = nullptr;  // the host's; from new[] or null
 };
 
@@ -197,8 +197,8 @@ public:
     void trace(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 protected:
-    ACE_String_Base<char> texts[5];             // their meaning is the host's
-    CFiSmartPtr<CFiErrorManager> errorManager;  // the host's; may be empty
+    ACE_String_Base<char> texts[5];               // their meaning is the host's
+    CFiSmartPtr<CFiErrorManager> errorManager{};  // the host's; may be empty
 };
 
 // What every working object of the plug-in and of the host derives from: the holder of a trace log.
@@ -218,7 +218,7 @@ public:
 
 protected:
     // The registered log; empty: nothing is traced. A module of one's own writes its records through it.
-    CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> traceLog;
+    CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> traceLog{};
 };
 
 // Writes "Entering Function" when it is made and "Exiting Function" when it ends; lives on the stack of the traced

@@ -13,8 +13,7 @@
 #include "framework/the_error_above_says_what_is_needed"
 #endif
 
-// For the setting below, which each header of the C++ library makes.
-#include <cstddef>
+#include <cstddef>  // for the next setting, which each header of the C++ library makes
 
 #if defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI == 0
 #error "kivclaim's std::string is the one of C++11: compile without -D_GLIBCXX_USE_CXX11_ABI=0"

@@ -35,7 +35,9 @@
 
 namespace kivclaim::testkit {
 
+// What is printed, recorded and compared.
 using Lines = std::vector<std::string>;
+// A trace log, counted for as long as the pointer holds it.
 using LogPointer = ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog>;
 
 // A literal list of lines.
@@ -62,19 +64,21 @@ Lines volumeManagerTable(const Lines& rows);
 
 // What one scripted command does.
 struct Script {
-    std::string command;
-    Lines output;
-    int result = 0;
-    std::int64_t waitStatus = 0;
+    std::string command;            // to the letter
+    Lines output;                   // of the command
+    int result = 0;                 // of Exec
+    std::int64_t waitStatus = 0;    // of a failure
     std::function<void()> thrower;  // called behind the output, when set
-    int timesLeft = 1;
-    std::string message;  // of the failure's record
+    int timesLeft = 1;              // how often it is still to be run
+    std::string message;            // of the failure's record
 
+    // Sets the message of the failure.
     Script& says(const std::string& text)
     {
         message = text;
         return *this;
     }
+    // Sets how often the command is run.
     Script& times(int count)
     {
         timesLeft = count;
@@ -84,17 +88,20 @@ struct Script {
 
 class RecordingLog;
 
+// The host that plays, see the head of this header: what it does is scripted, what happens is written down.
 class Host {
 public:
-    // The host that plays while it lives; one at a time.
+    // It plays while it lives; one at a time.
     Host();
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
+    // The host that plays now, or null.
     static Host* current();
 
     // The host's trace log. The host holds one reference; `logCount` is the number of all holders.
     const LogPointer& log() const { return heldLog; }
+    // How many hold the log.
     unsigned int logCount() const;
     // A further log, whose records are written down as "NAME: level text".
     LogPointer anotherLog(const std::string& name);
@@ -109,18 +116,23 @@ public:
     Lines effectsWithoutLineNumbers() const;
     // All effects but records.
     Lines calls() const;
+    // Forgets what happened so far.
     void forget() { written.clear(); }
     // Takes the scripts back that nobody used.
     void dropScripts() { scripts.clear(); }
 
-    // Scripts. A command line is taken to the letter; scripts of one command line are used up in order.
+    // A command that succeeds. A command line is taken to the letter; scripts of one command line are used up in order.
     Script& prints(const std::string& command, const Lines& output);
+    // A command that fails: the result of Exec, and the raw wait status, such as 5 << 8 for exit status 5.
     Script& fails(const std::string& command, int result, std::int64_t waitStatus, const Lines& output);
+    // A command for which the runner throws what `thrower` throws.
     Script& throws(const std::string& command, std::function<void()> thrower, const Lines& output = {});
 
-    // The machine.
+    // What uname tells; without it, 6.1.0.
     void kernelRelease(const std::string& release) { release_ = release; }
+    // A node that can be opened.
     void device(const std::string& path) { devices.insert(path); }
+    // A program that is installed.
     void executable(const std::string& path) { executables.insert(path); }
 
     // Accidents. Each record whose text begins with `text` throws std::runtime_error("trace failed"), or whatever
@@ -136,10 +148,12 @@ public:
     std::function<void()> onRunner;
     // What the next pauses leave over; a pause that is not listed ends by itself. Only such a pause leaves errno alone.
     std::vector<unsigned int> leftOverByPauses;
-    int errnoOfPauses = EINTR;  // that sleep() sets with a value of leftOverByPauses
+    // What errno is after such a pause.
+    int errnoOfPauses = EINTR;
     // A signal that arrives so many milliseconds after the beginning of each pause, on a clock of the host's own that
     // pauses alone move on; what a pause leaves over is cut to whole seconds, as sleep() does. 0: no signal.
     long signalMilliseconds = 0;
+    // That clock.
     long clockMilliseconds = 0;
     // uname fails and writes nothing.
     bool unameFails = false;
@@ -153,19 +167,28 @@ public:
     std::optional<unsigned long> indexAfterHit;
     // Accepts any time limit of a command, instead of 600 seconds only; `limitGiven` is that of the last one.
     bool acceptsAnyLimit = false;
+    // See acceptsAnyLimit.
     unsigned long limitGiven = 0;
     // Called before each record is written down.
     std::function<void()> onTrace;
 
     // What the played operations call.
     void write(const std::string& line) { written.push_back(line); }
+    // A record.
     void traced(const RecordingLog& log, int level, const std::string& text);
+    // A command.
     int run(const std::string& command, Lines& output, ztfi_pdk_4_4::EFiExecPipe& lastFailure);
+    // The limit of a command.
     static void noteLimit(unsigned long seconds);
+    // The kernel's release.
     const std::string& release() const { return release_; }
+    // Whether there is such a node.
     bool hasDevice(const std::string& path) const { return devices.count(path) != 0; }
+    // Whether there is such a program.
     bool hasExecutable(const std::string& path) const { return executables.count(path) != 0; }
+    // A descriptor for it.
     int openDescriptor(const std::string& path);
+    // False for one that is not the host's.
     bool closeDescriptor(int descriptor);
 
 private:
@@ -186,16 +209,18 @@ private:
 // The trace log of this host.
 class RecordingLog : public ztfi_pdk_4_4::CFiTraceLog {
 public:
-    explicit RecordingLog(std::string name) : name(std::move(name)) {}
+    // Its records begin with this name.
+    explicit RecordingLog(std::string start) : name(std::move(start)) {}
     ~RecordingLog() override { ++destroyed; }
 
-    std::string name;
+    std::string name;      // empty for the host's own
     static int destroyed;  // how many logs have been deleted so far
 };
 
 // While it lives, locking a framework mutex fails on this thread: the next `successes` calls still work.
 class FailingLocks {
 public:
+    // From now on.
     explicit FailingLocks(int successes = 0);
     ~FailingLocks();
 };
@@ -203,6 +228,7 @@ public:
 // While it lives, locking a framework mutex fails on this thread once: behind the next `successes` calls.
 class OneFailingLock {
 public:
+    // From now on.
     explicit OneFailingLock(int successes);
     ~OneFailingLock();
     // Whether that call has been made.
@@ -222,6 +248,7 @@ public:
     ~InsideHost();
     InsideHost(const InsideHost&) = delete;
     InsideHost& operator=(const InsideHost&) = delete;
+    // Whether one lives on this thread.
     static bool isHere();
 };
 

@@ -64,6 +64,14 @@ add_test(NAME Contract.AMovedInstallationIsFound
          COMMAND ${contract_scripts}/moved_tree_test.sh ${installed} ${CMAKE_CXX_COMPILER})
 set_tests_properties(Contract.AMovedInstallationIsFound PROPERTIES FIXTURES_REQUIRED installed)
 
+foreach(compiler IN ITEMS g++ clang++)
+    set(name Contract.Header.DerivedClasses.${compiler})
+    add_test(NAME ${name}
+             COMMAND ${contract_scripts}/header_test.sh ${compiler} c++17 ${installed} claim/kiv_claim_manager.h
+                     ${contract_scripts}/derived_classes.cpp)
+    set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED installed)
+endforeach()
+
 get_property(headers GLOBAL PROPERTY KIVCLAIM_PUBLIC_HEADERS)
 foreach(header IN LISTS headers)
     foreach(compiler IN ITEMS g++ clang++)
