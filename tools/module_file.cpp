@@ -118,8 +118,7 @@ std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
     CKivDeviceClaimBase* const module = callGuarded(path, create, itsContract);
     if (itsContract != kivClaimModuleContract) {
         // Whatever it made is left alone: its destructor need not be where ours is.
-        refuse(path,
-               contractMismatch(kivClaimModuleContract, itsContract),
+        refuse(path, contractMismatch(kivClaimModuleContract, itsContract),
                "build it against this release's headers, with the options that they ask for");
     }
     if (module == nullptr) {

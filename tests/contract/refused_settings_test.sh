@@ -15,8 +15,10 @@ refuses() {
     fi
     grep -qF "kivclaim$need" <<<"$output" || { printf '%s\nno clear error for %s\n' "$output" "$*" && exit 1; }
     # The one error, and the end of the compilation.
-    [ "$(grep -c 'error: ' <<<"$output")" = 2 ] && grep -qE 'fatal error: .*the_error_above_says' <<<"$output" ||
-        { printf '%s\nmore than one error for %s\n' "$output" "$*" && exit 1; }
+    if [ "$(grep -c 'error: ' <<<"$output")" != 2 ] || ! grep -q 'fatal error: .*the_error_above_says' <<<"$output"; then
+        printf '%s\nmore than one error for %s\n' "$output" "$*"
+        exit 1
+    fi
 }
 
 refuses ' needs C++17 or later' -std=c++14
