@@ -2,7 +2,10 @@
 #include "claim/kiv_claim_manager.h"
 
 #include "claim/kiv_builtin_modules.h"
+#include "claim/kiv_owned_modules.h"
+#include "claim/kiv_trace.h"
 
+using kivclaim::ERROR;
 using ztfi_pdk_4_4::CFiContextSingletonAllocator;
 using ztfi_pdk_4_4::CFiSmartPtr;
 using ztfi_pdk_4_4::CFiTraceLog;
@@ -40,18 +43,29 @@ CKivClaimManager::~CKivClaimManager()
 {
     // A module's destructor may register another module; that one is deleted as well.
     for (std::size_t i = 0; i < modules.size(); ++i) {  // NOLINT(modernize-loop-convert)
+        kivclaim::forgetOwnedModule(modules[i]);
         delete modules[i];
     }
 }
 
 void CKivClaimManager::registerClaimModule(CKivDeviceClaimBase* module)
 {
+    constexpr char operation[] = "CKivClaimManager::registerClaimModule";
     const CFiTraceLogFunction scope(traceLog, "registerClaimModule", lineOfRegisterClaimModule, sourceFile);
     if (module == nullptr) {
         return;
     }
+    if (kivclaim::isOnThisThreadsStack(module)) {
+        KIV_TRACE(ERROR, "%s: refused a module on the stack, which no manager can delete; make it with new", operation);
+        return;
+    }
+    if (kivclaim::isOwnedModule(module)) {
+        KIV_TRACE(ERROR, "%s: refused a module that a manager owns already; register each module once", operation);
+        return;
+    }
     module->registerTraceLog(traceLog);
     modules.push_back(module);
+    kivclaim::noteOwnedModule(module);
 }
 
 void CKivClaimManager::registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log)

@@ -9,6 +9,11 @@
 #include <string>
 #include <vector>
 
+#ifdef _GLIBCXX_DEBUG
+#error "kivclaim's std::vector is the ordinary one: compile without -D_GLIBCXX_DEBUG"
+#include "framework/the_error_above_says_what_is_needed"
+#endif
+
 // Owns an ordered list of claim modules and answers each request from the one that claims the path most strongly.
 //
 // What for: construct it, register a trace log (at any time, any number of times), register modules of your own,
@@ -18,7 +23,7 @@
 // Failure: an unclaimed path gives the neutral answer of each operation. The manager catches nothing: what a module
 // throws passes through to the host, and the manager stays usable.
 //
-// The slots below are the binary contract. New operations may be added behind slot 9 only.
+// The slots below are the binary contract; docs/contract.md says how it may grow.
 class ZTFI_API CKivClaimManager : public virtual ztfi_pdk_4_4::CFiTraceable {
 public:
     // Creates the built-in modules. None of them has a trace log until one is registered.
@@ -30,7 +35,8 @@ public:
     ~CKivClaimManager() override;
 
     // Slot 2: hands the current trace log to `module`, appends it to the list and owns it from then on. Null is
-    // ignored. A module must not be registered twice. When appending fails, the caller keeps the module. A module may
+    // ignored. A module that a manager has already, or that lies on the calling thread's stack, is refused with a
+    // record of level 1, and its owner keeps it. When appending fails, the caller keeps the module. A module may
     // register another one while it is asked something: the new one is asked from the next question on.
     virtual void registerClaimModule(CKivDeviceClaimBase* module);
 

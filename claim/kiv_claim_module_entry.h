@@ -25,12 +25,38 @@
 
 #include <string>
 
+// The next four: how a compiler was told to deviate from what kivclaim is compiled with. Set for nothing else: the
+// numbers of ordinary hosts and modules are those of earlier releases. With -fno-rtti.
+inline constexpr unsigned int kivContractNoRtti = 1U << 16;
+// With -D_GLIBCXX_DEBUG.
+inline constexpr unsigned int kivContractDebugMode = 1U << 17;
+// With -fno-exceptions.
+inline constexpr unsigned int kivContractNoExceptions = 1U << 18;
+// With -D_GLIBCXX_USE_CXX11_ABI=0.
+inline constexpr unsigned int kivContractOldStrings = 1U << 19;
+// Those of the program that includes this header.
+inline constexpr unsigned int kivContractDeviations = 0
+#ifndef __cpp_rtti
+                                                      | kivContractNoRtti
+#endif
+#ifdef _GLIBCXX_DEBUG
+                                                      | kivContractDebugMode
+#endif
+#ifndef __cpp_exceptions
+                                                      | kivContractNoExceptions
+#endif
+#if defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI == 0
+                                                      | kivContractOldStrings
+#endif
+    ;
+
 // The contract between a module and the host that loads it, as its compiler sees it: the slots of CKivDeviceClaimBase
-// and its bases, the size and layout of the framework's types, and the string type of the C++ library. The upper bits
-// count the releases that changed any of the first; the low byte is the size of std::string, which differs between
-// libstdc++'s two string types and other libraries. A module works with hosts of the same number only. It grows with
-// every new slot or field, also at the end: a module of before does not have it.
-inline constexpr unsigned int kivClaimModuleContract = (1U << 8) | sizeof(std::string);
+// and its bases, the size and layout of the framework's types, and how both were compiled. A module works with hosts of
+// the same number only.
+//
+// Bits 0 to 7: the size of std::string, which differs between C++ libraries. Bits 8 to 15: counts the releases that
+// changed slots or layout, see docs/contract.md. Bits 16 and up: the deviations above.
+inline constexpr unsigned int kivClaimModuleContract = (1U << 8) | sizeof(std::string) | kivContractDeviations;
 
 // What a module's file exports; defined by KIV_CLAIM_MODULE_ENTRY. `hostContract` is the caller's
 // kivClaimModuleContract; the function writes its own to `moduleContract`, in every case. Returns a new module, or null
@@ -44,6 +70,31 @@ using KivCreateClaimModule = decltype(kivclaim_create_claim_module);
 inline constexpr char kivCreateClaimModuleName[] = "kivclaim_create_claim_module";
 
 namespace kivclaim {
+
+// Why a module of one contract cannot work in a host of another, to be put after "the module is refused, because";
+// empty when it can. Threads: any. Failure: std::bad_alloc.
+inline std::string contractMismatch(unsigned int hostContract, unsigned int moduleContract)
+{
+    constexpr struct {
+        unsigned int bit;
+        const char* option;
+    } deviations[] = {{kivContractNoRtti, "-fno-rtti"},
+                      {kivContractDebugMode, "-D_GLIBCXX_DEBUG"},
+                      {kivContractNoExceptions, "-fno-exceptions"},
+                      {kivContractOldStrings, "-D_GLIBCXX_USE_CXX11_ABI=0"}};
+    for (const auto& deviation : deviations) {
+        if (((hostContract ^ moduleContract) & deviation.bit) != 0) {
+            const bool isModules = (moduleContract & deviation.bit) != 0;
+            return std::string("it was compiled ") + (isModules ? "with " : "without ") + deviation.option +
+                   " and the host " + (isModules ? "without" : "with");
+        }
+    }
+    if (hostContract == moduleContract) {
+        return "";
+    }
+    return "it was built against contract " + std::to_string(moduleContract) + ", and the host is of contract " +
+           std::to_string(hostContract);
+}
 
 // The function's body: makes a `Module` with its default constructor, and turns what that throws into null.
 template <class Module>

@@ -27,7 +27,7 @@ enum ZTFI_DEVICE_CLAIM_LEVEL : std::uint32_t {
 // Ownership: made with new; once registered, the claim manager deletes it.
 // Failure: what an operation throws passes through the manager to the host.
 //
-// The slots below are the binary contract. New operations may be added behind slot 11 only.
+// The slots below are the binary contract; docs/contract.md says how it may grow.
 class ZTFI_API CKivDeviceClaimBase : public ztfi_pdk_4_4::CFiTraceable {
 public:
     // Slot 1 (complete and deleting destructor): lets go of the trace log. Slot 2 is the inherited registerTraceLog.

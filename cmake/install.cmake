@@ -9,15 +9,19 @@ set(KIVCLAIM_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/kivclaim)
 set(KIVCLAIM_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/kivclaim)
 set(KIVCLAIM_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# kivclaim_public_headers(header...) installs headers of the current room under the room's name. What is not named
+# kivclaim_public_headers([COMPONENT name] header...) installs headers of the current room under the room's name. What is not named
 # stays inside.
 function(kivclaim_public_headers)
-    foreach(header IN LISTS ARGN)
+    cmake_parse_arguments(ARG "" "COMPONENT" "" ${ARGN})
+    if(NOT ARG_COMPONENT)
+        set(ARG_COMPONENT development)
+    endif()
+    foreach(header IN LISTS ARG_UNPARSED_ARGUMENTS)
         get_filename_component(path ${header} ABSOLUTE)
         file(RELATIVE_PATH path ${PROJECT_SOURCE_DIR} ${path})
         get_filename_component(room ${path} DIRECTORY)
         install(FILES ${PROJECT_SOURCE_DIR}/${path} DESTINATION ${KIVCLAIM_INSTALL_INCLUDEDIR}/${room}
-                COMPONENT development)
+                COMPONENT ${ARG_COMPONENT})
         set_property(GLOBAL APPEND PROPERTY KIVCLAIM_PUBLIC_HEADERS ${path})
     endforeach()
 endfunction()
@@ -37,15 +41,19 @@ function(kivclaim_run_path target component destination)
     install(CODE "file(RPATH_REMOVE FILE \"${installed}\")" COMPONENT ${component})
 endfunction()
 
-# kivclaim_pkgconfig(name) installs NAME.pc, made of NAME.pc.in in the current room.
+# kivclaim_pkgconfig(name [component]) installs NAME.pc, made of NAME.pc.in in the current room.
 function(kivclaim_pkgconfig name)
+    set(component ${ARGV1})
+    if(NOT component)
+        set(component development)
+    endif()
     # Relative to the file itself: the installed tree can be moved.
     file(RELATIVE_PATH upwards /${KIVCLAIM_INSTALL_PKGCONFIGDIR} /)
     set(KIVCLAIM_PC_PREFIX "\${pcfiledir}/${upwards}")
     string(REGEX REPLACE "/$" "" KIVCLAIM_PC_PREFIX "${KIVCLAIM_PC_PREFIX}")
     configure_file(${name}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${KIVCLAIM_INSTALL_PKGCONFIGDIR}
-            COMPONENT development)
+            COMPONENT ${component})
 endfunction()
 
 # The CMake package. To be called once every library has been added.

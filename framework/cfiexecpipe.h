@@ -14,8 +14,8 @@ namespace ztfi_pdk_4_4 {
 // Why a command could not be run, or how it failed. A plain value, thrown by value.
 class ZTFI_API EFiExecPipe {
 public:
-    std::string message;           // what went wrong
-    std::wstring wideMessage;      // the same text in wide characters
+    std::string message{};         // what went wrong
+    std::wstring wideMessage{};    // the same text in wide characters
     std::int32_t errorNumber = 0;  // the runner's error code, an errno where there is one
     std::int64_t waitStatus = 0;   // the child's raw wait status
 };
@@ -28,7 +28,7 @@ public:
 // thrown as EFiExecPipe.
 class ZTFI_API CFiExecPipeBase : public CFiTraceable {
 public:
-    // Slots 1 to 3 are those of CFiTraceable.
+    // Slots 1 and 2 are those of CFiTraceable.
     ~CFiExecPipeBase() override = default;
 
     // Runs `command` (program path and arguments, separated by runs of blanks) to its end and appends each line of
@@ -41,7 +41,7 @@ public:
     const EFiExecPipe& getLastFailure() const { return lastFailure; }
 
 protected:
-    EFiExecPipe lastFailure;  // filled by Exec
+    EFiExecPipe lastFailure{};  // filled by Exec
 };
 
 // The runner for POSIX systems. What the number selects is the host's affair; the plug-in passes 1.

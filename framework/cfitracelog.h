@@ -1,8 +1,8 @@
 // Tracing and shared ownership, as host and plug-in compile them alike.
 //
 // Everything in this header but `CFiTraceLog::trace` is header code: host and plug-in each carry it, so its
-// layout, its slot order and its locking are a contract between binaries. It may grow only at the end: new
-// virtual operations behind the last slot of a class, new fields behind the last field.
+// layout, its slot order and its locking are a contract between binaries. How it may grow, and how slots are counted,
+// is written in docs/contract.md.
 #ifndef KIVCLAIM_FRAMEWORK_CFITRACELOG_H
 #define KIVCLAIM_FRAMEWORK_CFITRACELOG_H
 
@@ -47,13 +47,13 @@ public:
     CFiRefCount(const CFiRefCount&) = delete;
     CFiRefCount& operator=(const CFiRefCount&) = delete;
 
-    // Slots 1 and 2 (complete and deleting destructor).
+    // Slot 1 (complete and deleting destructor).
     virtual ~CFiRefCount() = default;
-    // Slot 3: adds one holder; returns the new count.
+    // Slot 2: adds one holder; returns the new count.
     virtual unsigned int increment() { return ++count; }
-    // Slot 4: takes one holder away; returns the new count. The count must be above 0.
+    // Slot 3: takes one holder away; returns the new count. The count must be above 0.
     virtual unsigned int decrement() { return --count; }
-    // Slot 5: returns the count.
+    // Slot 4: returns the count.
     virtual unsigned int getCount() { return count; }
 
 protected:
@@ -61,7 +61,7 @@ protected:
     friend class CFiSmartPtr;
 
     std::uint32_t count = 0;  // the number of holders
-    ACE_Thread_Mutex lock;    // held while the count changes
+    ACE_Thread_Mutex lock{};  // held while the count changes
 };
 
 // A counting pointer to a T that has CFiRefCount as a virtual base. Count and mutex live in the referent.
@@ -178,7 +178,7 @@ public:
     ~CFiErrorManager() override { delete[] buffer; }
 
 protected:
-    std::map<std::uint32_t, CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>>> messages;  // by code
+    std::map<std::uint32_t, CFiSmartPtr<CFiMessage, CFiNullAllocator<CFiMessage>>> messages{};  // by code
     char* buffer = nullptr;  // the host's; from new[] or null
 };
 
@@ -197,8 +197,8 @@ public:
     void trace(int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 protected:
-    ACE_String_Base<char> texts[5];             // their meaning is the host's
-    CFiSmartPtr<CFiErrorManager> errorManager;  // the host's; may be empty
+    ACE_String_Base<char> texts[5];               // their meaning is the host's
+    CFiSmartPtr<CFiErrorManager> errorManager{};  // the host's; may be empty
 };
 
 // What every working object of the plug-in and of the host derives from: the holder of a trace log.
@@ -208,9 +208,9 @@ protected:
 // Failure: no result depends on whether a log is registered.
 class ZTFI_API CFiTraceable {
 public:
-    // Slots 1 and 2 (complete and deleting destructor): lets go of the log.
+    // Slot 1 (complete and deleting destructor): lets go of the log.
     virtual ~CFiTraceable() = default;
-    // Slot 3: replaces the held log; an empty pointer ends tracing. The object's own `traceLog` changes nothing.
+    // Slot 2: replaces the held log; an empty pointer ends tracing. The object's own `traceLog` changes nothing.
     virtual void registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log)
     {
         traceLog = log;
@@ -218,37 +218,35 @@ public:
 
 protected:
     // The registered log; empty: nothing is traced. A module of one's own writes its records through it.
-    CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> traceLog;
+    CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> traceLog{};
 };
 
 // Writes "Entering Function" when it is made and "Exiting Function" when it ends; lives on the stack of the traced
 // function and holds the log meanwhile.
 //
 // Threads: belongs to one.
-// Ownership: `function` and `file` are not copied and must outlive it.
+// Ownership: the name and the path are not copied and must outlive it.
 // Failure: what `trace` throws propagates, from the destructor as well; only while another exception is already on
 // its way through the traced function is the second one dropped, because it would end the process. The log is let
 // go in every case. A function that returns a string or a list declares it before the tracer: g++ and clang++ leak a
 // result that is made behind it when the exit record throws.
 class ZTFI_API CFiTraceLogFunction {
 public:
-    // Writes the entry record, unless the log is empty or a text is null. `function` is the bare name, `file` the path
-    // of the source.
-    CFiTraceLogFunction(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log,
-                        const char* function, int line, const char* file)
-        : log(log), function(function), line(line), file(baseName(file))
+    // Writes the entry record, unless the log is empty or a text is null. `functionName` is the bare name.
+    CFiTraceLogFunction(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& heldLog,
+                        const char* functionName, int sourceLine, const char* sourcePath)
+        : log(heldLog), function(functionName), line(sourceLine), file(baseName(sourcePath))
     {
         if (!traces()) {
             return;
         }
         exceptionsAtEntry = std::uncaught_exceptions();
-        this->log->trace(ZTFI_TRACE_LEVEL_DETAIL, "Entering Function %s [%d, %s]", this->function, this->line,
-                         this->file);
+        log->trace(ZTFI_TRACE_LEVEL_DETAIL, "Entering Function %s [%d, %s]", function, line, file);
     }
     CFiTraceLogFunction(const CFiTraceLogFunction&) = delete;
     CFiTraceLogFunction& operator=(const CFiTraceLogFunction&) = delete;
 
-    // Slots 1 and 2 (complete and deleting destructor).
+    // Slot 1 (complete and deleting destructor).
     virtual ~CFiTraceLogFunction() noexcept(false)  // NOLINT(bugprone-exception-escape): as promised above
     {
         if (!traces()) {

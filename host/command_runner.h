@@ -17,7 +17,7 @@ namespace kivclaim::host {
 // What a command may use. The defaults are those of every Exec.
 struct CommandLimits {
     // For the whole run; 0: no limit. Without a value, it is what the caller of Exec asks for (the library: 600 s).
-    std::optional<std::chrono::milliseconds> wholeRun;
+    std::optional<std::chrono::milliseconds> wholeRun{};
     // When no run may go on any more, however many there have been; a later one is not started.
     std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
     std::chrono::milliseconds fromTermToKill{2000};    // for the process group to end on SIGTERM

@@ -6,7 +6,7 @@ set -euo pipefail
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
 packages=$1 others=$2 archive=$3 root=$4
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-names=(kivclaim libkivclaim1 libkivclaim-kernel1 libztfi-pdk4.4 libkivclaim-dev)
+names=(kivclaim libkivclaim1 libkivclaim-kernel1 libztfi-pdk4.4 libkivclaim-dev libkivclaim-testkit-dev)
 
 passed=0 failed=0
 # check WHAT COMMAND...: what a command says is shown only when it fails.
@@ -136,6 +136,19 @@ check 'that one answers, and asks the kernel' answers '16 powerpath /dev/emcpowe
     'echo /dev/emcpowera | /tmp/examples/query_host/build/query_host --kernel 2>/dev/null'
 check 'it builds with pkg-config' build_with_pkg_config query_host '-rdynamic' 'kivclaim kivclaim_kernel' query_host
 check 'that one answers as well' answers '16 powerpath /dev/emcpowera' 'echo /dev/emcpowera | /tmp/examples/query_host/query_host'
+# A host with its own framework, checked; and a host's own code, tested on the kit.
+check 'the command tells that its framework is its own' inside \
+    "kivclaim --check-host /tmp/examples/query_host/build/query_host | grep -c 'operations: .*/query_host\$' | grep -x 8"
+check 'the command tells that the other one gets the bundled framework' inside \
+    "kivclaim --check-host /tmp/examples/host/build/example_host | grep -c 'libztfi_pdk.so.4.4\$' | grep -x 8"
+check 'the command finds nothing wrong with the example module' inside \
+    'kivclaim --check-module /tmp/examples/nvme_module/build/nvme_module.so'
+check 'the test kit is installed' install_packages libkivclaim-testkit-dev
+check 'the example test builds with CMake' build_with_cmake host_test
+check 'CTest runs it' inside 'ctest --test-dir /tmp/examples/host_test/build --output-on-failure --no-tests=error'
+check 'the example test builds with pkg-config' \
+    build_with_pkg_config host_test '' 'kivclaim_testkit' multipath_paths_test
+check 'that one passes as well' inside '/tmp/examples/host_test/multipath_paths_test'
 
 inside 'rm -r /tmp/examples'
 check 'the packages are removed' inside "apt-get -o DPkg::Options::=--force-unsafe-io purge -y -qq --autoremove ${names[*]}"

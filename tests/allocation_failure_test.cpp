@@ -36,13 +36,13 @@ TEST(ClaimManager, AModuleThatCannotBeAppendedHasTheLogAndStaysTheCallers)
         manager.registerClaimModule(new CountingModule);
     }
     const std::size_t modulesBefore = manager.claimModules().size();
-    CountingModule module;
+    const auto module = std::make_unique<CountingModule>();
     const int aliveBefore = CountingModule::alive;
     {
         const FailingAllocations failing(0);
-        EXPECT_THROW(manager.registerClaimModule(&module), std::bad_alloc);
+        EXPECT_THROW(manager.registerClaimModule(module.get()), std::bad_alloc);
     }
-    EXPECT_EQ(module.logsGiven, 1);
+    EXPECT_EQ(module->logsGiven, 1);
     EXPECT_EQ(CountingModule::alive, aliveBefore);
     EXPECT_EQ(manager.claimModules().size(), modulesBefore);
     EXPECT_EQ(manager.claim("/dev/emcpowera"), 16U);

@@ -106,3 +106,45 @@ if(NOT KIVCLAIM_SANITIZERS)
                 $<TARGET_FILE:any_host_test> ${CMAKE_CXX_COMPILER})
     set_tests_properties(HostLibrary.ThePluginIsConfiguredForAnotherHost PROPERTIES TIMEOUT 300)
 endif()
+
+# Which file supplies each operation, in every arrangement in which a host may be mistaken about it.
+add_library(second_host_archive STATIC $<TARGET_OBJECTS:second_host_parts>)
+target_link_libraries(second_host_archive PUBLIC kivclaim_framework)
+# kivclaim_operation_report(name LIBRARIES...) links the report with the claim library: libraries stand in their order.
+function(kivclaim_operation_report name)
+    add_executable(report_on_${name} any_host/operation_report.cpp)
+    target_compile_definitions(report_on_${name} PRIVATE LINKED_WITH_THE_PLUGIN)
+    target_include_directories(report_on_${name} PRIVATE ${PROJECT_SOURCE_DIR})
+    target_link_libraries(report_on_${name} PRIVATE ${ARGN} ${CMAKE_DL_LIBS})
+endfunction()
+kivclaim_operation_report(bundled kivclaim)
+kivclaim_operation_report(objects $<TARGET_OBJECTS:second_host_parts> kivclaim)
+kivclaim_operation_report(archive_before second_host_archive kivclaim)
+kivclaim_operation_report(whole_archive -Wl,--whole-archive second_host_archive -Wl,--no-whole-archive kivclaim)
+kivclaim_operation_report(hidden_objects $<TARGET_OBJECTS:second_host_parts> kivclaim)
+set(hides_everything ${CMAKE_CURRENT_BINARY_DIR}/hides_everything.map)
+file(CONFIGURE OUTPUT ${hides_everything} CONTENT "{ local: *; };\n")
+target_link_options(report_on_hidden_objects PRIVATE -Wl,--version-script=${hides_everything})
+kivclaim_operation_report(library_before -Wl,--no-as-needed second_host kivclaim)
+
+# Opens the library; with the framework's operations in the program, and without.
+add_executable(framework_report any_host/operation_report.cpp $<TARGET_OBJECTS:second_host_parts>)
+set_target_properties(framework_report PROPERTIES ENABLE_EXPORTS ON)
+add_executable(plain_report any_host/operation_report.cpp)
+foreach(report IN ITEMS framework_report plain_report)
+    target_link_libraries(${report} PRIVATE kivclaim_framework ${CMAKE_DL_LIBS})
+endforeach()
+
+kivclaim_test(host_operations_test
+    SOURCES any_host/host_operations_test.cpp
+    LIBRARIES process kivclaim::kivclaim
+    DEFINITIONS
+        REPORTS="${CMAKE_CURRENT_BINARY_DIR}/report_on_"
+        FRAMEWORK_REPORT="$<TARGET_FILE:framework_report>"
+        PLAIN_REPORT="$<TARGET_FILE:plain_report>"
+        ORDINARY_PLUGIN="$<TARGET_FILE:kivclaim>"
+        PLUGIN_WITHOUT_HOST="$<TARGET_FILE:plugin_without_host>"
+        PLUGIN_ON_SECOND_HOST="$<TARGET_FILE:plugin_on_second_host>")
+add_dependencies(host_operations_test
+    report_on_bundled report_on_objects report_on_archive_before report_on_whole_archive report_on_hidden_objects
+    report_on_library_before framework_report plain_report kivclaim plugin_without_host plugin_on_second_host)

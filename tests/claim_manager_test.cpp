@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 
 using recording::Host;
 using recording::lines;
@@ -480,11 +481,78 @@ TEST_F(ClaimManager, AModuleThatRefusesTheLogLeavesTheLaterOnesWithTheOld)
 
 TEST_F(ClaimManager, AModuleThatRefusesTheLogIsNotRegistered)
 {
-    HostModule module(host, "mine", {});
-    module.failing = "registerTraceLog";
+    const auto module = std::make_unique<HostModule>(host, "mine", std::map<std::string, unsigned int>{});
+    module->failing = "registerTraceLog";
     const std::size_t modulesBefore = manager->claimModules().size();
-    EXPECT_THROW(manager->registerClaimModule(&module), std::runtime_error);
+    EXPECT_THROW(manager->registerClaimModule(module.get()), std::runtime_error);
     EXPECT_EQ(manager->claimModules().size(), modulesBefore);
+}
+
+TEST_F(ClaimManager, AModuleThatIsRegisteredTwiceIsRefusedAndDeletedOnce)
+{
+    auto* const module = add("mine", {{"x", 5}});
+    manager->registerTraceLog(host.log());
+    host.forget();
+    const std::size_t modulesBefore = manager->claimModules().size();
+    manager->registerClaimModule(module);
+    EXPECT_EQ(host.effects(), lines({"6 Entering Function registerClaimModule [81, kiv_claim_manager.cpp]",
+                                     "1 CKivClaimManager::registerClaimModule: refused a module that a manager owns "
+                                     "already; register each module once",
+                                     "6 Exiting Function registerClaimModule [81, kiv_claim_manager.cpp]"}));
+    EXPECT_EQ(manager->claimModules().size(), modulesBefore);
+    host.forget();
+    manager.reset();
+    EXPECT_EQ(host.effects(), lines({"mine: deleted"}));
+}
+
+TEST_F(ClaimManager, AModuleOfAnotherManagerIsRefusedAndStaysThere)
+{
+    auto* const module = add("mine", {{"x", 5}});
+    CKivClaimManager other;
+    other.registerTraceLog(host.log());
+    other.registerClaimModule(module);
+    EXPECT_EQ(host.trace(1), lines({"CKivClaimManager::registerClaimModule: refused a module that a manager owns "
+                                    "already; register each module once"}));
+    EXPECT_EQ(other.claim("x"), 0U);
+    EXPECT_EQ(manager->claim("x"), 5U);
+}
+
+TEST_F(ClaimManager, AModuleWithTheAddressOfADeletedOneIsTaken)
+{
+    alignas(HostModule) static unsigned char storage[sizeof(HostModule)];
+    struct InStorage : HostModule {
+        using HostModule::HostModule;
+        static void* operator new(std::size_t /*size*/) { return storage; }
+        static void operator delete(void* /*object*/) {}
+    };
+    for (int i = 0; i < 3; ++i) {
+        CKivClaimManager own;
+        own.registerClaimModule(new InStorage(host, "mine", {{"x", 5}}));
+        EXPECT_EQ(own.claim("x"), 5U);
+    }
+}
+
+TEST_F(ClaimManager, AModuleOnTheStackIsRefusedOnEveryThread)
+{
+    manager->registerTraceLog(host.log());
+    const auto registerOne = [&] {
+        HostModule module(host, "mine", {{"x", 5}});
+        manager->registerClaimModule(&module);
+    };
+    registerOne();
+    std::thread(registerOne).join();
+    const std::string refusal =
+        "CKivClaimManager::registerClaimModule: refused a module on the stack, which no manager "
+        "can delete; make it with new";
+    EXPECT_EQ(host.trace(1), (recording::Lines{refusal, refusal}));
+    EXPECT_EQ(manager->claim("x"), 0U);
+}
+
+TEST_F(ClaimManager, ARefusedModuleNeedsNoLog)
+{
+    auto* const module = add("mine", {});
+    manager->registerClaimModule(module);
+    EXPECT_EQ(manager->claimModules().size(), 4U);
 }
 
 TEST_F(ClaimManager, AModuleRegisteredDuringAQuestionIsAskedFromTheNextOneOn)

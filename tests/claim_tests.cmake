@@ -1,6 +1,12 @@
 # The plug-in against the recording host.
-add_library(recording_host OBJECT recording_host.cpp recording_host_calls.cpp)
+set(testkit ${PROJECT_SOURCE_DIR}/testkit)
+set(recording_string_tool ${testkit}/recording_string_tool.cpp)
+add_library(recording_host OBJECT
+    ${testkit}/recorded_calls.cpp ${testkit}/recording_host.cpp recording_host_failures.cpp)
 target_link_libraries(recording_host PUBLIC kivclaim_framework GTest::gtest)
+
+# The kit as others link it.
+kivclaim_test(testkit_test SOURCES testkit_test.cpp LIBRARIES kivclaim::testkit)
 
 # What was captured in the lab, for the tests that read it.
 add_library(captured_releases OBJECT captured_releases.cpp)
@@ -19,7 +25,7 @@ set(claim_test_sources
     volume_manager_support_test.cpp)
 
 kivclaim_test(claim_test
-    SOURCES ${claim_test_sources} recording_string_tool.cpp
+    SOURCES ${claim_test_sources} ${recording_string_tool}
     LIBRARIES kivclaim::kivclaim recording_host captured_releases
     DEFINITIONS KIVCLAIM_OWN_STRING_TOOLS)
 
@@ -39,7 +45,7 @@ if(NOT KIVCLAIM_SANITIZERS MATCHES thread)
             faults/failing_machine_test.cpp
             faults/module_entry_test.cpp
             faults/operations.cpp
-            recording_string_tool.cpp
+            ${recording_string_tool}
         LIBRARIES kivclaim::kivclaim recording_host)
 endif()
 

@@ -313,7 +313,7 @@ TEST(CommandHelp, EveryCommandHasOneWithAnExample)
 TEST(CommandVersion, IsTheLibrarysReleaseIdentification)
 {
     const Ended ended = kivclaim({"--version"});
-    EXPECT_THAT(ended.output, AllOf(StartsWith("kivclaim 1.0.0 (revision "), EndsWith(")\n")));
+    EXPECT_THAT(ended.output, AllOf(StartsWith("kivclaim " KIVCLAIM_VERSION " (revision "), EndsWith(")\n")));
     EXPECT_EQ(ended.status, 0);
     EXPECT_THAT(contentOf(KIVCLAIM_LIBRARY), HasSubstr(ended.output.substr(0, ended.output.size() - 1)));
 }

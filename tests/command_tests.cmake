@@ -4,6 +4,7 @@ kivclaim_test(command_test
     LIBRARIES process
     DEFINITIONS
         KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        KIVCLAIM_VERSION="${PROJECT_VERSION}"
         KIVCLAIM_LIBRARY="$<TARGET_FILE:kivclaim>"
         EXAMPLE_HOST="$<TARGET_FILE:example_host>"
         KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")

@@ -6,7 +6,7 @@ set(host_name libztfi_pdk.so.4.4)
 set(kernel_name libkivclaim_kernel.so.1)
 
 kivclaim_test(contract_test PREFIX Contract.${CMAKE_CXX_COMPILER_ID}.
-    SOURCES slot_order_test.cpp type_sizes_test.cpp recording_string_tool.cpp
+    SOURCES slot_order_test.cpp type_sizes_test.cpp ${recording_string_tool}
     LIBRARIES kivclaim::kivclaim recording_host
     DEFINITIONS KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")
 
@@ -70,9 +70,21 @@ add_test(NAME Contract.AMovedInstallationIsFound
          COMMAND ${contract_scripts}/moved_tree_test.sh ${installed} ${CMAKE_CXX_COMPILER})
 set_tests_properties(Contract.AMovedInstallationIsFound PROPERTIES FIXTURES_REQUIRED installed)
 
+foreach(compiler IN ITEMS g++ clang++)
+    set(name Contract.Header.DerivedClasses.${compiler})
+    add_test(NAME ${name}
+             COMMAND ${contract_scripts}/header_test.sh ${compiler} c++17 ${installed} claim/kiv_claim_manager.h
+                     ${contract_scripts}/derived_classes.cpp)
+    set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED installed)
+endforeach()
+
 get_property(headers GLOBAL PROPERTY KIVCLAIM_PUBLIC_HEADERS)
 foreach(header IN LISTS headers)
     foreach(compiler IN ITEMS g++ clang++)
+        set(name Contract.RefusedSettings.${header}.${compiler})
+        add_test(NAME ${name}
+                 COMMAND ${contract_scripts}/refused_settings_test.sh ${compiler} ${installed} ${header})
+        set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED installed)
         foreach(standard IN ITEMS c++17 c++20)
             set(name Contract.Header.${header}.${compiler}.${standard})
             add_test(NAME ${name}

@@ -245,8 +245,17 @@ TEST(CommandModule, RefusesALibraryWithoutTheFunction)
 TEST(CommandModule, RefusesAModuleOfAnotherContract)
 {
     EXPECT_EQ(refusal(MODULES "other_contract.so"),
-              "it was built against contract 544, and this kivclaim is of contract 288; build it against this "
-              "release's headers\n");
+              "it was built against contract 544, and the host is of contract 288; build it against this release's "
+              "headers, with the options that they ask for\n");
+}
+
+TEST(CommandModule, RefusesAModuleThatWasCompiledOtherwise)
+{
+    constexpr char remedy[] = "; build it against this release's headers, with the options that they ask for\n";
+    EXPECT_EQ(refusal(MODULES "no_rtti.so"),
+              std::string("it was compiled with -fno-rtti and the host without") + remedy);
+    EXPECT_EQ(refusal(MODULES "debug_mode.so"),
+              std::string("it was compiled with -D_GLIBCXX_DEBUG and the host without") + remedy);
 }
 
 TEST(CommandModule, RefusesAModuleThatDoesNotTellItsContractAndLeavesItAlone)
@@ -308,12 +317,28 @@ TEST(ExampleHost, AsksAModuleOfItsUsers)
     EXPECT_EQ(ended.status, 1);
 }
 
-TEST(ExampleHost, RefusesWhatIsNoModule)
+namespace {
+
+// What the example host says about a file that it must refuse, without its beginning, which names the file.
+std::string refusalOfTheExample(const std::string& file, const std::string& wrong = "")
 {
-    for (const char* const file : {"/none", MODULES "no_entry.so", MODULES "other_contract.so"}) {
-        const Ended ended = Process(EXAMPLE_HOST, {"--module", file, "/dev/sda"}).run();
-        EXPECT_EQ(ended.errors, std::string(file) + ": no claim module for this host\n");
-        EXPECT_EQ(ended.output, "");
-        EXPECT_EQ(ended.status, 2);
-    }
+    const Ended ended = Process(EXAMPLE_HOST, {"--module", file, "/dev/sda"}).environment("WRONG_MODULE", wrong).run();
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(ended.status, 2);
+    const std::string start = "cannot load the claim module " + file + ": ";
+    EXPECT_THAT(ended.errors, StartsWith(start));
+    return ended.errors.substr(std::min(start.size(), ended.errors.size()));
+}
+
+}  // namespace
+
+TEST(ExampleHost, SaysWhyItRefusesAModule)
+{
+    EXPECT_EQ(refusalOfTheExample("/none"), "/none: cannot open shared object file: No such file or directory\n");
+    EXPECT_EQ(refusalOfTheExample(MODULES "no_entry.so"), "it has no function kivclaim_create_claim_module\n");
+    EXPECT_EQ(refusalOfTheExample(MODULES "other_contract.so"),
+              "it was built against contract 544, and the host is of contract 288\n");
+    EXPECT_EQ(refusalOfTheExample(MODULES "no_rtti.so"), "it was compiled with -fno-rtti and the host without\n");
+    EXPECT_EQ(refusalOfTheExample(wrongModule, "constructor-throws"),
+              "its module could not be made: the constructor threw an exception\n");
 }

@@ -15,9 +15,14 @@ kivclaim_test_module(needs_nobodys_function modules/needs_nobodys_function.cpp)
 target_link_options(needs_nobodys_function PRIVATE -Wl,-z,lazy)
 set_target_properties(needs_nobodys_function PROPERTIES CXX_VISIBILITY_PRESET default)
 
-# The example against the C++ library's other string type.
+# The example, compiled otherwise than the library.
+kivclaim_test_module(no_rtti ${nvme_claim})
+target_compile_options(no_rtti PRIVATE -fno-rtti)
+kivclaim_test_module(debug_mode ${nvme_claim})
+target_compile_definitions(debug_mode PRIVATE _GLIBCXX_DEBUG)
+# With the C++ library's other string type, past the header that refuses it.
 kivclaim_test_module(old_strings ${nvme_claim})
-target_compile_definitions(old_strings PRIVATE _GLIBCXX_USE_CXX11_ABI=0)
+target_compile_definitions(old_strings PRIVATE _GLIBCXX_USE_CXX11_ABI=0 KIVCLAIM_FRAMEWORK_ZTFI_REQUIREMENTS_H)
 
 # The example against the header of a release with the next contract.
 set(entry_header claim/kiv_claim_module_entry.h)
@@ -41,4 +46,4 @@ kivclaim_test(module_command_test
         MODULES="${CMAKE_CURRENT_BINARY_DIR}/modules/")
 add_dependencies(module_command_test
     kivclaim_command example_host nvme_module claims_too_much wrong_module no_entry needs_nobodys_function
-    old_strings other_contract)
+    old_strings other_contract no_rtti debug_mode)

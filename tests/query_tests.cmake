@@ -1,6 +1,6 @@
 # The claim query, on the recording host and, as a process, on the bundled and the second one.
 kivclaim_test(claim_query_test
-    SOURCES claim_query_test.cpp recording_string_tool.cpp
+    SOURCES claim_query_test.cpp ${recording_string_tool}
     LIBRARIES kivclaim::kivclaim recording_host)
 
 if(NOT KIVCLAIM_SANITIZERS)

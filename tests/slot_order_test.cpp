@@ -2,7 +2,10 @@
 #include "claim/kiv_claim_manager.h"
 #include "claim/kiv_claim_module_entry.h"
 #include "claim/kiv_device_claim_base.h"
+#include "claim/kiv_host_operations.h"
+#include "claim/kiv_manager_functions.h"
 #include "claim/kiv_release.h"
+#include "claim/kiv_version.h"
 #include "framework/cfiexecpipe.h"
 #include "framework/cfitracelog.h"
 #include "modules/kiv_linux_device_mapper_claim.h"
@@ -389,6 +392,47 @@ TEST(Contract, OfModulesInFilesStandsForTheseSlotsAndTypes)
     EXPECT_EQ(sizeof(std::string), 32U);
 }
 
+TEST(Contract, OfModulesInFilesCountsDeviationsBesideTheNumberOfEarlierReleases)
+{
+    EXPECT_EQ(kivClaimModuleContract, 288U);
+    EXPECT_EQ(kivclaim::contractMismatch(288, 288), "");
+    EXPECT_EQ(kivclaim::contractMismatch(288, 288 | kivContractNoExceptions),
+              "it was compiled with -fno-exceptions and the host without");
+    EXPECT_EQ(kivclaim::contractMismatch(288, 264 | kivContractOldStrings),
+              "it was compiled with -D_GLIBCXX_USE_CXX11_ABI=0 and the host without");
+    EXPECT_EQ(kivclaim::contractMismatch(288 | kivContractDebugMode, 288),
+              "it was compiled without -D_GLIBCXX_DEBUG and the host with");
+    EXPECT_EQ(kivclaim::contractMismatch(288, 544),
+              "it was built against contract 544, and the host is of contract 288");
+}
+
+TEST(Contract, TheFunctionsForOpenedLibrariesMakeAndDeleteAManager)
+{
+    unsigned int libraryContract = 0;
+    CKivClaimManager* const manager = kivclaim_create_claim_manager(kivClaimManagerContract, &libraryContract);
+    ASSERT_NE(manager, nullptr);
+    EXPECT_EQ(libraryContract, 288U);
+    EXPECT_EQ(manager->claim("/dev/emcpowera"), 16U);
+    kivclaim_delete_claim_manager(manager);
+    kivclaim_delete_claim_manager(nullptr);
+}
+
+TEST(Contract, TheFunctionForOpenedLibrariesRefusesAnotherContractAndTellsItsOwn)
+{
+    for (const unsigned int other : {0U, 287U, 544U, 288U | kivContractNoRtti}) {
+        unsigned int libraryContract = 0;
+        EXPECT_EQ(kivclaim_create_claim_manager(other, &libraryContract), nullptr);
+        EXPECT_EQ(libraryContract, 288U);
+    }
+}
+
+TEST(Contract, TheFunctionsForOpenedLibrariesKeepTheirNames)
+{
+    EXPECT_STREQ(kivCreateClaimManagerName, "kivclaim_create_claim_manager");
+    EXPECT_STREQ(kivDeleteClaimManagerName, "kivclaim_delete_claim_manager");
+    EXPECT_STREQ(kivHostOperationName, "kivclaim_host_operation");
+}
+
 TEST(Contract, AFailureBeginsWithoutNumbers)
 {
     const EFiExecPipe failure;
@@ -405,7 +449,16 @@ TEST(Contract, OfModulesInFilesNamesOneFunctionForEver)
 
 TEST(Contract, TheReleaseIdentificationNamesLibraryVersionAndRevision)
 {
+    const std::string versionText = std::to_string(KIVCLAIM_VERSION_MAJOR) + "." +
+                                    std::to_string(KIVCLAIM_VERSION_MINOR) + "." +
+                                    std::to_string(KIVCLAIM_VERSION_PATCH);
     const std::string text = kivclaim_release_identification;
-    EXPECT_EQ(text.find("kivclaim 1.0.0 (revision "), 0U) << text;
+    EXPECT_EQ(text.find("kivclaim " + versionText + " (revision "), 0U) << text;
     EXPECT_EQ(text.back(), ')');
+}
+
+TEST(Contract, TheVersionOfTheLibraryIsThatOfItsHeaders)
+{
+    EXPECT_EQ(kivclaim_version(), KIVCLAIM_VERSION);
+    EXPECT_EQ(KIVCLAIM_VERSION_NUMBER(1, 2, 3), 10203);
 }

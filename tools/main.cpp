@@ -1,5 +1,6 @@
 // kivclaim: asks the claim library from a shell.
 #include "claim/kiv_release.h"
+#include "tools/check.h"
 #include "tools/commands.h"
 #include "tools/listing/luns.h"
 #include "tools/output.h"
@@ -84,6 +85,7 @@ public:
             ->check([](const std::string& directory) {
                 return std::string(directory.empty() ? "names no directory" : "");
             });
+        addCheck();
         app.footer(std::string("Example: kivclaim --tree\nPATH of '-' reads paths from standard input, one a line.\n") +
                    statusHelp);
         app.formatter(std::make_shared<HelpFormatter>(usages));
@@ -110,6 +112,11 @@ public:
         } catch (const CLI::ParseError& error) {
             throw CommandError(std::string(error.what()) + "; " + usage());
         }
+        if (checkOptions.isWanted()) {
+            checkOptions.json = listOptions.json;
+            checkOptions.path = listOptions.paths.empty() ? "" : listOptions.paths.front();
+            return check(checkOptions);
+        }
         // The active path has a line of its own, and trace records tell what is waited for.
         const bool isShown = isatty(STDERR_FILENO) != 0 && !session.traceLevel && !app.got_subcommand("active-path");
         const Watch watch(isShown ? Watch::Shown::yes : Watch::Shown::no);
@@ -134,6 +141,20 @@ private:
         sub.callback([this, action] { chosen = action; });
         usages[name] = "kivclaim " + name + " [OPTIONS]" + (arguments.empty() ? "" : " " + arguments);
         return sub;
+    }
+
+    void addCheck()
+    {
+        auto* const module = app.add_option(
+            "--check-module", checkOptions.module,
+            "Check the claim module in FILE, in a process of its own, with a question about PATH if there is one; "
+            "exit status 1: there is a problem");
+        auto* const host = app.add_option(
+            "--check-host", checkOptions.host,
+            "Check which host framework the program FILE would get, or the one that is the library FILE");
+        module->type_name("FILE")->excludes(host);
+        host->type_name("FILE");
+        app.add_option("--check-inside", checkOptions.inside)->group("");  // for the process that a check starts
     }
 
     void addList()
@@ -296,6 +317,7 @@ private:
     ListOptions listOptions;
     AuditOptions auditOptions;
     ActivePathOptions activePathOptions;
+    CheckOptions checkOptions;
     std::vector<std::string> paths;
     std::string path;
     std::string number;

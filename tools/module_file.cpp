@@ -118,10 +118,8 @@ std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
     CKivDeviceClaimBase* const module = callGuarded(path, create, itsContract);
     if (itsContract != kivClaimModuleContract) {
         // Whatever it made is left alone: its destructor need not be where ours is.
-        refuse(path,
-               "it was built against contract " + std::to_string(itsContract) + ", and this kivclaim is of contract " +
-                   std::to_string(kivClaimModuleContract),
-               "build it against this release's headers");
+        refuse(path, contractMismatch(kivClaimModuleContract, itsContract),
+               "build it against this release's headers, with the options that they ask for");
     }
     if (module == nullptr) {
         refuse(path, std::string(kivCreateClaimModuleName) + " made no module", askItsMaker);

@@ -6,7 +6,7 @@ folder=$(realpath -m "${1:?usage: build.sh FOLDER}")
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
 public_headers() {
-    grep -LE '^// .*(Not installed|Private to the bundled host)\.$' framework/*.h claim/*.h modules/*.h host/*.h machine/kiv_kernel_facts.h
+    grep -LE '^// .*(Not installed|Private to the bundled host)\.$' framework/*.h claim/*.h modules/*.h host/*.h machine/kiv_kernel_facts.h testkit/*.h
 }
 
 # What the pages say, in one line: without tags, source listings and the marks for special characters.

@@ -8,19 +8,33 @@
 
 #include <iostream>
 #include <memory>
+#include <stdexcept>
+#include <string>
 
 namespace {
 
-// A new module out of `file`; null when it gives none. The file stays loaded: the module is code in it.
+// A new module out of `file`, or an exception that says why there is none. The file stays loaded: the module is code in
+// it.
 CKivDeviceClaimBase* loadModule(const char* file)
 {
     void* const library = dlopen(file, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
-        return nullptr;
+        throw std::runtime_error(dlerror());
     }
     auto* const create = reinterpret_cast<KivCreateClaimModule*>(dlsym(library, kivCreateClaimModuleName));
+    if (create == nullptr) {
+        throw std::runtime_error(std::string("it has no function ") + kivCreateClaimModuleName);
+    }
     unsigned int moduleContract = 0;
-    return create != nullptr ? create(kivClaimModuleContract, &moduleContract) : nullptr;
+    CKivDeviceClaimBase* const module = create(kivClaimModuleContract, &moduleContract);
+    // First: what another contract made, if anything, must not be touched.
+    if (moduleContract != kivClaimModuleContract) {
+        throw std::runtime_error(kivclaim::contractMismatch(kivClaimModuleContract, moduleContract));
+    }
+    if (module == nullptr) {
+        throw std::runtime_error("its module could not be made: the constructor threw an exception");
+    }
+    return module;
 }
 
 }  // namespace
@@ -34,12 +48,12 @@ int main(int argc, char** argv)
 
     int firstPath = 1;
     if (argc > 2 && argv[1] == std::string("--module")) {
-        CKivDeviceClaimBase* const module = loadModule(argv[2]);
-        if (module == nullptr) {
-            std::cerr << argv[2] << ": no claim module for this host\n";
+        try {
+            manager->registerClaimModule(loadModule(argv[2]));  // which owns it from now on
+        } catch (const std::exception& reason) {
+            std::cerr << "cannot load the claim module " << argv[2] << ": " << reason.what() << '\n';
             return 2;
         }
-        manager->registerClaimModule(module);  // which owns it from now on
         firstPath = 3;
     }
 

@@ -1,11 +1,11 @@
 // The plug-in is opened while the program runs: the file that the environment variable PLUGIN names.
+#include "claim/kiv_manager_functions.h"
 #include "tests/any_host/claim_questions.h"
 
 #include <dlfcn.h>
 
 #include <cstdlib>
 #include <iostream>
-#include <new>
 
 std::unique_ptr<CKivClaimManager> any_host::makeManager()
 {
@@ -15,9 +15,8 @@ std::unique_ptr<CKivClaimManager> any_host::makeManager()
         std::cerr << dlerror() << std::endl;
         return nullptr;
     }
-    // The default constructor. All else is reached through the slots.
-    auto* const construct = reinterpret_cast<void (*)(void*)>(dlsym(plugin, "_ZN16CKivClaimManagerC1Ev"));
-    void* const storage = operator new(sizeof(CKivClaimManager));
-    construct(storage);
-    return std::unique_ptr<CKivClaimManager>(static_cast<CKivClaimManager*>(storage));
+    // All else is reached through the slots.
+    auto* const create = reinterpret_cast<KivCreateClaimManager*>(dlsym(plugin, kivCreateClaimManagerName));
+    unsigned int libraryContract = 0;
+    return std::unique_ptr<CKivClaimManager>(create(kivClaimManagerContract, &libraryContract));
 }

@@ -23,12 +23,27 @@ public:
         if (is("constructor-throws")) {
             throw std::runtime_error("no such luck");
         }
+        if (is("constructor-exits")) {
+            std::exit(0);
+        }
+    }
+    ~CWrongModule() override
+    {
+        if (is("destructor-crashes")) {
+            std::abort();
+        }
     }
     std::vector<std::string> getDeviceClaimStrings() override { return {}; }
     ZTFI_DEVICE_CLAIM_LEVEL claim(const std::string& path) override
     {
         if (is("claim-throws")) {
             throw std::runtime_error("cannot say anything about " + path);
+        }
+        if (is("claim-crashes")) {
+            std::abort();
+        }
+        if (is("destructor-crashes")) {
+            return ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_NONE;
         }
         throw 1;
     }

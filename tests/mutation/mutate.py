@@ -43,7 +43,10 @@ TESTS = [
     "tests/claim_query_test.cpp",
     *sorted(str(path.relative_to(ROOT)) for path in (ROOT / "tests/faults").glob("*.cpp")),
 ]  # fmt: skip
-PLAYED_HOST = ["tests/recording_host.cpp", "tests/recording_host_calls.cpp", "tests/recording_string_tool.cpp"]
+PLAYED_HOST = [
+    "testkit/recording_host.cpp", "testkit/recorded_calls.cpp", "testkit/recording_string_tool.cpp",
+    "tests/recording_host_failures.cpp",
+]
 
 # Header code is in every object that includes it. The linker takes the first copy, so for a mutant of a header these are
 # built anew and linked first. For a header that is not here: the library's sources that include it.

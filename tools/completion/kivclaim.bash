@@ -21,6 +21,7 @@ _kivclaim_list() {
 _kivclaim() {
     local commands='list claim is-partition partition whole prefixes explain audit active-path'
     local options='-h --help --version --trace --trace-file --no-snapshot --resolve --no-warn --module --sysroot'
+    options+=' --check-module --check-host'
     local list_options='-a --all -m --marked -S --stacks -o --output -O --output-all -b --bytes -x --sort --luns'
     list_options+=' -T --tree -s --inverse -J --json -r --raw -P --pairs -n --noheadings --color --strict'
     local columns='DEVICE STACK LEVEL PART WHOLE MARK KNAME MAJ:MIN TYPE SIZE RO RM VENDOR MODEL REV SERIAL WWN HCTL'
@@ -33,7 +34,7 @@ _kivclaim() {
 
     case $before in
         --trace) mapfile -t COMPREPLY < <(compgen -W '1 2 3 6' -- "$word") && return ;;
-        --trace-file | --module) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
+        --trace-file | --module | --check-module | --check-host) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
         --sysroot) compopt -o dirnames 2>/dev/null || mapfile -t COMPREPLY < <(compgen -d -- "$word") && return ;;
         -o | --output) _kivclaim_list "$word" "$columns" && return ;;
         -x | --sort) mapfile -t COMPREPLY < <(compgen -W "$columns" -- "$word") && return ;;
@@ -44,7 +45,7 @@ _kivclaim() {
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --trace | --trace-file | --module | --sysroot | -o | --output | -x | --sort | -S | --stacks | --color | --quirk | --no-quirk) i=$((i + 1)) ;;
+            --trace | --trace-file | --module | --check-module | --check-host | --sysroot | -o | --output | -x | --sort | -S | --stacks | --color | --quirk | --no-quirk) i=$((i + 1)) ;;
             -*) ;;
             *) command=${COMP_WORDS[i]} && break ;;
         esac

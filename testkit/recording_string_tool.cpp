@@ -1,12 +1,17 @@
 // The recording host's own string tools, written for plainness. A test program without this file runs the same
 // scenarios on the bundled ones.
 #include "framework/cfistringtool.h"
-#include "tests/recording_host.h"
+#include "testkit/recording_host.h"
 
 #include <algorithm>
 #include <cctype>
 
 using ztfi_pdk_4_4::CFiStringTool;
+
+// What the kit's link options ask for, so that the linker takes these out of the archive. Tests of this project's own
+// do without them, to use the bundled ones.
+extern "C" const int kivclaim_testkit_string_tools;
+const int kivclaim_testkit_string_tools = 1;
 
 namespace {
 
@@ -48,7 +53,7 @@ std::string CFiStringTool::trim(const std::string& text, const std::string& char
 std::size_t CFiStringTool::find(const std::vector<std::string>& lines, const std::string& text, unsigned long& index,
                                 bool ignoreCase)
 {
-    const recording::Host* const host = recording::Host::current();
+    const kivclaim::testkit::Host* const host = kivclaim::testkit::Host::current();
     for (unsigned long line = index; line < lines.size(); ++line) {
         if (host != nullptr && !host->falseHit.empty() && lines[line] == host->falseHit) {
             index = line;

@@ -1,11 +1,11 @@
-#include "tests/recording_host.h"
-
-#include <gtest/gtest.h>
+#include "testkit/recording_host.h"
 
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 using ztfi_pdk_4_4::CFiExecPipeBase;
@@ -13,11 +13,12 @@ using ztfi_pdk_4_4::CFiExecPipePosix;
 using ztfi_pdk_4_4::CFiTraceLog;
 using ztfi_pdk_4_4::EFiExecPipe;
 
-namespace recording {
+namespace kivclaim::testkit {
 
 namespace {
 
 Host* currentHost = nullptr;
+std::function<void(const std::string& what)> failureHandler;
 
 thread_local int depthInsideHost = 0;
 
@@ -62,23 +63,61 @@ bool InsideHost::isHere()
     return depthInsideHost > 0;
 }
 
+void onFailure(std::function<void(const std::string& what)> handler)
+{
+    failureHandler = std::move(handler);
+}
+
+void fail(const std::string& what)
+{
+    if (failureHandler) {
+        failureHandler(what);
+        return;
+    }
+    std::fprintf(stderr, "kivclaim testkit: %s\n", what.c_str());
+    std::abort();
+}
+
+Lines volumeListing(const std::vector<std::pair<std::string, std::string>>& volumes)
+{
+    Lines listing;
+    for (const auto& [group, name] : volumes) {
+        listing.insert(listing.end(),
+                       {"  --- Logical volume ---", "  LV Path                /dev/" + group + "/" + name,
+                        "  LV Name                " + name, "  VG Name                " + group, ""});
+    }
+    return listing;
+}
+
+Lines volumeManagerTable(const Lines& rows)
+{
+    Lines table = {"NAME STATE TYPE", "==============="};
+    table.insert(table.end(), rows.begin(), rows.end());
+    return table;
+}
+
 Host::Host() : rawLog(new RecordingLog(""))
 {
     heldLog.acquire(rawLog);
     if (currentHost != nullptr) {
-        ADD_FAILURE() << "a second host was started while one plays";
+        fail("a second host was started while one plays");
     }
     currentHost = this;
+    playCalls();
 }
 
 Host::~Host()
 {
     currentHost = nullptr;
     for (const auto& script : scripts) {
-        EXPECT_EQ(script->timesLeft, 0) << "nobody ran [" << script->command << "] as often as scripted";
+        if (script->timesLeft != 0) {
+            fail("nobody ran [" + script->command + "] as often as scripted");
+        }
     }
     for (const std::string& path : openPaths) {
-        EXPECT_EQ(path, "") << "was opened and never closed";
+        if (!path.empty()) {
+            fail("[" + path + "] was opened and never closed");
+        }
     }
 }
 
@@ -176,7 +215,7 @@ int Host::run(const std::string& command, Lines& output, EFiExecPipe& lastFailur
         return script->command == command && script->timesLeft > 0;
     });
     if (found == scripts.end()) {
-        ADD_FAILURE() << "unscripted command [" << command << "]";
+        fail("unscripted command [" + command + "]");
         return 127;
     }
     Script& script = **found;
@@ -194,8 +233,8 @@ int Host::run(const std::string& command, Lines& output, EFiExecPipe& lastFailur
 
 void Host::noteLimit(unsigned long seconds)
 {
-    if (currentHost == nullptr || !currentHost->acceptsAnyLimit) {
-        EXPECT_EQ(seconds, 600U);
+    if (seconds != 600 && (currentHost == nullptr || !currentHost->acceptsAnyLimit)) {
+        fail("a command is run with a limit of " + std::to_string(seconds) + " seconds");
     }
     if (currentHost != nullptr) {
         currentHost->limitGiven = seconds;
@@ -215,37 +254,47 @@ bool Host::closeDescriptor(int descriptor)
         return false;
     }
     std::string& path = openPaths[static_cast<std::size_t>(index)];
-    EXPECT_NE(path, "") << "closed twice";
+    if (path.empty()) {
+        fail("a descriptor is closed twice");
+    }
     write("close " + path);
     path.clear();
     return true;
 }
 
-}  // namespace recording
+}  // namespace kivclaim::testkit
 
 void CFiTraceLog::trace(int level, const char* format, ...)
 {
-    const recording::InsideHost inside;
-    auto* const log = dynamic_cast<recording::RecordingLog*>(this);
-    ASSERT_NE(log, nullptr) << "a record for a log that this host did not make";
+    const kivclaim::testkit::InsideHost inside;
+    auto* const log = dynamic_cast<kivclaim::testkit::RecordingLog*>(this);
+    if (log == nullptr) {
+        kivclaim::testkit::fail("a record for a log that this host did not make");
+        return;
+    }
     va_list arguments;
     va_start(arguments, format);
     char* text = nullptr;
     const int length = vasprintf(&text, format, arguments);
     va_end(arguments);
-    ASSERT_GE(length, 0);
+    if (length < 0) {
+        kivclaim::testkit::fail(std::string("a record that cannot be formatted: ") + format);
+        return;
+    }
     const std::string copy(text, static_cast<std::size_t>(length));
     std::free(text);
-    if (recording::currentHost != nullptr) {
-        recording::currentHost->traced(*log, level, copy);
+    if (kivclaim::testkit::currentHost != nullptr) {
+        kivclaim::testkit::currentHost->traced(*log, level, copy);
     }
 }
 
 CFiExecPipePosix::CFiExecPipePosix(int selector)
 {
-    const recording::InsideHost inside;
-    EXPECT_EQ(selector, 1);
-    const recording::Host* const host = recording::Host::current();
+    const kivclaim::testkit::InsideHost inside;
+    if (selector != 1) {
+        kivclaim::testkit::fail("a runner is made with " + std::to_string(selector));
+    }
+    const kivclaim::testkit::Host* const host = kivclaim::testkit::Host::current();
     if (host != nullptr && host->onRunner) {
         host->onRunner();
     }
@@ -254,13 +303,17 @@ CFiExecPipePosix::CFiExecPipePosix(int selector)
 int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output, std::string third,
                           unsigned long timeoutSeconds, std::string fifth, std::string sixth, std::string seventh)
 {
-    const recording::InsideHost inside;
-    EXPECT_TRUE(output.empty()) << "the list for the output must come empty";
-    recording::Host::noteLimit(timeoutSeconds);
-    EXPECT_EQ(third + fifth + sixth + seventh, "");
-    recording::Host* const host = recording::Host::current();
+    const kivclaim::testkit::InsideHost inside;
+    if (!output.empty()) {
+        kivclaim::testkit::fail("the list for the output must come empty");
+    }
+    kivclaim::testkit::Host::noteLimit(timeoutSeconds);
+    if (!(third + fifth + sixth + seventh).empty()) {
+        kivclaim::testkit::fail("[" + command + "] is run with more than its output and limit");
+    }
+    kivclaim::testkit::Host* const host = kivclaim::testkit::Host::current();
     if (host == nullptr) {
-        ADD_FAILURE() << "[" << command << "] is run while no host plays";
+        kivclaim::testkit::fail("[" + command + "] is run while no host plays");
         return 127;
     }
     // The runner is handed its caller's log: seen as the record that a real runner would write.

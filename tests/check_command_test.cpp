@@ -1,0 +1,213 @@
+// kivclaim --check-module and --check-host, as a process.
+#include "tests/process.h"
+#include "tools/checked_process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+using tests::Ended;
+using tests::Process;
+
+namespace {
+
+Ended command(const std::vector<std::string>& arguments, const std::string& wrong = "")
+{
+    return Process(KIVCLAIM_COMMAND, arguments).environment("WRONG_MODULE", wrong).environment("LC_ALL", "C").run();
+}
+
+json report(const std::string& option, const std::string& file, int status, const std::string& wrong = "")
+{
+    const Ended ended = command({option, file, "--json"}, wrong);
+    EXPECT_EQ(ended.status, status) << ended.output << ended.errors;
+    EXPECT_EQ(ended.signal, 0);
+    json value = json::parse(ended.output, nullptr, false);
+    EXPECT_TRUE(value.is_object()) << ended.output << ended.errors;
+    EXPECT_EQ(value["ok"], status == 0);
+    return value;
+}
+
+std::vector<std::string> problemsOf(const json& report)
+{
+    return report["problems"];
+}
+
+// What is wrong with the module that breaks a rule.
+std::vector<std::string> problemsOfTheWrongModule(const std::string& wrong)
+{
+    return problemsOf(report("--check-module", MODULES "wrong_module.so", 1, wrong));
+}
+
+std::string supplierOf(const json& report, const std::string& operation)
+{
+    return std::filesystem::path(report["operations"][operation].get<std::string>()).filename();
+}
+
+}  // namespace
+
+TEST(CheckModule, TellsWhatAWorkingModuleIs)
+{
+    const Ended ended = command({"--check-module", NVME_MODULE, "/dev/nvme0n1p2"});
+    EXPECT_EQ(ended.output, "check: module\nfile: " NVME_MODULE
+                            "\nexports: kivclaim_create_claim_module\ncontract: 288\nclass: CNvmeClaim\n"
+                            "prefixes: /dev/nvme\nquestion: path: /dev/nvme0n1p2\nquestion: level: 2\n"
+                            "question: stack: CNvmeClaim\nquestion: isPartition: yes\nok: yes\n");
+    EXPECT_EQ(ended.errors, "");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST(CheckModule, WritesJson)
+{
+    const json value = report("--check-module", NVME_MODULE, 0);
+    EXPECT_EQ(value["check"], "module");
+    EXPECT_EQ(value["contract"], 288);
+    EXPECT_EQ(value["class"], "CNvmeClaim");
+    EXPECT_EQ(value["prefixes"], json::array({"/dev/nvme"}));
+    EXPECT_EQ(value["question"],
+              json({{"path", "/dev/nvme"}, {"level", 0}, {"stack", "none"}, {"isPartition", false}}));
+    EXPECT_EQ(value["problems"], json::array());
+}
+
+TEST(CheckModule, ACrashOfTheModuleIsAFindingWithTheStep)
+{
+    EXPECT_THAT(problemsOfTheWrongModule("claim-crashes"),
+                ElementsAre("claim: the process was ended by signal 6 (Aborted)"));
+    EXPECT_THAT(problemsOfTheWrongModule("destructor-crashes"),
+                ElementsAre("its destructor: the process was ended by signal 6 (Aborted)"));
+}
+
+TEST(CheckModule, AModuleThatEndsTheProcessIsAFinding)
+{
+    EXPECT_THAT(problemsOfTheWrongModule("constructor-exits"),
+                ElementsAre("loading the file and making its module: the process ended before its time"));
+}
+
+TEST(CheckModule, AnExceptionIsAFindingWithTheStep)
+{
+    EXPECT_THAT(problemsOfTheWrongModule("claim-throws"),
+                ElementsAre("claim threw an exception: cannot say anything about /dev/sda1"));
+    EXPECT_THAT(problemsOfTheWrongModule(""), ElementsAre("claim threw an exception"));
+    EXPECT_THAT(problemsOfTheWrongModule("constructor-throws"),
+                ElementsAre(EndsWith("kivclaim_create_claim_module made no module; ask whoever made it")));
+}
+
+TEST(CheckModule, TellsWhyAModuleIsRefused)
+{
+    const auto problems = [](const char* file) { return problemsOf(report("--check-module", file, 1)); };
+    EXPECT_THAT(problems(MODULES "no_rtti.so"),
+                ElementsAre(HasSubstr("it was compiled with -fno-rtti and the host without")));
+    EXPECT_THAT(problems(MODULES "other_contract.so"), ElementsAre(HasSubstr("built against contract 544")));
+    EXPECT_THAT(problems(MODULES "no_entry.so"), ElementsAre(HasSubstr("it has no function")));
+}
+
+TEST(CheckModule, AFrameworkInTheModuleIsAProblem)
+{
+    EXPECT_THAT(
+        problemsOf(report("--check-module", SECOND_HOST, 1)),
+        testing::Contains("it exports operations of a host framework, which come from the process that loads it"));
+}
+
+TEST(CheckHost, TellsThatAProgramSuppliesItsFramework)
+{
+    const json value = report("--check-host", REPORTS "objects", 0);
+    EXPECT_EQ(value["kind"], "program");
+    EXPECT_EQ(value["isLinked"], true);
+    EXPECT_THAT(value["exports"], SizeIs(8));
+    EXPECT_THAT(value["operations"], SizeIs(8));
+    EXPECT_EQ(supplierOf(value, "CFiTraceLog::trace"), "report_on_objects");
+    EXPECT_THAT(value["claimLibrary"].get<std::string>(), HasSubstr("libkivclaim.so.1"));
+}
+
+TEST(CheckHost, TellsThatAnArchiveIsNotUsed)
+{
+    const json value = report("--check-host", REPORTS "archive_before", 0);
+    EXPECT_THAT(value["exports"], IsEmpty());
+    EXPECT_EQ(supplierOf(value, "CFiTraceLog::trace"), "libztfi_pdk.so.4.4");
+}
+
+TEST(CheckHost, AHiddenFrameworkIsAProblem)
+{
+    const std::vector<std::string> problems = problemsOf(report("--check-host", REPORTS "hidden_objects", 1));
+    ASSERT_THAT(problems, SizeIs(8));
+    EXPECT_THAT(problems[0], AllOf(StartsWith("it has CFiTraceLog::trace, hidden, but "),
+                                   EndsWith("libztfi_pdk.so.4.4 supplies it")));
+}
+
+TEST(CheckHost, AFrameworkOfTwoHalvesIsAProblemOfAProgramThatOpensTheLibrary)
+{
+    const json value = report("--check-host", PROCESS_WITHOUT_TRIM, 1);
+    EXPECT_EQ(value["isLinked"], false);
+    EXPECT_EQ(supplierOf(value, "CFiStringTool::trim"), "libztfi_pdk.so.4.4");
+    EXPECT_EQ(supplierOf(value, "CFiStringTool::find"), "process_without_trim");
+    EXPECT_THAT(problemsOf(value), ElementsAre(StartsWith("it has CFiStringTool::trim, hidden, but "),
+                                               StartsWith("the framework is mixed")));
+}
+
+TEST(CheckHost, RunsNothingOfTheProgram)
+{
+    // It would print answers, and end with status 2 without its library.
+    const Ended ended = command({"--check-host", FRAMEWORK_PROCESS, "--json"});
+    EXPECT_EQ(ended.errors, "");
+    EXPECT_TRUE(json::accept(ended.output)) << ended.output;
+}
+
+TEST(CheckHost, AsksAFrameworkThatIsALibrary)
+{
+    const tests::TemporaryFolder tools;
+    tools.addScript("lvdisplay", "printf '  LV Name   /dev/kivclaim/check1\\n  VG Name   kivclaim'\n");
+    Process process(KIVCLAIM_COMMAND, {"--check-host", SECOND_HOST, "--json"});
+    const Ended ended = process.sees(tools.path(), "/usr/sbin").run();
+    const json value = json::parse(ended.output, nullptr, false);
+    EXPECT_EQ(ended.status, 0) << ended.output << ended.errors;
+    EXPECT_EQ(value["kind"], "library");
+    EXPECT_EQ(supplierOf(value, "CFiExecPipeBase::Exec"), "libsecond_host.so");
+    EXPECT_EQ(value["question"]["path"], "/dev/mapper/kivclaim-check1");
+    EXPECT_EQ(value["question"]["level"], 0) << "the framework's runner and string tools read the list";
+}
+
+TEST(CheckHost, ALibraryThatIsNoFrameworkLacksEveryOperation)
+{
+    EXPECT_THAT(problemsOf(report("--check-host", NVME_MODULE, 1)), SizeIs(8));
+}
+
+TEST(Check, RefusesWhatIsNoSuchFile)
+{
+    const tests::TemporaryFolder folder;
+    folder.addFile("text", "nothing to load\n");
+    for (const char* const option : {"--check-module", "--check-host"}) {
+        EXPECT_EQ(command({option, "/none"}).errors,
+                  "kivclaim: cannot examine '/none': No such file or directory; give a program or a shared library\n");
+        const Ended ended = command({option, folder.path() + "/text"});
+        EXPECT_THAT(ended.errors, HasSubstr("it is no ELF file of this kind of machine; give a program"));
+        EXPECT_EQ(ended.status, 2);
+    }
+    EXPECT_EQ(command({"--check-module", NVME_MODULE, "--check-host", SECOND_HOST}).status, 2);
+}
+
+TEST(CheckedProcess, IsKilledWhenItsTimeIsOver)
+{
+    const kivclaim::tools::CheckedEnd end =
+        kivclaim::tools::run({"/bin/sh", {"-c", "echo begun >&3; exec sleep 100"}, {}, false, 1});
+    EXPECT_EQ(end.report, "begun\n");
+    EXPECT_EQ(end.ending, "did not end within 1 seconds");
+}
+
+TEST(CheckedProcess, GetsItsVariablesAndTellsItsStatus)
+{
+    const kivclaim::tools::CheckedEnd end =
+        kivclaim::tools::run({"/bin/sh", {"-c", "echo $CHECKED >&2; exit 3"}, {{"CHECKED", "so"}}, true});
+    EXPECT_EQ(end.report, "so\n");
+    EXPECT_EQ(end.ending, "ended with status 3");
+}

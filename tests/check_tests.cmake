@@ -1,0 +1,20 @@
+# The checks of other people's modules and hosts. The loader's answers about a sanitized program, and a preloaded
+# framework, are the same; but a sanitizer's runtime wants to be loaded first.
+if(KIVCLAIM_SANITIZERS)
+    return()
+endif()
+kivclaim_test(check_command_test
+    SOURCES check_command_test.cpp ${PROJECT_SOURCE_DIR}/tools/checked_process.cpp
+    LIBRARIES process nlohmann_json::nlohmann_json
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        NVME_MODULE="$<TARGET_FILE:nvme_module>"
+        MODULES="${CMAKE_CURRENT_BINARY_DIR}/modules/"
+        REPORTS="${CMAKE_CURRENT_BINARY_DIR}/report_on_"
+        FRAMEWORK_PROCESS="$<TARGET_FILE:questions_of_framework_process>"
+        PROCESS_WITHOUT_TRIM="$<TARGET_FILE:process_without_trim>"
+        SECOND_HOST="$<TARGET_FILE:second_host>")
+add_dependencies(check_command_test
+    kivclaim_command nvme_module wrong_module no_entry other_contract no_rtti second_host
+    report_on_objects report_on_archive_before report_on_hidden_objects questions_of_framework_process
+    process_without_trim)

@@ -1,0 +1,32 @@
+// Processes in which the code of other people's files runs.
+#ifndef KIVCLAIM_TOOLS_CHECKED_PROCESS_H
+#define KIVCLAIM_TOOLS_CHECKED_PROCESS_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kivclaim::tools {
+
+constexpr int checkReportDescriptor = 3;  // where a checked process writes what it found
+
+struct CheckedProcess {
+    std::string program;
+    std::vector<std::string> arguments;
+    std::vector<std::pair<std::string, std::string>> variables;  // besides those of this process
+    bool reportsOnStandardError = false;  // what it writes there, and on standard output, is the report as well
+    int seconds = 60;                     // how long it may take; then it is killed
+};
+
+struct CheckedEnd {
+    std::string report;
+    std::string ending;  // how it ended otherwise than with status 0, after "it": "was ended by signal 11"; else empty
+};
+
+// Runs it to its end. Its standard input is empty; its standard output is this process's standard error. Throws
+// CommandError when it cannot be started.
+CheckedEnd run(const CheckedProcess& process);
+
+}  // namespace kivclaim::tools
+
+#endif

@@ -1,0 +1,24 @@
+// What an ELF file says about itself, without loading it.
+#ifndef KIVCLAIM_TOOLS_ELF_FILE_H
+#define KIVCLAIM_TOOLS_ELF_FILE_H
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kivclaim::tools {
+
+struct ElfFile {
+    bool isProgram = false;              // it names an interpreter; otherwise it is a library
+    std::string interpreter;             // the one that it names
+    std::set<std::string> exported;      // the functions that the loader finds in it
+    std::set<std::string> defined;       // those that it has, hidden ones included; without them in a stripped file
+    std::vector<std::string> libraries;  // that it names as needed
+};
+
+// Throws CommandError, which names the file, for what cannot be read or is no ELF file of this machine.
+ElfFile readElfFile(const std::string& path);
+
+}  // namespace kivclaim::tools
+
+#endif
