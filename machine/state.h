@@ -4,12 +4,14 @@
 
 #include "machine/file_reader.h"
 #include "machine/machine.h"
+#include "machine/nodes.h"
 #include "machine/text_pool.h"
 #include "machine/tree.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -18,7 +20,7 @@
 namespace kivclaim::machine {
 
 struct Machine::State {
-    explicit State(const Root& root) : tree(root) {}
+    explicit State(const Root& root) : tree(root), nodes(nodesOf(tree)) {}
 
     DeviceIndex find(const std::unordered_map<std::string_view, DeviceIndex>& names, std::string_view name) const
     {
@@ -33,8 +35,10 @@ struct Machine::State {
     DeviceIndex byPath(const std::string& path) const;
     // What stat() would say to a program on the machine; false when nothing was recorded there.
     bool statusAt(const std::string& path, struct stat& status) const;
+    bool statusOf(const Destination& destination, struct stat& status) const;
 
     Tree tree;
+    std::optional<Nodes> nodes;  // of a recorded machine that lists them
     Facts facts = basicFacts;
     TextPool texts;
     std::vector<Device> devices;
@@ -59,6 +63,9 @@ void deal(TextPool& texts, std::vector<Device>& devices, std::vector<std::pair<D
         devices[items[begin].first].*list = List<Item>(all + begin, end - begin);
     }
 }
+
+// Reads all of a machine that was made for these facts. Throws ReadError, like Machine::read.
+void readMachine(Machine::State& machine, Facts facts);
 
 // The steps of reading a machine, in this order.
 void readDevices(Machine::State& machine, FileReader& files);

@@ -81,3 +81,9 @@ kivclaim_test(captured_roots_test
         KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
         KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured")
 add_dependencies(captured_roots_test kivclaim_command)
+
+kivclaim_test(recording_command_test
+    SOURCES recording_command_test.cpp
+    LIBRARIES mock_machine process sysfs_directory
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(recording_command_test kivclaim_command)

@@ -45,6 +45,12 @@ struct AuditOptions {
     bool onlyDifferences = false;
 };
 
+struct RecordOptions {
+    std::string path;                // ends with .tar.zst, or is a directory
+    std::vector<std::string> disks;  // about which the volume manager is asked
+    bool redact = false;
+};
+
 ExitStatus list(const SessionOptions& options, const ListOptions& form);
 ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths);
@@ -53,6 +59,7 @@ ExitStatus whole(const SessionOptions& options, const std::vector<std::string>& 
 ExitStatus prefixes(const SessionOptions& options);
 ExitStatus explain(const SessionOptions& options, const std::string& path);
 ExitStatus audit(const SessionOptions& options, const AuditOptions& request);
+ExitStatus record(const SessionOptions& options, const RecordOptions& request);
 ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request);
 
 }  // namespace kivclaim::tools

@@ -3,6 +3,7 @@
 #include "tools/commands.h"
 #include "tools/listing/luns.h"
 #include "tools/output.h"
+#include "tools/recording/replayed_root.h"
 #include "tools/stack_table.h"
 
 #include <CLI/CLI.hpp>
@@ -12,6 +13,7 @@
 #include <csignal>
 #include <cstdio>
 #include <functional>
+#include <optional>
 
 namespace kivclaim::tools {
 
@@ -71,11 +73,10 @@ public:
             ->type_name("FILE")
             ->allow_extra_args(false)
             ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
-        app.add_option(
-               "--sysroot", session.sysroot,
-               "Ask about the machine that DIR is a copy of, laid out as for lsblk --sysroot; what DIR does not "
-               "hold makes an answer unsure")
-            ->type_name("DIR")
+        app.add_option("--sysroot", session.sysroot,
+                       "Ask about the machine that was recorded in PLACE: a file or directory that 'record' made, or a "
+                       "directory laid out as for lsblk --sysroot; what it does not hold makes an answer unsure")
+            ->type_name("PLACE")
             ->check([](const std::string& directory) {
                 return std::string(directory.empty() ? "names no directory" : "");
             });
@@ -89,6 +90,7 @@ public:
         addExplain();
         addAudit();
         addActivePath();
+        addRecord();
         chosen = [this] { return list(session, listOptions); };
     }
 
@@ -103,10 +105,21 @@ public:
         } catch (const CLI::ParseError& error) {
             throw CommandError(std::string(error.what()) + "; " + usage());
         }
-        return chosen();
+        return choose();
     }
 
 private:
+    // A recording that is one file is unpacked while the command runs.
+    ExitStatus choose()
+    {
+        std::optional<ReplayedRoot> root;
+        if (!session.sysroot.empty()) {
+            root.emplace(session.sysroot);
+            session.sysrootDirectory = root->directory();
+        }
+        return chosen();
+    }
+
     CLI::App& command(const std::string& name, const std::string& arguments, const std::string& description,
                       const std::string& example, std::function<ExitStatus()> action)
     {
@@ -229,6 +242,21 @@ private:
                      "Print a line for each attempt when standard error is no terminal");
     }
 
+    void addRecord()
+    {
+        CLI::App& sub =
+            command("record", "FILE",
+                    "Record this machine in FILE, whose name ends with .tar.zst, or in a new directory: "
+                    "what the answers rest on, for --sysroot",
+                    "kivclaim record /tmp/machine.tar.zst", [this] { return record(session, recordOptions); });
+        sub.add_option("FILE", recordOptions.path, "Where to write it")->required()->type_name("");
+        sub.add_option("--volume-manager", recordOptions.disks,
+                       "Ask the volume manager about this disk, such as sdc, and record its answers; changes nothing; "
+                       "may be given several times")
+            ->type_name("DISK")
+            ->allow_extra_args(false);
+    }
+
     // Options without a command are those of the default one. In reverse order, as CLI11 wants them.
     std::vector<std::string> withCommand(std::vector<std::string> arguments) const
     {
@@ -264,6 +292,7 @@ private:
     ListOptions listOptions;
     AuditOptions auditOptions;
     ActivePathOptions activePathOptions;
+    RecordOptions recordOptions;
     std::vector<std::string> paths;
     std::string path;
     std::string number;

@@ -136,7 +136,16 @@ void PlayedMachine::playTo(const CKivDeviceClaimBase& module)
 
 bool PlayedMachine::canBeOpened(const std::string& path) const
 {
-    return machine.isAnythingAt(path);
+    return machine.canBeOpened(path);
+}
+
+bool PlayedMachine::knows(const std::string& command) const
+{
+    try {
+        return recordedOutcome(files, command).has_value() || wasMissing(files, command);
+    } catch (const ReadError&) {
+        return false;
+    }
 }
 
 std::string PlayedMachine::takeMissing()
@@ -151,17 +160,16 @@ std::string PlayedMachine::takeMissing()
 
 std::optional<CommandOutcome> PlayedMachine::outcomeOf(const std::string& command)
 {
-    std::optional<CommandOutcome> outcome;
     try {
-        outcome = recordedOutcome(files, command);
+        std::optional<CommandOutcome> outcome = recordedOutcome(files, command);
+        if (!outcome && !wasMissing(files, command)) {
+            missing.insert("no outcome of " + command + " was recorded in " + files.pathOf(placeOfOutput(command)));
+        }
+        return outcome;
     } catch (const ReadError& error) {
         missing.insert(error.what());
         return std::nullopt;
     }
-    if (!outcome) {
-        missing.insert("no outcome of " + command + " was recorded in " + files.pathOf(placeOfOutput(command)));
-    }
-    return outcome;
 }
 
 bool PlayedMachine::isSeenBy(const void* caller) const noexcept
@@ -192,14 +200,15 @@ int PlayedMachine::openNode(const char* path, int flags) noexcept
             return fail(EROFS);
         }
         // A descriptor of its own to close, behind which nothing is.
-        return canBeOpened(path) ? eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK) : fail(ENOENT);
+        return canBeOpened(path) ? eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)
+                                 : fail(machine.isAnythingAt(path) ? EACCES : ENOENT);
     });
 }
 
 int PlayedMachine::mayAccess(const char* path, int mode) const noexcept
 {
     return withoutExceptions([&] {
-        if (!canBeOpened(path)) {
+        if (!machine.isAnythingAt(path)) {
             return fail(ENOENT);
         }
         if ((mode & W_OK) != 0) {

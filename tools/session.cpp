@@ -33,7 +33,9 @@ void checkWritable(const std::string& path)
 
 kivclaim::machine::Root SessionOptions::root() const
 {
-    return sysroot.empty() ? kivclaim::machine::Root::live() : kivclaim::machine::Root::recorded(sysroot);
+    using kivclaim::machine::Root;
+    return sysroot.empty() ? Root::live()
+                           : Root::recorded(sysrootDirectory.empty() ? sysroot : sysrootDirectory, sysroot);
 }
 
 std::vector<kivclaim::host::TraceDestination> SessionOptions::destinations() const
@@ -55,8 +57,12 @@ Session::Session(const SessionOptions& options, Questions questions,
 {
     if (!options.root().isLive()) {
         playedMachine = std::make_unique<PlayedMachine>(options.root());
-    } else if (questions == Questions::many && !options.noSnapshot) {
-        snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
+    }
+    // An outcome that was not recorded must be missed for each answer that needs it.
+    const std::string listing = "/sbin/lvdisplay";
+    if (questions == Questions::many && !options.noSnapshot &&
+        (playedMachine == nullptr || playedMachine->knows(listing))) {
+        snapshot.emplace(std::vector<std::string>{listing});
     }
     for (std::unique_ptr<CKivDeviceClaimBase>& module : loadModules(options.moduleFiles)) {
         if (playedMachine != nullptr) {
