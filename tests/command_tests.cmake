@@ -87,3 +87,9 @@ kivclaim_test(recording_command_test
     LIBRARIES mock_machine process sysfs_directory
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
 add_dependencies(recording_command_test kivclaim_command)
+
+kivclaim_test(bad_recording_test
+    SOURCES bad_recording_test.cpp
+    LIBRARIES process sysfs_directory kivclaim_recording
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(bad_recording_test kivclaim_command)

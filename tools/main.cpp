@@ -250,6 +250,9 @@ private:
                     "what the answers rest on, for --sysroot",
                     "kivclaim record /tmp/machine.tar.zst", [this] { return record(session, recordOptions); });
         sub.add_option("FILE", recordOptions.path, "Where to write it")->required()->type_name("");
+        sub.add_flag("--redact", recordOptions.redact,
+                     "Replace serial numbers, WWIDs, UUIDs and the names of hosts, groups, volumes and maps with "
+                     "stand-ins; the answers stay the same");
         sub.add_option("--volume-manager", recordOptions.disks,
                        "Ask the volume manager about this disk, such as sdc, and record its answers; changes nothing; "
                        "may be given several times")

@@ -64,7 +64,7 @@ std::string decoded(const std::string& text)
         }
         const int high = i + 2 < text.size() ? digit(text[i + 1]) : -1;
         const int low = i + 2 < text.size() ? digit(text[i + 2]) : -1;
-        if (high < 0 || low < 0) {
+        if (high < 0 || low < 0 || high + low == 0) {
             refuseManifest();
         }
         result += static_cast<char>(high * 16 + low);

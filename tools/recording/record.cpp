@@ -5,6 +5,7 @@
 #include "tools/recording/archive.h"
 #include "tools/recording/directory.h"
 #include "tools/recording/recorder.h"
+#include "tools/recording/redaction.h"
 #include "tools/recording/scratch.h"
 
 #include <fcntl.h>
@@ -104,7 +105,7 @@ ExitStatus record(const SessionOptions& options, const RecordOptions& request)
         for (const std::string& gap : taken.gaps) {
             complain(gap);
         }
-        write(taken.recording, path);
+        write(request.redact ? redacted(taken.recording) : taken.recording, path);
     } catch (const ReadError& error) {
         throw CommandError(error.what());
     } catch (const RecordingError& error) {
