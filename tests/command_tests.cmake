@@ -93,3 +93,28 @@ kivclaim_test(bad_recording_test
     LIBRARIES process sysfs_directory kivclaim_recording
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
 add_dependencies(bad_recording_test kivclaim_command)
+
+kivclaim_test(redaction_test
+    SOURCES redaction_test.cpp
+    LIBRARIES process nlohmann_json::nlohmann_json
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured"
+        KIVCLAIM_UNPACK_MACHINE="${CMAKE_CURRENT_SOURCE_DIR}/unpack_machine")
+add_dependencies(redaction_test kivclaim_command)
+
+# promtool is in Debian's package prometheus, which brings a server, too: checked where it is installed.
+find_program(KIVCLAIM_PROMTOOL promtool)
+kivclaim_test(comparison_test
+    SOURCES comparison_test.cpp
+    LIBRARIES process sysfs_directory nlohmann_json::nlohmann_json
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>"
+        KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")
+add_dependencies(comparison_test kivclaim_command claims_too_much)
+if(KIVCLAIM_PROMTOOL)
+    target_compile_definitions(comparison_test PRIVATE PROMTOOL="${KIVCLAIM_PROMTOOL}")
+else()
+    message(STATUS "No tests of the metrics with promtool: install prometheus")
+endif()

@@ -43,12 +43,19 @@ struct AuditOptions {
     std::vector<std::string> paths;  // empty: every block device of this machine
     bool json = false;
     bool onlyDifferences = false;
+    bool metrics = false;  // for a monitoring system
 };
 
 struct RecordOptions {
     std::string path;                // ends with .tar.zst, or is a directory
     std::vector<std::string> disks;  // about which the volume manager is asked
     bool redact = false;
+};
+
+struct DiffOptions {
+    std::string before;  // a recording, or "-" for this machine
+    std::string after;
+    bool json = false;
 };
 
 ExitStatus list(const SessionOptions& options, const ListOptions& form);
@@ -60,6 +67,7 @@ ExitStatus prefixes(const SessionOptions& options);
 ExitStatus explain(const SessionOptions& options, const std::string& path);
 ExitStatus audit(const SessionOptions& options, const AuditOptions& request);
 ExitStatus record(const SessionOptions& options, const RecordOptions& request);
+ExitStatus diff(const SessionOptions& options, const DiffOptions& request);
 ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request);
 
 }  // namespace kivclaim::tools

@@ -91,6 +91,7 @@ public:
         addAudit();
         addActivePath();
         addRecord();
+        addDiff();
         chosen = [this] { return list(session, listOptions); };
     }
 
@@ -223,8 +224,12 @@ private:
             "kivclaim audit --only-differences", [this] { return audit(session, auditOptions); });
         sub.add_option("PATH", auditOptions.paths, "Device paths, '-' for standard input; none: every block device")
             ->type_name("");
-        sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
-        sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences, "Leave out the devices that agree");
+        auto* const json = sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
+        auto* const only =
+            sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences, "Leave out the devices that agree");
+        sub.add_flag("--openmetrics", auditOptions.metrics, "Print the counts for a monitoring system")
+            ->excludes(json)
+            ->excludes(only);
     }
 
     void addActivePath()
@@ -258,6 +263,17 @@ private:
                        "may be given several times")
             ->type_name("DISK")
             ->allow_extra_args(false);
+    }
+
+    void addDiff()
+    {
+        CLI::App& sub = command("diff", "OLD NEW",
+                                "Print the devices that came, went, or changed size, state, map, name or claim between "
+                                "two recordings; '-' is this machine. Exit status 1: there are some",
+                                "kivclaim diff before.tar.zst -", [this] { return diff(session, diffOptions); });
+        sub.add_option("OLD", diffOptions.before, "The machine before")->required()->type_name("");
+        sub.add_option("NEW", diffOptions.after, "The machine after")->required()->type_name("");
+        sub.add_flag("-J,--json", diffOptions.json, "Print JSON");
     }
 
     // Options without a command are those of the default one. In reverse order, as CLI11 wants them.
@@ -296,6 +312,7 @@ private:
     AuditOptions auditOptions;
     ActivePathOptions activePathOptions;
     RecordOptions recordOptions;
+    DiffOptions diffOptions;
     std::vector<std::string> paths;
     std::string path;
     std::string number;

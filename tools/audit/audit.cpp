@@ -2,6 +2,7 @@
 #include "host/printable_text.h"
 #include "tools/audit/audited_device.h"
 #include "tools/audit/known_quirks.h"
+#include "tools/audit/metrics.h"
 #include "tools/commands.h"
 #include "tools/output.h"
 #include "tools/path_input.h"
@@ -335,7 +336,9 @@ ExitStatus audit(const SessionOptions& options, const AuditOptions& request)
     explainDifferences(AskedMachine(session.played()), volumes, devices);
     complainOfUnsure(devices);
     const Summary summary = summaryOf(devices);
-    if (request.json) {
+    if (request.metrics) {
+        printLine(metricsOf(devices));
+    } else if (request.json) {
         printJson(devices, summary, request.onlyDifferences);
     } else {
         printTable(devices, summary, request.onlyDifferences);

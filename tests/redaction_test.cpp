@@ -1,0 +1,230 @@
+// `kivclaim record --redact` on the machines that were captured in the lab: every answer is the same, and no name of
+// theirs is left.
+#include "tests/process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using nlohmann::json;
+using tests::Ended;
+
+namespace {
+
+std::string contentOf(const std::filesystem::path& path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> sortedLines(const std::string& text)
+{
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+bool isLetterOrDigit(char character)
+{
+    return std::isalnum(static_cast<unsigned char>(character)) != 0;
+}
+
+// Letters and digits without their values: stand-ins have the length and the separators of their originals.
+std::string shapeOf(std::string text)
+{
+    std::replace_if(text.begin(), text.end(), isLetterOrDigit, 'x');
+    return text;
+}
+
+std::set<std::string> wordsOf(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](char character) { return !isLetterOrDigit(character); }, ' ');
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+}
+
+class Redaction : public testing::TestWithParam<const char*> {
+protected:
+    Redaction()
+    {
+        const std::string captured = std::string(KIVCLAIM_CAPTURED) + "/" + GetParam();
+        tests::Process(KIVCLAIM_UNPACK_MACHINE, {captured + "/machine.txt", root.path()}).run();
+        write("proc/sys/kernel/osrelease", "6.1.0-41-amd64\n");
+        write("kivclaim/commands/sbin/lvdisplay/output", contentOf(captured + "/lvdisplay/four_volumes.txt"));
+        record({}, "plain");
+        record({"--redact"}, "redacted");
+    }
+
+    void write(const std::string& place, const std::string& content) const
+    {
+        const std::filesystem::path path = std::filesystem::path(root.path()) / place;
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path) << content;
+    }
+
+    void record(std::vector<std::string> options, const std::string& name) const
+    {
+        options.insert(options.begin(), {"--sysroot", root.path(), "record"});
+        options.push_back(recordings.path() + "/" + name);
+        const Ended ended = tests::Process(KIVCLAIM_COMMAND, options).run();
+        EXPECT_EQ(ended.errors, "");
+        EXPECT_EQ(ended.status, 0);
+    }
+
+    Ended ask(const std::string& recording, std::vector<std::string> question) const
+    {
+        question.insert(question.begin(), {"--sysroot", recordings.path() + "/" + recording});
+        return tests::Process(KIVCLAIM_COMMAND, std::move(question)).environment("LC_ALL", "C").run();
+    }
+
+    // Of each device by its kernel name.
+    std::map<std::string, json> devices(const std::string& recording) const
+    {
+        std::map<std::string, json> all;
+        json list = json::parse(ask(recording, {"list", "-a", "-J", "-O"}).output);
+        for (json& device : list["blockdevices"]) {
+            const std::string name = device["kname"];
+            all[name] = std::move(device);
+        }
+        return all;
+    }
+
+    tests::TemporaryFolder root;
+    tests::TemporaryFolder recordings;
+};
+
+// A path as the kernel name of its device, else its shape.
+std::string relation(const std::map<std::string, json>& devices, const json& path)
+{
+    for (const auto& [name, device] : devices) {
+        if (device["device"] == path) {
+            return name;
+        }
+    }
+    return path.is_string() ? shapeOf(path) : path.dump();
+}
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Lab, Redaction, testing::Values("bullseye", "bookworm", "trixie"),
+                         [](const auto& machine) { return std::string(machine.param); });
+
+TEST_P(Redaction, KeepsEveryFactThatIsNoName)
+{
+    const std::vector<std::string> question = {
+        "list", "-a", "-r", "-o",
+        "KNAME,STACK,LEVEL,PART,MARK,MAJ:MIN,TYPE,SIZE,RO,RM,VENDOR,MODEL,REV,HCTL,TRAN,STATE,PKNAME,FSTYPE,PATHS"};
+    const Ended plain = ask("plain", question);
+    const Ended redacted = ask("redacted", question);
+    EXPECT_EQ(sortedLines(plain.output).size(), 47U);
+    EXPECT_EQ(sortedLines(redacted.output), sortedLines(plain.output));
+    EXPECT_EQ(redacted.errors, "");
+    EXPECT_EQ(redacted.status, plain.status);
+}
+
+TEST_P(Redaction, KeepsEveryRelation)
+{
+    const std::map<std::string, json> plain = devices("plain");
+    const std::map<std::string, json> redacted = devices("redacted");
+    ASSERT_EQ(plain.size(), 46U);
+    ASSERT_EQ(redacted.size(), 46U);
+    for (const auto& [name, device] : plain) {
+        const json& other = redacted.at(name);
+        for (const char* const column : {"device", "whole", "map"}) {
+            EXPECT_EQ(relation(redacted, other[column]), relation(plain, device[column])) << name << " " << column;
+        }
+        for (const char* const column : {"serial", "wwn", "label", "uuid", "dmuuid", "mountpoints", "links"}) {
+            EXPECT_EQ(shapeOf(other[column].dump()).size(), shapeOf(device[column].dump()).size())
+                << name << " " << column;
+        }
+        for (const auto& [second, neighbour] : plain) {
+            for (const char* const column : {"serial", "wwn", "uuid", "map"}) {
+                EXPECT_EQ(other[column] == redacted.at(second)[column], device[column] == neighbour[column])
+                    << name << " " << second << " " << column;
+            }
+        }
+    }
+}
+
+TEST_P(Redaction, KeepsEveryQuirkAndExplanation)
+{
+    const std::map<std::string, json> plain = devices("plain");
+    const std::map<std::string, json> redacted = devices("redacted");
+    for (const auto& [name, device] : plain) {
+        const auto auditOf = [&](const char* recording, const json& path) {
+            json verdicts = json::array();
+            const Ended ended = ask(recording, {"audit", "--json", path});
+            const json audit = json::parse(ended.output);
+            for (const json& difference : audit["devices"][0]["differences"]) {
+                verdicts.push_back({difference["question"], difference["verdict"], difference["quirk"],
+                                    shapeOf(difference["library"]), shapeOf(difference["kernel"])});
+            }
+            return verdicts.dump() + std::to_string(ended.status);
+        };
+        const json& path = device["device"];
+        const json& other = redacted.at(name)["device"];
+        EXPECT_EQ(auditOf("redacted", other), auditOf("plain", path)) << name;
+        const Ended one = ask("plain", {"explain", path});
+        const Ended two = ask("redacted", {"explain", other});
+        EXPECT_EQ(shapeOf(two.output), shapeOf(one.output)) << name;
+        EXPECT_EQ(two.status, one.status);
+    }
+}
+
+TEST_P(Redaction, LeavesNoName)
+{
+    std::set<std::string> originals = wordsOf("vm host1 lab Lab000 vg a lvol1 home dir lv1");
+    for (const auto& [name, device] : devices("plain")) {
+        const std::string path = device["device"];
+        for (const std::string& text :
+             {path.rfind("/dev/mapper/", 0) == 0 ? path.substr(12) : std::string(), device["serial"].dump(),
+              device["wwn"].dump(), device["uuid"].dump(), device["label"].dump(), device["dmuuid"].dump()}) {
+            const std::set<std::string> words = wordsOf(text);
+            originals.insert(words.begin(), words.end());
+        }
+    }
+    // Words of every machine, and those that are no secrets by themselves.
+    for (const std::string word :
+         {"a", "dir", "mpath", "disk", "pv", "part1", "LVM", "null", "0000", "0", "data", "vm"}) {
+        originals.erase(word);
+    }
+    for (auto word = originals.begin(); word != originals.end();) {
+        word = word->rfind("part", 0) == 0 || word->size() < 3 ? originals.erase(word) : std::next(word);
+    }
+    ASSERT_GT(originals.size(), 25U);
+    const std::filesystem::path top = recordings.path() + "/redacted";
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(top)) {
+        const std::string path = entry.path().lexically_relative(top);
+        std::string text = path + "\n";
+        text += entry.is_symlink() ? std::filesystem::read_symlink(entry.path()).string()
+                : entry.is_regular_file() && path != "kivclaim/manifest.json" ? contentOf(entry.path())
+                                                                              : "";
+        for (const std::string& word : wordsOf(text)) {
+            EXPECT_EQ(originals.count(word), 0U) << word << " in " << path;
+        }
+    }
+    EXPECT_EQ(contentOf(top / "kivclaim/manifest.json").find("alone"), std::string::npos);
+}
+
+TEST_P(Redaction, IsTheSameEachTime)
+{
+    record({"--redact"}, "again");
+    EXPECT_EQ(ask("again", {"list", "-O"}).output, ask("redacted", {"list", "-O"}).output);
+}
