@@ -137,6 +137,23 @@ TEST_F(Comparison, ABadRecordingIsAnError)
               "kivclaim: diff compares the two machines that it names; leave out --sysroot\n");
 }
 
+TEST_F(Comparison, OneTableShowsTheLunsOfAFleet)
+{
+    const std::string directory = std::filesystem::path(KIVCLAIM_COMMAND).parent_path();
+    const tests::TemporaryFolder fleet;
+    ASSERT_EQ(kivclaim({"--sysroot", beforeRoot.path(), "record", fleet.path() + "/db1.tar.zst"}).status, 0);
+    after.attribute("sda", "size", "2048\n").attribute("sdb", "size", "2048\n");
+    ASSERT_EQ(kivclaim({"--sysroot", afterRoot.path(), "record", fleet.path() + "/db2.tar.zst"}).status, 0);
+    const Ended ended = tests::Process(KIVCLAIM_SOURCE "/examples/ansible/fleet_table",
+                                       {fleet.path() + "/db1.tar.zst", fleet.path() + "/db2.tar.zst"})
+                            .environment("PATH", directory + ":/usr/bin:/bin")
+                            .run();
+    EXPECT_EQ(ended.errors, "");
+    EXPECT_THAT(ended.output, testing::MatchesRegex("MACHINE WWID SIZE DEVICE STACK PATHS MARK\n"
+                                                    "db1 36001 [^ ]+ /dev/sda native [^ ]+ no-map\n"
+                                                    "db2 36001 1M /dev/sda native [^ ]+ no-map\n"));
+}
+
 class Metrics : public Comparison {
 protected:
     Metrics() { before.multipathMap("dm-0", "mpatha", "36001", {"sda"}).volume("dm-1", "vg--a-lv", {"sdb"}); }

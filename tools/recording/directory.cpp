@@ -164,6 +164,10 @@ void writeDirectory(const Recording& recording, const std::string& directory)
             }
         }
     }
+}
+
+void syncToDisk(const std::string& directory)
+{
     const Descriptor written(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!written.isOpen() || ::syncfs(written.get()) != 0) {
         throw RecordingError("'" + directory + "' cannot be written to disk (" + std::strerror(errno) + ")");

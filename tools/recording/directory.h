@@ -17,6 +17,9 @@ Recording readDirectory(const std::string& directory);
 // Writes into an empty directory which nobody else writes to, with the manifest. Throws RecordingError.
 void writeDirectory(const Recording& recording, const std::string& directory);
 
+// Waits until what was written is on the disk. Throws RecordingError.
+void syncToDisk(const std::string& directory);
+
 }  // namespace kivclaim::tools
 
 #endif

@@ -83,6 +83,7 @@ void write(const Recording& recording, const std::string& path)
         writeArchive(recording, scratch.path());
     } else {
         writeDirectory(recording, scratch.path());
+        syncToDisk(scratch.path());
     }
     if (std::rename(scratch.path().c_str(), path.c_str()) != 0) {
         throw RecordingError(std::strerror(errno));
