@@ -224,7 +224,7 @@ private:
             });
         }
         for (const auto& [name, type] : entries) {
-            const std::string entry = path + "/" + name;
+            const std::string entry = std::string(path).append("/").append(name);
             if (type == DT_LNK) {
                 addLinkIn(directory.get(), entry, name, isDev);
             } else if (isDev && isLive && type != DT_DIR) {

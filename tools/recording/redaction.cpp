@@ -222,12 +222,9 @@ private:
     // Paths over a network hold addresses and names of hosts.
     static bool tellsNames(std::string_view path)
     {
-        for (const std::string_view network : {"ip-", "iscsi", "fc-", "nvme-", "sas-", "0x"}) {
-            if (path.find(network) != std::string_view::npos) {
-                return true;
-            }
-        }
-        return false;
+        constexpr std::string_view networks[] = {"ip-", "iscsi", "fc-", "nvme-", "sas-", "0x"};
+        return std::any_of(std::begin(networks), std::end(networks),
+                           [&](std::string_view network) { return path.find(network) != std::string_view::npos; });
     }
 
     std::string identity(const std::string& name)
@@ -369,7 +366,7 @@ private:
             const std::string readable(takeUntil(path, ' '));
             const std::string number(takeUntil(path, ' '));
             if (number != "-" || beginsWith(path, "/dev/mapper/")) {
-                result += readable + " " + number + " " + pathIn(path) + "\n";
+                result.append(readable).append(" ").append(number).append(" ").append(pathIn(path)).append("\n");
             }
         }
         return result;
