@@ -113,15 +113,8 @@ protected:
         EXPECT_EQ(one.status, other.status) << question;
     }
 
-    void expectSameAnswers(const std::string& recording) const
+    void expectSameAnswers(const std::string& recording, const std::vector<std::string>& devices) const
     {
-        const std::vector<std::string> devices = {"/dev/sda",          "/dev/sdc1",
-                                                  "/dev/sdc12",        "/dev/mapper/mpatha",
-                                                  "/dev/emcpowera",    "/dev/mapper/mpatha-part1",
-                                                  "/dev/mapper/plain", "/dev/mapper/vg00-lvol1",
-                                                  "/dev/mapper/no",    "/dev/mapper/vg--a-lv1",
-                                                  "/dev/vg00/lvol1",   "/dev/disk/by-id/wwn-0x6001405aa01",
-                                                  "/dev/cciss/c0d0",   "/dev/absolute"};
         for (std::vector<std::string> question : questions(devices)) {
             std::vector<std::string> replayed = question;
             question.insert(question.begin(), {"--sysroot", root.path()});
@@ -152,14 +145,17 @@ TEST_F(Recording, InADirectoryAnswersEveryCommandLikeTheMachine)
     EXPECT_EQ(ended.output, "");
     EXPECT_EQ(ended.errors, "");
     EXPECT_EQ(ended.status, 0);
-    expectSameAnswers(place("machine"));
+    expectSameAnswers(place("machine"),
+                      {"/dev/sda", "/dev/sdc12", "/dev/mapper/mpatha", "/dev/emcpowera", "/dev/mapper/mpatha-part1",
+                       "/dev/mapper/vg00-lvol1", "/dev/mapper/no", "/dev/mapper/vg--a-lv1", "/dev/vg00/lvol1",
+                       "/dev/disk/by-id/wwn-0x6001405aa01", "/dev/cciss/c0d0", "/dev/absolute"});
 }
 
 TEST_F(Recording, InAFileAnswersEveryCommandLikeTheMachine)
 {
     ASSERT_EQ(recordedAs("machine.tar.zst").status, 0);
     ASSERT_TRUE(std::filesystem::is_regular_file(place("machine.tar.zst")));
-    expectSameAnswers(place("machine.tar.zst"));
+    expectSameAnswers(place("machine.tar.zst"), {"/dev/sdc12", "/dev/mapper/mpatha-part1", "/dev/mapper/vg00-lvol1"});
 }
 
 TEST_F(Recording, OfARecordingIsTheSameRecording)

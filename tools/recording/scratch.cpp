@@ -106,17 +106,17 @@ Scratch Scratch::directory()
 {
     std::error_code error;
     const std::filesystem::path place = std::filesystem::temp_directory_path(error);
-    return Scratch((error ? std::string("/tmp") : place.string()) + "/" + (pattern + 1), true);
+    return {(error ? std::string("/tmp") : place.string()) + "/" + (pattern + 1), true};
 }
 
 Scratch Scratch::directoryBeside(const std::string& path)
 {
-    return Scratch(nameBeside(path), true);
+    return {nameBeside(path), true};
 }
 
 Scratch Scratch::fileBeside(const std::string& path)
 {
-    return Scratch(nameBeside(path), false);
+    return {nameBeside(path), false};
 }
 
 }  // namespace kivclaim::tools
