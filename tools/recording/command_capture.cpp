@@ -34,6 +34,7 @@ constexpr std::size_t longestText = 16UL * 1024 * 1024;
 std::vector<char*> pointersTo(std::vector<std::string>& words)
 {
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }

@@ -14,9 +14,7 @@
 #include <fstream>
 #include <sstream>
 
-using kivclaim::machine::CopiedFile;
 using kivclaim::machine::Copy;
-using kivclaim::machine::ReadError;
 using kivclaim::machine::RecordedFiles;
 using kivclaim::machine::Root;
 using Type = kivclaim::machine::CopiedFile::Type;
