@@ -50,6 +50,9 @@ Descriptor Attributes::open(const char* name, int flags)
     }
     // "device" is a link.
     const bool direct = tree.isLive() || !beginsWith(name, "device/");
+    if (direct) {
+        tree.note(Top::sys, place + "/" + name, flags);
+    }
     Descriptor file = direct ? tree.openBelow(opened.get(), name, flags) : Descriptor();
     if (!file.isOpen() && (!direct || errno == ELOOP || errno == EXDEV || errno == EAGAIN)) {
         file = tree.open(Top::sys, place + "/" + name, flags);
@@ -95,6 +98,7 @@ bool Attributes::flag(const char* name)
 
 std::string Attributes::linkTarget(const char* name)
 {
+    tree.note(Top::sys, place + "/" + name, O_PATH);
     char target[PATH_MAX];
     const ssize_t length = directory() < 0 ? -1 : ::readlinkat(opened.get(), name, target, sizeof target);
     const std::string_view text(target, length > 0 ? static_cast<std::size_t>(length) : 0);

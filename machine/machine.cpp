@@ -70,12 +70,26 @@ FoundFile Machine::State::lookUp(const std::string& path) const
     }
     // The kernel knows nothing by an empty name.
     const Destination destination = path.empty() ? Destination() : tree.follow(path);
-    found.isThere = destination.file.isOpen() && ::fstat(destination.file.get(), &found.status) == 0;
+    found.isThere = !path.empty() && statusOf(destination, found.status);
     found.device = found.isThere ? atNode(*this, found.status) : noDevice;
-    if (found.device == noDevice && !destination.circle) {
+    if (found.device == noDevice && !destination.circle && !nodes) {
         found.device = byNode(destination.path);
     }
     return found;
+}
+
+bool Machine::State::statusOf(const Destination& destination, struct stat& status) const
+{
+    const Node* const node = nodes ? nodes->at(destination.path) : nullptr;
+    if (node != nullptr) {
+        status = {};
+        status.st_mode = node->number ? S_IFBLK : S_IFCHR;
+        status.st_rdev = node->number ? makedev(node->number->major, node->number->minor) : 0;
+        return true;
+    }
+    const bool isFile = destination.file.isOpen() && ::fstat(destination.file.get(), &status) == 0;
+    // What stands for a node only holds what udev says of it.
+    return isFile && (!nodes || S_ISDIR(status.st_mode) || !beginsWith(destination.path, "/dev/"));
 }
 
 Machine::Machine(std::unique_ptr<State> state) : state(std::move(state))
@@ -85,24 +99,29 @@ Machine::~Machine() = default;
 Machine::Machine(Machine&& other) noexcept = default;
 Machine& Machine::operator=(Machine&& other) noexcept = default;
 
+void readMachine(Machine::State& machine, Facts facts)
+{
+    // A mount names its device by number, and so does udev's database.
+    const Facts byNumber = facts & (mounts | contents | models | identities);
+    machine.facts = facts | (byNumber != 0 ? Facts{numbers} : Facts{basicFacts});
+    FileReader files;
+    readDevices(machine, files);
+    index(machine);
+    if ((facts & links) != 0) {
+        readLinks(machine, files);
+    }
+    if ((facts & mounts) != 0) {
+        readMounts(machine, files);
+    }
+}
+
 Machine Machine::read(const Root& root, Facts facts)
 {
     auto state = std::make_unique<State>(root);
-    // A mount names its device by number, and so does udev's database.
-    const Facts byNumber = facts & (mounts | contents | models | identities);
-    state->facts = facts | (byNumber != 0 ? Facts{numbers} : Facts{basicFacts});
-    FileReader files;
     try {
-        readDevices(*state, files);
+        readMachine(*state, facts);
     } catch (const ReadError& error) {
-        throw ReadError(std::string(error.what()) + " below " + root.path());
-    }
-    index(*state);
-    if ((facts & links) != 0) {
-        readLinks(*state, files);
-    }
-    if ((facts & mounts) != 0) {
-        readMounts(*state, files);
+        throw ReadError(std::string(error.what()) + " below " + root.name());
     }
     return Machine(std::move(state));
 }
@@ -161,6 +180,12 @@ bool Machine::isAnythingAt(const std::string& path) const
 {
     const FoundFile found = state->lookUp(path);
     return found.isThere || found.device != noDevice;
+}
+
+bool Machine::canBeOpened(const std::string& path) const
+{
+    const Node* const node = state->nodes ? state->nodes->at(state->tree.follow(path).path) : nullptr;
+    return node != nullptr ? node->isReadable : isAnythingAt(path);
 }
 
 bool Machine::isStillThere(const Device& device) const

@@ -26,15 +26,23 @@ public:
     static Root live() { return {"/", true}; }
     // A directory that is laid out as for `lsblk --sysroot`: sys/, and dev/, proc/, run/ where there are any. Absolute
     // links in it begin at the directory, and nothing outside of it is opened. No file in it is trusted.
-    static Root recorded(std::string directory) { return {std::move(directory), false}; }
+    // Messages call it `name`, which is the directory when it is empty.
+    static Root recorded(std::string directory, std::string name = {})
+    {
+        Root root(std::move(directory), false);
+        root.shownName = std::move(name);
+        return root;
+    }
 
     bool isLive() const { return ofThisProcess; }
     const std::string& path() const { return directory; }
+    const std::string& name() const { return shownName.empty() ? directory : shownName; }
 
 private:
     Root(std::string directory, bool live) : directory(std::move(directory)), ofThisProcess(live) {}
 
     std::string directory;
+    std::string shownName;
     bool ofThisProcess;
 };
 
@@ -201,14 +209,17 @@ public:
     const Device* byNumber(DeviceNumber number) const;
     // Any name of a device under /dev, as a program on that machine would use it. On a live machine the number of the
     // node decides, so the numbers must have been read. On a recorded one, links are followed within the root, and a
-    // node that was not recorded counts as there. A relative path begins at the working directory of a live machine,
-    // and at the root of a recorded one. Null when no device is there.
+    // node that was not recorded counts as there, unless the root lists all nodes. A relative path begins at the
+    // working directory of a live machine, and at the root of a recorded one. Null when no device is there.
     const Device* byPath(const std::string& path) const;
     // The number of the block device that a path, as for byPath, leads to. Known too for a node without a device; needs
     // the numbers to have been read.
     std::optional<DeviceNumber> numberAt(const std::string& path) const;
     // Whether a path, as for byPath, leads to a device or to any file.
     bool isAnythingAt(const std::string& path) const;
+    // Whether a program on a recorded machine could open what a path leads to: anything, unless the recording says that
+    // its maker had no right to read a node.
+    bool canBeOpened(const std::string& path) const;
     // Whether a device of this name and number is still there: the one question that is answered by looking anew. A
     // recorded machine does not change.
     bool isStillThere(const Device& device) const;

@@ -11,7 +11,7 @@
 
 namespace kivclaim::machine {
 
-RecordedFiles::RecordedFiles(const Root& root) : directory(root.path()), tree(std::make_unique<Tree>(root))
+RecordedFiles::RecordedFiles(const Root& root) : shownName(root.name()), tree(std::make_unique<Tree>(root))
 {
 }
 

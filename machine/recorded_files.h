@@ -24,7 +24,7 @@ public:
     RecordedFiles& operator=(const RecordedFiles&) = delete;
 
     // How messages call a file of the root.
-    std::string pathOf(const std::string& path) const { return directory + "/" + path; }
+    std::string pathOf(const std::string& path) const { return shownName + "/" + path; }
 
     // The whole content; nothing when there is no such file. Throws ReadError for one that cannot be read, is no
     // regular file, or is longer than `longest` bytes, which are 16 MiB at most.
@@ -34,7 +34,7 @@ public:
     bool isExecutable(const std::string& path) const;
 
 private:
-    std::string directory;
+    std::string shownName;
     std::unique_ptr<Tree> tree;
 };
 

@@ -4,12 +4,14 @@
 
 #include "machine/file_reader.h"
 #include "machine/machine.h"
+#include "machine/nodes.h"
 #include "machine/text_pool.h"
 #include "machine/tree.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -25,7 +27,7 @@ struct FoundFile {
 };
 
 struct Machine::State {
-    explicit State(const Root& root) : tree(root) {}
+    explicit State(const Root& root) : tree(root), nodes(nodesOf(tree)) {}
 
     DeviceIndex find(const std::unordered_map<std::string_view, DeviceIndex>& names, std::string_view name) const
     {
@@ -39,8 +41,11 @@ struct Machine::State {
     DeviceIndex byNode(std::string_view path) const;
     DeviceIndex byPath(const std::string& path) const { return lookUp(path).device; }
     FoundFile lookUp(const std::string& path) const;
+    // What stat() would say of the end of a recorded path; false when nothing was recorded there.
+    bool statusOf(const Destination& destination, struct stat& status) const;
 
     Tree tree;
+    std::optional<Nodes> nodes;  // of a recorded machine that lists them
     Facts facts = basicFacts;
     TextPool texts;
     std::vector<Device> devices;
@@ -65,6 +70,9 @@ void deal(TextPool& texts, std::vector<Device>& devices, std::vector<std::pair<D
         devices[items[begin].first].*list = List<Item>(all + begin, end - begin);
     }
 }
+
+// Reads all of a machine that was made for these facts. Throws ReadError, like Machine::read.
+void readMachine(Machine::State& machine, Facts facts);
 
 // The steps of reading a machine, in this order.
 void readDevices(Machine::State& machine, FileReader& files);

@@ -55,6 +55,10 @@ class Walk {
 public:
     Walk(int root, std::string_view path) : root(root) { push(path); }
 
+    // Of this process: names at the top are opened by whole paths, as by the live tree.
+    void beginAtSlash() { beginsAtSlash = true; }
+    void tellLinks(const Tree::OnLink& receiver) { onLink = receiver; }
+
     void go()
     {
         while (!pending.empty()) {
@@ -117,12 +121,16 @@ private:
 
     void enter(const std::string& name)
     {
-        Descriptor next(error == 0 ? ::openat(last(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC) : -1);
+        constexpr int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+        const bool isWhole = beginsAtSlash && names.empty();
+        Descriptor next(error != 0 ? -1
+                        : isWhole  ? ::open(("/" + name).c_str(), flags)
+                                   : ::openat(last(), name.c_str(), flags));
         struct stat status {};
         if (!next.isOpen() || ::fstat(next.get(), &status) != 0) {
             fail(errno);
         } else if (S_ISLNK(status.st_mode)) {
-            followLink(next.get());
+            followLink(name, next.get());
             return;
         }
         isDirectory = !next.isOpen() || S_ISDIR(status.st_mode);
@@ -130,7 +138,7 @@ private:
         descriptors.push_back(std::move(next));
     }
 
-    void followLink(int link)
+    void followLink(const std::string& name, int link)
     {
         char target[PATH_MAX];
         const ssize_t length = ::readlinkat(link, "", target, sizeof target);
@@ -139,6 +147,9 @@ private:
             return;
         }
         const std::string_view text(target, static_cast<std::size_t>(length));
+        if (onLink) {
+            onLink((path() + "/" + name).substr(names.empty() ? 2 : 1), std::string(text));
+        }
         if (text.front() == '/') {
             names.clear();
             descriptors.clear();
@@ -156,8 +167,10 @@ private:
     }
 
     int root;
+    Tree::OnLink onLink;
     int links = 0;
     int error = 0;
+    bool beginsAtSlash = false;
     bool isDirectory = true;           // what the last name is, as far as it is known
     std::vector<std::string> pending;  // the next one last
     std::vector<std::string> names;
@@ -166,7 +179,8 @@ private:
 
 }  // namespace
 
-Tree::Tree(const Root& where, bool kernelConfines) : live(where.isLive()), kernelConfines(kernelConfines)
+Tree::Tree(const Root& where, bool kernelConfines)
+    : live(where.isLive()), isSlash(where.path() == "/"), kernelConfines(kernelConfines)
 {
     if (live) {
         // Through the C library, whole paths first: a library that plays another machine to this process sees them.
@@ -178,7 +192,7 @@ Tree::Tree(const Root& where, bool kernelConfines) : live(where.isLive()), kerne
     }
     root = Descriptor(::open(where.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!root.isOpen()) {
-        throw ReadError("cannot open the directory " + where.path() + ": " + std::strerror(errno));
+        throw ReadError("cannot open the directory " + where.name() + ": " + std::strerror(errno));
     }
     this->kernelConfines = kernelConfines && openat2Works(root.get());
 }
@@ -200,8 +214,17 @@ Descriptor Tree::openConfined(const std::string& path, int flags) const
     return Descriptor(::openat(walk.parent(), walk.lastName(), flags | O_NOFOLLOW));
 }
 
+void Tree::note(Top top, const std::string& name, int flags) const
+{
+    if (witness) {
+        const bool isListing = (flags & O_DIRECTORY) != 0 && (flags & O_PATH) == 0;
+        witness(std::string(topPaths[static_cast<std::size_t>(top)]) + (name.empty() ? "" : "/") + name, isListing);
+    }
+}
+
 Descriptor Tree::open(Top top, const std::string& name, int flags) const
 {
+    note(top, name, flags);
     const auto index = static_cast<std::size_t>(top);
     if (live) {
         return Descriptor(::openat(tops[index].get(), name.empty() ? "." : name.c_str(), flags | O_CLOEXEC));
@@ -246,13 +269,19 @@ std::optional<Destination> Tree::followWithoutLinks(const std::string& path) con
     return isKnown ? std::optional<Destination>(std::move(destination)) : std::nullopt;
 }
 
-Destination Tree::follow(const std::string& path) const
+Destination Tree::follow(const std::string& path, const OnLink& onLink) const
 {
     // Most paths have no link, and this is one call of the kernel instead of two for each name.
-    if (std::optional<Destination> destination = followWithoutLinks(path)) {
-        return std::move(*destination);
+    if (!onLink && !isSlash) {
+        if (std::optional<Destination> destination = followWithoutLinks(path)) {
+            return std::move(*destination);
+        }
     }
     Walk walk(root.get(), path);
+    walk.tellLinks(onLink);
+    if (isSlash) {
+        walk.beginAtSlash();
+    }
     walk.go();
     Destination destination;
     destination.path = walk.path();

@@ -5,6 +5,7 @@
 #include "machine/descriptor.h"
 #include "machine/machine.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -19,10 +20,15 @@ struct Destination {
     bool circle = false;  // more links than the kernel would follow
 };
 
-// Threads: any; it changes nothing after it was made.
+// Threads: any; it changes nothing after it was made. With a witness, one.
 // Failure: the constructor throws ReadError; opening fails like open(), with errno.
 class Tree {
 public:
+    // Told of what is asked for below the root: "sys/class/block/sda/size". `isListing` when all entries are.
+    using Witness = std::function<void(const std::string& path, bool isListing)>;
+    // Told of a link on the way, and where it leads: "sys/class/block/sda", "../../devices/...".
+    using OnLink = std::function<void(const std::string& path, const std::string& target)>;
+
     // `confinement` false is for tests: how it goes on kernels and in containers without openat2.
     explicit Tree(const Root& where, bool kernelConfines = true);
 
@@ -34,12 +40,16 @@ public:
     Descriptor openBelow(int directory, const char* name, int flags) const;
 
     // Where `path` leads to, with the directory as the root of all absolute links. For recorded roots.
-    Destination follow(const std::string& path) const;
+    Destination follow(const std::string& path, const OnLink& onLink = {}) const;
 
     // Opens the file that `path` leads to within a recorded root.
     Descriptor openAnywhere(const std::string& path, int flags) const;
 
     bool isLive() const { return live; }
+
+    // For those who open a name below one of the four directories in another way than through open().
+    void note(Top top, const std::string& name, int flags) const;
+    Witness witness;  // set before anything is asked for
 
 private:
     Descriptor openConfined(const std::string& path, int flags) const;
@@ -47,6 +57,7 @@ private:
     std::optional<Destination> followWithoutLinks(const std::string& path) const;
 
     bool live;
+    bool isSlash;
     bool kernelConfines;
     Descriptor root;     // of a recorded one
     Descriptor tops[4];  // of a live one, by Top

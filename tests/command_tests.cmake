@@ -87,3 +87,37 @@ kivclaim_test(sysroot_command_test
         CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>"
         KIVCLAIM_OPENED_PATHS_LIBRARY="$<TARGET_FILE:opened_paths>")
 add_dependencies(sysroot_command_test kivclaim_command claims_too_much opened_paths)
+
+kivclaim_test(recording_command_test
+    SOURCES recording_command_test.cpp
+    LIBRARIES mock_machine process sysfs_directory
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(recording_command_test kivclaim_command)
+
+kivclaim_test(bad_recording_test
+    SOURCES bad_recording_test.cpp
+    LIBRARIES process sysfs_directory kivclaim_recording
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(bad_recording_test kivclaim_command)
+
+kivclaim_test(redaction_test
+    SOURCES redaction_test.cpp
+    LIBRARIES captured_root process nlohmann_json::nlohmann_json
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(redaction_test kivclaim_command)
+
+# promtool is in Debian's package prometheus, which brings a server, too: checked where it is installed.
+find_program(KIVCLAIM_PROMTOOL promtool)
+kivclaim_test(comparison_test
+    SOURCES comparison_test.cpp
+    LIBRARIES process sysfs_directory nlohmann_json::nlohmann_json
+    DEFINITIONS
+        KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
+        CLAIMS_TOO_MUCH="$<TARGET_FILE:claims_too_much>"
+        KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")
+add_dependencies(comparison_test kivclaim_command claims_too_much)
+if(KIVCLAIM_PROMTOOL)
+    target_compile_definitions(comparison_test PRIVATE PROMTOOL="${KIVCLAIM_PROMTOOL}")
+else()
+    message(STATUS "No tests of the metrics with promtool: install prometheus")
+endif()

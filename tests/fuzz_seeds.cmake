@@ -11,5 +11,6 @@ endfunction()
 
 kivclaim_seed_test(device_path LIBRARIES kivclaim::kivclaim kivclaim::ztfi_pdk)
 kivclaim_seed_test(logical_volume_list LIBRARIES kivclaim::kivclaim kivclaim::ztfi_pdk)
+kivclaim_seed_test(recording LIBRARIES kivclaim_recording kivclaim::kivclaim kivclaim::ztfi_pdk)
 kivclaim_seed_test(text LIBRARIES ztfi_command_runner kivclaim::ztfi_pdk)
 kivclaim_seed_test(volume_manager_table LIBRARIES kivclaim::kivclaim kivclaim::ztfi_pdk)

@@ -47,6 +47,19 @@ struct AuditOptions {
     bool noFold = false;                     // a row for each path of a map
     std::vector<std::string> quirks;         // show only differences that these explain; empty: all
     std::vector<std::string> quirksLeftOut;  // leave out differences that these explain
+    bool metrics = false;  // for a monitoring system
+};
+
+struct RecordOptions {
+    std::string path;                // ends with .tar.zst, or is a directory
+    std::vector<std::string> disks;  // about which the volume manager is asked
+    bool redact = false;
+};
+
+struct DiffOptions {
+    std::string before;  // a recording, or "-" for this machine
+    std::string after;
+    bool json = false;
 };
 
 ExitStatus list(const SessionOptions& options, const ListOptions& form);
@@ -57,6 +70,8 @@ ExitStatus whole(const SessionOptions& options, const std::vector<std::string>& 
 ExitStatus prefixes(const SessionOptions& options);
 ExitStatus explain(const SessionOptions& options, const std::string& path);
 ExitStatus audit(const SessionOptions& options, const AuditOptions& request);
+ExitStatus record(const SessionOptions& options, const RecordOptions& request);
+ExitStatus diff(const SessionOptions& options, const DiffOptions& request);
 ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request);
 
 }  // namespace kivclaim::tools

@@ -4,6 +4,7 @@
 #include "tools/commands.h"
 #include "tools/listing/luns.h"
 #include "tools/output.h"
+#include "tools/recording/replayed_root.h"
 #include "tools/stack_table.h"
 #include "tools/watch.h"
 
@@ -15,6 +16,7 @@
 #include <csignal>
 #include <cstdio>
 #include <functional>
+#include <optional>
 
 namespace kivclaim::tools {
 
@@ -77,11 +79,10 @@ public:
             ->type_name("FILE")
             ->allow_extra_args(false)
             ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
-        app.add_option(
-               "--sysroot", session.sysroot,
-               "Ask about the machine that DIR is a copy of, laid out as for lsblk --sysroot; what DIR does not "
-               "hold makes an answer unsure")
-            ->type_name("DIR")
+        app.add_option("--sysroot", session.sysroot,
+                       "Ask about the machine that was recorded in PLACE: a file or directory that 'record' made, or a "
+                       "directory laid out as for lsblk --sysroot; what it does not hold makes an answer unsure")
+            ->type_name("PLACE")
             ->check([](const std::string& directory) {
                 return std::string(directory.empty() ? "names no directory" : "");
             });
@@ -96,6 +97,8 @@ public:
         addExplain();
         addAudit();
         addActivePath();
+        addRecord();
+        addDiff();
         chosen = [this] { return list(session, listOptions); };
     }
 
@@ -120,7 +123,7 @@ public:
         // The active path has a line of its own, and trace records tell what is waited for.
         const bool isShown = isatty(STDERR_FILENO) != 0 && !session.traceLevel && !app.got_subcommand("active-path");
         const Watch watch(isShown ? Watch::Shown::yes : Watch::Shown::no);
-        return chosen();
+        return choose();
     }
 
 private:
@@ -131,6 +134,17 @@ private:
             text += (text.empty() ? "'" : ", '") + argument + "'";
         }
         return text + (arguments.size() == 1 ? " was not expected" : " were not expected");
+    }
+
+    // A recording that is one file is unpacked while the command runs.
+    ExitStatus choose()
+    {
+        std::optional<ReplayedRoot> root;
+        if (!session.sysroot.empty()) {
+            root.emplace(session.sysroot);
+            session.sysrootDirectory = root->directory();
+        }
+        return chosen();
     }
 
     CLI::App& command(const std::string& name, const std::string& arguments, const std::string& description,
@@ -251,9 +265,9 @@ private:
             "kivclaim audit --only-differences", [this] { return audit(session, auditOptions); });
         sub.add_option("PATH", auditOptions.paths, "Device paths, '-' for standard input; none: every block device")
             ->type_name("");
-        sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
-        sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences,
-                     "Leave out the devices that agree, and show the paths of a map in one row");
+        auto* const json = sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
+        auto* const only = sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences,
+                                        "Leave out the devices that agree, and show the paths of a map in one row");
         sub.add_flag("--no-fold", auditOptions.noFold, "Show each path of a map in a row of its own");
         sub.add_option("--quirk", auditOptions.quirks,
                        "Show the differences only that this quirk explains; may be given several times")
@@ -263,6 +277,9 @@ private:
                        "Leave out the differences that this quirk explains; may be given several times")
             ->type_name("NAME")
             ->allow_extra_args(false);
+        sub.add_flag("--openmetrics", auditOptions.metrics, "Print the counts for a monitoring system")
+            ->excludes(json)
+            ->excludes(only);
     }
 
     void addActivePath()
@@ -280,6 +297,35 @@ private:
         sub.add_flag("-y,--yes", activePathOptions.yes, "Do not ask on a terminal before the node is forgotten");
         sub.add_flag("-v,--verbose", activePathOptions.verbose,
                      "Print a line for each attempt when standard error is no terminal");
+    }
+
+    void addRecord()
+    {
+        CLI::App& sub =
+            command("record", "FILE",
+                    "Record this machine in FILE, whose name ends with .tar.zst, or in a new directory: "
+                    "what the answers rest on, for --sysroot",
+                    "kivclaim record /tmp/machine.tar.zst", [this] { return record(session, recordOptions); });
+        sub.add_option("FILE", recordOptions.path, "Where to write it")->required()->type_name("");
+        sub.add_flag("--redact", recordOptions.redact,
+                     "Replace serial numbers, WWIDs, UUIDs and the names of hosts, groups, volumes and maps with "
+                     "stand-ins; the answers stay the same");
+        sub.add_option("--volume-manager", recordOptions.disks,
+                       "Ask the volume manager about this disk, such as sdc, and record its answers; changes nothing; "
+                       "may be given several times")
+            ->type_name("DISK")
+            ->allow_extra_args(false);
+    }
+
+    void addDiff()
+    {
+        CLI::App& sub = command("diff", "OLD NEW",
+                                "Print the devices that came, went, or changed size, state, map, name or claim between "
+                                "two recordings; '-' is this machine. Exit status 1: there are some",
+                                "kivclaim diff before.tar.zst -", [this] { return diff(session, diffOptions); });
+        sub.add_option("OLD", diffOptions.before, "The machine before")->required()->type_name("");
+        sub.add_option("NEW", diffOptions.after, "The machine after")->required()->type_name("");
+        sub.add_flag("-J,--json", diffOptions.json, "Print JSON");
     }
 
     // Options without a command are those of the default one. In reverse order, as CLI11 wants them.
@@ -318,6 +364,8 @@ private:
     AuditOptions auditOptions;
     ActivePathOptions activePathOptions;
     CheckOptions checkOptions;
+    RecordOptions recordOptions;
+    DiffOptions diffOptions;
     std::vector<std::string> paths;
     std::string path;
     std::string number;

@@ -53,8 +53,8 @@ std::string AnswerNotes::nameOf(const std::string& path)
 Doubt AnswerNotes::doubtAbout(const ClaimAnswer& answer)
 {
     Doubt doubt = tools::doubtAbout(answer, session);
-    const bool mayBeNone = doubt.isThere() && answer.isUnsure() && session.played() == nullptr;
-    if (mayBeNone && kernel.behind(answer.path()).exists() && isWithoutVolumes(answer.listing(), kernel.machine())) {
+    const bool mayBeNone = doubt.isThere() && answer.isUnsure();
+    if (mayBeNone && kernel.behind(answer.path()).exists() && isWithoutVolumes(answer.listing(), kernel.machine(), session)) {
         return {};
     }
     return doubt;

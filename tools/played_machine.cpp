@@ -137,7 +137,21 @@ void PlayedMachine::playTo(const CKivDeviceClaimBase& module)
 
 bool PlayedMachine::canBeOpened(const std::string& path) const
 {
-    return machine.isAnythingAt(path);
+    return machine.canBeOpened(path);
+}
+
+bool PlayedMachine::knows(const std::string& command) const
+{
+    try {
+        return recordedOutcome(files, command).has_value() || wasMissing(files, command);
+    } catch (const ReadError&) {
+        return false;
+    }
+}
+
+bool PlayedMachine::lacks(const std::string& command) const
+{
+    return wasMissing(files, command);
 }
 
 std::string PlayedMachine::takeMissing()
@@ -154,7 +168,7 @@ std::optional<CommandOutcome> PlayedMachine::outcomeOf(const std::string& comman
 {
     std::string problem;
     std::optional<CommandOutcome> outcome = outcomeOf(command, problem);
-    if (!outcome) {
+    if (!problem.empty()) {
         missing.insert(problem);
     }
     return outcome;
@@ -164,7 +178,7 @@ std::optional<CommandOutcome> PlayedMachine::outcomeOf(const std::string& comman
 {
     try {
         std::optional<CommandOutcome> outcome = recordedOutcome(files, command);
-        if (!outcome) {
+        if (!outcome && !wasMissing(files, command)) {
             problem = "no outcome of " + command + " was recorded in " + files.pathOf(placeOfOutput(command));
         }
         return outcome;
@@ -209,14 +223,15 @@ int PlayedMachine::openNode(const char* path, int flags) const noexcept
             return fail(EROFS);
         }
         // A descriptor of its own to close, behind which nothing is.
-        return canBeOpened(path) ? eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK) : fail(ENOENT);
+        return canBeOpened(path) ? eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)
+                                 : fail(machine.isAnythingAt(path) ? EACCES : ENOENT);
     });
 }
 
 int PlayedMachine::mayAccess(const char* path, int mode) const noexcept
 {
     return withoutExceptions([&] {
-        if (!canBeOpened(path)) {
+        if (!machine.isAnythingAt(path)) {
             return fail(ENOENT);
         }
         if ((mode & W_OK) != 0) {

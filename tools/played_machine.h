@@ -44,6 +44,11 @@ public:
     const std::string& kernelRelease() const { return release; }
     bool canBeOpened(const std::string& path) const;
 
+    // Whether it was recorded what became of a command.
+    bool knows(const std::string& command) const;
+    // Whether it was recorded that there was no such program.
+    bool lacks(const std::string& command) const;
+
     // What was asked for since the last call and has not been recorded, in words for after "because"; empty when
     // nothing was.
     std::string takeMissing();

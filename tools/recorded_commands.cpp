@@ -18,11 +18,6 @@ constexpr std::size_t longestStatus = 64;
 constexpr int mostExitStatus = 255;
 constexpr int mostSignal = 127;
 
-std::string placeOf(const std::string& command, const char* file)
-{
-    return "kivclaim/commands" + std::string(command.compare(0, 1, "/") == 0 ? "" : "/") + command + "/" + file;
-}
-
 // All of `text`, from `least` to `most`.
 std::optional<int> numberIn(std::string_view text, int least, int most)
 {
@@ -54,9 +49,19 @@ void readStatus(std::string_view text, const std::string& place, CommandOutcome&
 
 }  // namespace
 
+std::string placeOfCommand(const std::string& command, const char* file)
+{
+    return "kivclaim/commands" + std::string(command.compare(0, 1, "/") == 0 ? "" : "/") + command + "/" + file;
+}
+
+bool wasMissing(const RecordedFiles& files, const std::string& command)
+{
+    return files.content(placeOfCommand(command, "status"), longestStatus) == missingProgram;
+}
+
 std::string placeOfOutput(const std::string& command)
 {
-    return placeOf(command, "output");
+    return placeOfCommand(command, "output");
 }
 
 std::optional<CommandOutcome> recordedOutcome(const RecordedFiles& files, const std::string& command)
@@ -67,8 +72,8 @@ std::optional<CommandOutcome> recordedOutcome(const RecordedFiles& files, const 
     }
     CommandOutcome outcome;
     outcome.output = std::move(*output);
-    outcome.errors = files.content(placeOf(command, "errors"), longestOutput).value_or("");
-    const std::string place = placeOf(command, "status");
+    outcome.errors = files.content(placeOfCommand(command, "errors"), longestOutput).value_or("");
+    const std::string place = placeOfCommand(command, "status");
     if (const std::optional<std::string> status = files.content(place, longestStatus)) {
         readStatus(*status, files.pathOf(place), outcome);
     }

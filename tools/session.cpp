@@ -32,7 +32,9 @@ void checkWritable(const std::string& path)
 
 kivclaim::machine::Root SessionOptions::root() const
 {
-    return sysroot.empty() ? kivclaim::machine::Root::live() : kivclaim::machine::Root::recorded(sysroot);
+    using kivclaim::machine::Root;
+    return sysroot.empty() ? Root::live()
+                           : Root::recorded(sysrootDirectory.empty() ? sysroot : sysrootDirectory, sysroot);
 }
 
 std::vector<kivclaim::host::TraceDestination> SessionOptions::destinations() const
@@ -54,8 +56,11 @@ Session::Session(const SessionOptions& options, const std::vector<kivclaim::host
 {
     if (!options.root().isLive()) {
         playedMachine = std::make_unique<PlayedMachine>(options.root(), options.known);
-    } else if (!options.noSnapshot) {
-        snapshot.emplace(std::vector<std::string>{"/sbin/lvdisplay"});
+    }
+    // An outcome that was not recorded must be missed for each answer that needs it.
+    const std::string listing = "/sbin/lvdisplay";
+    if (!options.noSnapshot && (playedMachine == nullptr || playedMachine->knows(listing))) {
+        snapshot.emplace(std::vector<std::string>{listing});
     }
     addModules(manager);
     // After the modules, so that the records are those of the questions alone.

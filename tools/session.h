@@ -21,7 +21,8 @@ struct SessionOptions {
     std::string traceFile;                 // --trace-file: keep them in this file; all of them when no level is given
     bool noSnapshot = false;               // --no-snapshot: run the same command again for every question
     std::vector<std::string> moduleFiles;  // --module: ask the modules in these files too, behind the built-in ones
-    std::string sysroot;                   // --sysroot: the machine recorded in this directory; empty: this machine
+    std::string sysroot;                   // --sysroot: the machine recorded there; empty: this machine
+    std::string sysrootDirectory;          // where the files of that machine are; empty: in `sysroot` itself
     bool resolve = false;                  // --resolve: ask by the kernel's own names of devices
     bool noWarnings = false;               // --no-warn: say nothing about unsure answers and misleading names
 

@@ -19,8 +19,11 @@ namespace {
 constexpr char listCommand[] = "/sbin/lvdisplay";
 constexpr char blanks[] = " \t\r\n";
 
-bool isInstalled()
+bool isInstalled(const Session& session)
 {
+    if (session.played() != nullptr) {
+        return !session.played()->lacks(listCommand);
+    }
     return access(listCommand, F_OK) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
@@ -47,9 +50,9 @@ std::string reasonOf(const kivclaim::VolumeListing& listing)
     return listing.problem() + (tookTooLong ? " at its time limit" : "") + (words.empty() ? "" : ": " + words);
 }
 
-std::string remedyFor(const kivclaim::VolumeListing& listing)
+std::string remedyFor(const kivclaim::VolumeListing& listing, const Session& session)
 {
-    if (listing.state() == State::notRun && !isInstalled()) {
+    if (listing.state() == State::notRun && !isInstalled(session)) {
         return "install lvm2";
     }
     if (geteuid() != 0) {
@@ -73,19 +76,20 @@ Doubt doubtAbout(const kivclaim::ClaimAnswer& answer, const Session& session)
         return {};
     }
     if (session.played() == nullptr) {
-        return {reasonOf(answer.listing()), remedyFor(answer.listing())};
+        return {reasonOf(answer.listing()), remedyFor(answer.listing(), session)};
     }
     // An earlier answer may have noted it.
     const std::string unrecorded = session.played()->whyNoListing();
     return {unrecorded.empty() ? reasonOf(answer.listing()) : unrecorded, ""};
 }
 
-bool isWithoutVolumes(const kivclaim::VolumeListing& listing, const kivclaim::machine::Machine& machine)
+bool isWithoutVolumes(const kivclaim::VolumeListing& listing, const kivclaim::machine::Machine& machine,
+                      const Session& session)
 {
     const auto isVolume = [](const kivclaim::machine::Device& device) {
         return device.kind == Kind::volume || device.kind == Kind::hiddenVolume;
     };
-    return listing.state() == State::notRun && !isInstalled() &&
+    return listing.state() == State::notRun && !isInstalled(session) &&
            std::none_of(machine.devices().begin(), machine.devices().end(), isVolume);
 }
 

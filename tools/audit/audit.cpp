@@ -2,6 +2,7 @@
 #include "host/printable_text.h"
 #include "tools/audit/audited_device.h"
 #include "tools/audit/known_quirks.h"
+#include "tools/audit/metrics.h"
 #include "tools/commands.h"
 #include "tools/kernel_account.h"
 #include "tools/listing/column_choice.h"
@@ -88,8 +89,8 @@ Doubt doubtAbout(const Session& session, const kivclaim::ClaimAnswer& answer, co
         doubt.reason +=
             (doubt.isThere() ? " and " : "") + std::string("what was recorded of the device is incomplete or wrong");
     }
-    const bool mayBeNone = doubt.isThere() && session.played() == nullptr && device.kernel.exists();
-    return mayBeNone && isWithoutVolumes(answer.listing(), kernel.machine()) ? Doubt() : doubt;
+    const bool mayBeNone = doubt.isThere() && device.kernel.exists();
+    return mayBeNone && isWithoutVolumes(answer.listing(), kernel.machine(), session) ? Doubt() : doubt;
 }
 
 // In the order of their names, as people count. Those without a node cannot be asked about.
@@ -424,7 +425,9 @@ ExitStatus audit(const SessionOptions& options, const AuditOptions& request)
         complainOfDoubts(doubtsOf(devices));
     }
     const Summary summary = summaryOf(devices);
-    if (request.json) {
+    if (request.metrics) {
+        printLine(metricsOf(devices));
+    } else if (request.json) {
         printJson(devices, summary, request);
     } else {
         printTable(devices, summary, request);

@@ -19,7 +19,7 @@ _kivclaim_list() {
 }
 
 _kivclaim() {
-    local commands='list claim is-partition partition whole prefixes explain audit active-path'
+    local commands='list claim is-partition partition whole prefixes explain audit active-path record diff'
     local options='-h --help --version --trace --trace-file --no-snapshot --resolve --no-warn --module --sysroot'
     options+=' --check-module --check-host'
     local list_options='-a --all -m --marked -S --stacks -o --output -O --output-all -b --bytes -x --sort --luns'
@@ -35,7 +35,7 @@ _kivclaim() {
     case $before in
         --trace) mapfile -t COMPREPLY < <(compgen -W '1 2 3 6' -- "$word") && return ;;
         --trace-file | --module | --check-module | --check-host) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
-        --sysroot) compopt -o dirnames 2>/dev/null || mapfile -t COMPREPLY < <(compgen -d -- "$word") && return ;;
+        --sysroot) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
         -o | --output) _kivclaim_list "$word" "$columns" && return ;;
         -x | --sort) mapfile -t COMPREPLY < <(compgen -W "$columns" -- "$word") && return ;;
         -S | --stacks) _kivclaim_list "$word" 'powerpath device-mapper native none' && return ;;
@@ -45,7 +45,7 @@ _kivclaim() {
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --trace | --trace-file | --module | --check-module | --check-host | --sysroot | -o | --output | -x | --sort | -S | --stacks | --color | --quirk | --no-quirk) i=$((i + 1)) ;;
+            --trace | --trace-file | --module | --check-module | --check-host | --sysroot | -o | --output | -x | --sort | -S | --stacks | --color | --quirk | --no-quirk | --volume-manager) i=$((i + 1)) ;;
             -*) ;;
             *) command=${COMP_WORDS[i]} && break ;;
         esac
@@ -54,13 +54,17 @@ _kivclaim() {
     case $command in
         # Options without a command are those of `list`.
         '' | list) options+=" $list_options" ;;
-        audit) options+=' -J --json -d --only-differences --no-fold --quirk --no-quirk' ;;
+        audit) options+=' -J --json -d --only-differences --no-fold --quirk --no-quirk --openmetrics' ;;
+        record) options+=' --redact --volume-manager' ;;
+        diff) options+=' -J --json' ;;
         active-path) options+=' -w --waited -y --yes -v --verbose' ;;
     esac
     if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     elif [ -z "$command" ]; then
         mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$word")
+    elif [ "$command" = record ] || [ "$command" = diff ]; then
+        compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word")
     elif [ "$command" != prefixes ]; then
         _kivclaim_devices "$word"
     fi

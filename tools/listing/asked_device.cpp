@@ -49,9 +49,9 @@ DeviceAnswer DeviceQuestions::ask(const kivclaim::machine::Device& device)
         answer.wholeDevice = claimed.module()->removePartitionSuffix(path, answer.number);
     }
     answer.doubt = doubtAbout(claimed, session);
-    if (answer.doubt.isThere() && session.played() == nullptr) {
+    if (answer.doubt.isThere()) {
         if (!withoutVolumes) {
-            withoutVolumes = isWithoutVolumes(claimed.listing(), machine);
+            withoutVolumes = isWithoutVolumes(claimed.listing(), machine, session);
         }
         if (*withoutVolumes) {
             answer.doubt = {};

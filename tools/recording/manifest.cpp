@@ -1,0 +1,238 @@
+#include "tools/recording/manifest.h"
+
+#include <sha2.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+
+using kivclaim::machine::CopiedFile;
+using kivclaim::machine::CopiedFiles;
+using Json = nlohmann::ordered_json;
+using Type = kivclaim::machine::CopiedFile::Type;
+
+namespace kivclaim::tools {
+
+namespace {
+
+std::string sha256(const std::string& text)
+{
+    char digest[SHA256_DIGEST_STRING_LENGTH];
+    return SHA256Data(reinterpret_cast<const std::uint8_t*>(text.data()), text.size(), digest);
+}
+
+bool isPlain(unsigned char character)
+{
+    return character >= ' ' && character < 0x7f && character != '%';
+}
+
+// JSON holds Unicode, but a name is bytes: all but printable ASCII is written as in a URL.
+std::string encoded(std::string_view text)
+{
+    std::string result;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (isPlain(byte)) {
+            result += character;
+            continue;
+        }
+        char code[4];
+        std::snprintf(code, sizeof code, "%%%02X", byte);
+        result += code;
+    }
+    return result;
+}
+
+int digit(char character)
+{
+    const std::string_view digits = "0123456789ABCDEF";
+    const std::size_t place = digits.find(character);
+    return place == std::string_view::npos ? -1 : static_cast<int>(place);
+}
+
+[[noreturn]] void refuseManifest()
+{
+    throw RecordingError("its manifest was altered");
+}
+
+std::string decoded(const std::string& text)
+{
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            result += text[i];
+            continue;
+        }
+        const int high = i + 2 < text.size() ? digit(text[i + 1]) : -1;
+        const int low = i + 2 < text.size() ? digit(text[i + 2]) : -1;
+        if (high < 0 || low < 0 || high + low == 0) {
+            refuseManifest();
+        }
+        result += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return result;
+}
+
+Json jsonOf(const std::map<std::string, std::string>& texts)
+{
+    Json json = Json::object();
+    for (const auto& [key, text] : texts) {
+        json[encoded(key)] = encoded(text);
+    }
+    return json;
+}
+
+Json jsonOf(const std::string& path, const CopiedFile& file)
+{
+    Json json = {{"path", encoded(path)}};
+    if (file.type == Type::directory) {
+        json["directory"] = true;
+    } else if (file.type == Type::link) {
+        json["link"] = encoded(file.content);
+    } else {
+        json["bytes"] = file.content.size();
+        json["sha256"] = sha256(file.content);
+    }
+    return json;
+}
+
+const Json& member(const Json& json, const char* name, bool (Json::*isRight)() const noexcept)
+{
+    const auto found = json.is_object() ? json.find(name) : json.end();
+    if (!json.is_object() || found == json.end() || !((*found).*isRight)()) {
+        refuseManifest();
+    }
+    return *found;
+}
+
+std::string textIn(const Json& json, const char* name)
+{
+    return decoded(member(json, name, &Json::is_string).get<std::string>());
+}
+
+std::uint64_t numberIn(const Json& json, const char* name)
+{
+    return member(json, name, &Json::is_number_unsigned).get<std::uint64_t>();
+}
+
+std::map<std::string, std::string> textsIn(const Json& json, const char* name)
+{
+    std::map<std::string, std::string> texts;
+    for (const auto& [key, value] : member(json, name, &Json::is_object).items()) {
+        if (!value.is_string()) {
+            refuseManifest();
+        }
+        texts[decoded(key)] = decoded(value.get<std::string>());
+    }
+    return texts;
+}
+
+ExpectedFile fileIn(const Json& json, const std::string& path)
+{
+    ExpectedFile file;
+    if (json.contains("link")) {
+        file.type = Type::link;
+        file.target = textIn(json, "link");
+        checkLink(path, file.target);
+    } else if (!json.contains("directory")) {
+        file.type = Type::file;
+        file.bytes = numberIn(json, "bytes");
+        file.sha256 = textIn(json, "sha256");
+    }
+    return file;
+}
+
+void readFiles(const Json& list, Manifest& manifest)
+{
+    std::uint64_t bytes = 0;
+    if (list.size() > mostRecordedFiles) {
+        throw RecordingError("it holds more than 4000000 files");
+    }
+    for (const Json& json : list) {
+        const std::string path = textIn(json, "path");
+        checkPath(path);
+        ExpectedFile file = fileIn(json, path);
+        if (file.bytes > mostRecordedBytes || (bytes += file.bytes) > mostRecordedBytes) {
+            throw RecordingError("it unpacks to more than 1 GiB");
+        }
+        if (path == manifestFile || !manifest.files.emplace(path, std::move(file)).second) {
+            throw RecordingError("it holds '" + path + "' twice");
+        }
+    }
+}
+
+}  // namespace
+
+void Manifest::check(const std::string& path, const CopiedFile& file) const
+{
+    const auto found = files.find(path);
+    if (found == files.end()) {
+        throw RecordingError("it holds '" + path + "', which its manifest does not name");
+    }
+    const ExpectedFile& expected = found->second;
+    const bool isSame =
+        file.type == expected.type &&
+        (file.type == Type::directory ||
+         (file.type == Type::link ? file.content == expected.target
+                                  : file.content.size() == expected.bytes && sha256(file.content) == expected.sha256));
+    if (!isSame) {
+        throw RecordingError("'" + path + "' in it was altered");
+    }
+}
+
+void Manifest::checkComplete(const CopiedFiles& found) const
+{
+    for (const auto& [path, expected] : files) {
+        if (found.count(path) == 0) {
+            throw RecordingError("'" + path + "' is missing in it");
+        }
+    }
+}
+
+std::uint64_t Manifest::bytesOf(const std::string& path) const
+{
+    const auto found = files.find(path);
+    if (found == files.end()) {
+        throw RecordingError("it holds '" + path + "', which its manifest does not name");
+    }
+    return found->second.bytes;
+}
+
+Manifest manifestIn(std::string_view text)
+{
+    const Json json = Json::parse(text, nullptr, false);
+    if (json.is_discarded() || !json.is_object()) {
+        refuseManifest();
+    }
+    const std::uint64_t format = numberIn(json, "format");
+    if (format > recordingFormat) {
+        throw RecordingError("it has format " + std::to_string(format) + ", and this release of kivclaim reads up to " +
+                             std::to_string(recordingFormat));
+    }
+    Manifest manifest;
+    manifest.about.kivclaim = textIn(json, "kivclaim");
+    manifest.about.time = textIn(json, "time");
+    manifest.about.isRedacted = member(json, "redacted", &Json::is_boolean).get<bool>();
+    manifest.about.system = textsIn(json, "system");
+    manifest.about.versions = textsIn(json, "versions");
+    readFiles(member(json, "files", &Json::is_array), manifest);
+    return manifest;
+}
+
+std::string manifestOf(const Recording& recording)
+{
+    Json list = Json::array();
+    for (const auto& [path, file] : recording.files) {
+        list.push_back(jsonOf(path, file));
+    }
+    const Json json = {{"format", recordingFormat},
+                       {"kivclaim", encoded(recording.kivclaim)},
+                       {"time", encoded(recording.time)},
+                       {"redacted", recording.isRedacted},
+                       {"system", jsonOf(recording.system)},
+                       {"versions", jsonOf(recording.versions)},
+                       {"files", std::move(list)}};
+    return json.dump(1) + "\n";
+}
+
+}  // namespace kivclaim::tools

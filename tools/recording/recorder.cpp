@@ -1,0 +1,200 @@
+#include "tools/recording/recorder.h"
+
+#include "claim/kiv_release.h"
+#include "tools/recorded_commands.h"
+#include "tools/recording/command_capture.h"
+#include "tools/recording/directory.h"
+
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+using kivclaim::machine::Copy;
+using kivclaim::machine::RecordedFiles;
+using kivclaim::machine::Root;
+using Type = kivclaim::machine::CopiedFile::Type;
+
+namespace kivclaim::tools {
+
+namespace {
+
+constexpr char listCommand[] = "/sbin/lvdisplay";
+constexpr char releaseFile[] = "proc/sys/kernel/osrelease";
+// As the native module asks, blanks included.
+constexpr char nodeQuery[] = "/usr/sbin/ztkivadm   getkivnode  nodename=";
+constexpr char pathQuery[] = "/usr/sbin/ztkivadm   getsubpaths  kivnodename=";
+constexpr const char* tools[] = {"/sbin/lvdisplay", "/usr/bin/lsblk", "/usr/bin/udevadm"};
+constexpr std::size_t mostUnreadableNamed = 3;
+
+std::string now()
+{
+    const std::time_t time = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&time, &parts);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+std::string secondsText(double seconds)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3f\n", seconds);
+    return text;
+}
+
+// The first row of a table below its heading and rule, up to the first blank.
+std::string nodeIn(const std::string& table)
+{
+    std::istringstream lines(table);
+    std::string line;
+    std::string node;
+    for (int i = 0; i < 3 && std::getline(lines, line); ++i) {
+        node = i == 2 ? line.substr(0, line.find_first_of(" \t")) : "";
+    }
+    return node;
+}
+
+class Recorder {
+public:
+    explicit Recorder(const Root& root)
+    {
+        Copy copy = machine::copyOf(root);
+        unreadable = std::move(copy.unreadable);
+        taken.recording.files = std::move(copy.files);
+        machine::addDirectoriesAbove(taken.recording.files, manifestFile);
+        taken.recording.kivclaim = kivclaim_release_identification;
+        taken.recording.time = now();
+    }
+
+    TakenRecording ofThisMachine(const std::vector<std::string>& disks)
+    {
+        addSystem();
+        add(listCommand);
+        for (const char* const tool : tools) {
+            addVersion(tool);
+        }
+        for (const std::string& disk : disks) {
+            add(pathQuery + nodeIn(add(nodeQuery + disk)));
+        }
+        reportUnreadable();
+        return std::move(taken);
+    }
+
+    TakenRecording ofRecorded(const Root& root)
+    {
+        copyAll(root, "kivclaim");
+        const std::optional<std::string> release = RecordedFiles(root).content(releaseFile, sizeof utsname{}.release);
+        if (release) {
+            addFile(releaseFile, *release);
+        }
+        reportUnreadable();
+        return std::move(taken);
+    }
+
+private:
+    void addFile(const std::string& path, std::string content)
+    {
+        machine::addDirectoriesAbove(taken.recording.files, path);
+        taken.recording.files[path] = {Type::file, std::move(content)};
+    }
+
+    void addSystem()
+    {
+        utsname system{};
+        ::uname(&system);
+        taken.recording.system = {{"sysname", system.sysname},
+                                  {"nodename", system.nodename},
+                                  {"release", system.release},
+                                  {"version", system.version},
+                                  {"machine", system.machine}};
+        addFile(releaseFile, std::string(system.release) + "\n");
+    }
+
+    // What it printed.
+    std::string add(const std::string& command)
+    {
+        const CapturedCommand captured = capture(command);
+        const std::string outcome = captured.status.substr(0, captured.status.find('\n'));
+        if (captured.status.empty() || captured.status == missingProgram) {
+            taken.gaps.push_back(command + " was not run: " + captured.problem);
+        } else if (!captured.hasSucceeded()) {
+            taken.gaps.push_back(command + " failed with " + outcome + ", and so it is recorded");
+        }
+        if (captured.status.empty()) {
+            return "";
+        }
+        addFile(placeOfCommand(command, "status"), captured.status);
+        if (captured.status != missingProgram) {
+            addFile(placeOfCommand(command, "output"), captured.output);
+            addFile(placeOfCommand(command, "errors"), captured.errors);
+            addFile(placeOfCommand(command, "seconds"), secondsText(captured.seconds));
+        }
+        return captured.output;
+    }
+
+    void addVersion(const std::string& tool)
+    {
+        const CapturedCommand captured = capture(tool + " --version");
+        if (captured.hasSucceeded()) {
+            taken.recording.versions[tool] = captured.output.substr(0, captured.output.find('\n'));
+        }
+    }
+
+    // Files below a directory of a recorded root which nothing of this program interprets now.
+    void copyAll(const Root& root, const std::string& directory)
+    {
+        const RecordedFiles files(root);
+        std::error_code error;
+        const std::filesystem::path top = std::filesystem::path(root.path()) / directory;
+        for (std::filesystem::recursive_directory_iterator i(top, error), end; !error && i != end; i.increment(error)) {
+            const std::string path = directory + "/" + i->path().lexically_relative(top).string();
+            if (i->is_regular_file(error) && !i->is_symlink(error) && path != manifestFile) {
+                addFile(path, files.content(path, 16UL * 1024 * 1024).value_or(""));
+            }
+        }
+    }
+
+    void reportUnreadable()
+    {
+        if (unreadable.empty()) {
+            return;
+        }
+        std::string names;
+        std::size_t count = 0;
+        for (const std::string& path : unreadable) {
+            if (++count <= mostUnreadableNamed) {
+                names += (names.empty() ? "/" : ", /") + path;
+            }
+        }
+        if (count > mostUnreadableNamed) {
+            names += " and " + std::to_string(count - mostUnreadableNamed) + " more";
+        }
+        taken.gaps.push_back("no right to read " + names);
+    }
+
+    TakenRecording taken;
+    std::set<std::string> unreadable;
+};
+
+}  // namespace
+
+TakenRecording takeRecording(const Root& root, const std::vector<std::string>& disks)
+{
+    Recorder recorder(root);
+    if (root.isLive()) {
+        return recorder.ofThisMachine(disks);
+    }
+    if (!hasManifest(root.path())) {
+        return recorder.ofRecorded(root);
+    }
+    // Already one: nothing is lost of it.
+    return {readDirectory(root.path()), {}};
+}
+
+}  // namespace kivclaim::tools
