@@ -22,7 +22,7 @@ example() {
 examples() {
     echo '```console not-run'
     example list --luns
-    example list -T
+    example list -T /dev/sdc /dev/sde /dev/sdo /dev/sdq
     echo '```'
 }
 

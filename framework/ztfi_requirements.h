@@ -1,5 +1,6 @@
 // What programs must be compiled with to use these headers. Looked at before anything else, and nothing is looked at
-// after it: otherwise the reason would be lost among errors of headers further down.
+// after it: otherwise the reason would be lost among errors of headers further down. Any header of the C++ library makes
+// the setting of its strings, and so <cstddef> is enough to look at it.
 #ifndef KIVCLAIM_FRAMEWORK_ZTFI_REQUIREMENTS_H
 #define KIVCLAIM_FRAMEWORK_ZTFI_REQUIREMENTS_H
 
@@ -13,7 +14,7 @@
 #include "framework/the_error_above_says_what_is_needed"
 #endif
 
-#include <cstddef>  // for the next setting, which each header of the C++ library makes
+#include <cstddef>
 
 #if defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI == 0
 #error "kivclaim's std::string is the one of C++11: compile without -D_GLIBCXX_USE_CXX11_ABI=0"

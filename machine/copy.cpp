@@ -100,6 +100,7 @@ public:
         add("sys/block", true);
         add("sys/dev/block", true);
         if (isLive) {
+            addNodesOfDevices();
             addFile(nodesFile, nodes);
         }
         return std::move(copy);
@@ -246,10 +247,23 @@ private:
         }
     }
 
+    // Those that are there by their name, although no list of their directory shows them.
+    void addNodesOfDevices()
+    {
+        for (const Device& device : state.devices) {
+            for (const std::string& path : {std::string(device.node), "/dev/" + std::string(device.kernelName)}) {
+                struct stat status {};
+                if (::lstat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode)) {
+                    addNode(path);
+                }
+            }
+        }
+    }
+
     void addNode(const std::string& path)
     {
         struct stat status {};
-        if (::lstat(path.c_str(), &status) != 0) {
+        if (::lstat(path.c_str(), &status) != 0 || !listedNodes.insert(path).second) {
             return;
         }
         Node node;
@@ -329,6 +343,7 @@ private:
     FileReader files;
     Copy copy;
     std::string nodes;
+    std::set<std::string> listedNodes;
     std::set<std::string> asked;
     std::string lastDirectory = "//";  // of none
     Destination last;

@@ -2,6 +2,8 @@
 #ifndef KIVCLAIM_MACHINE_KIV_KERNEL_FACTS_H
 #define KIVCLAIM_MACHINE_KIV_KERNEL_FACTS_H
 
+#include "framework/ztfi_requirements.h"
+
 #include <memory>
 #include <string>
 #include <vector>

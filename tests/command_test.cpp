@@ -346,10 +346,3 @@ TEST(ExampleHost, AnswersLikeTheCommand)
     EXPECT_EQ(ended.output, "/dev/emcpowera 0\n/dev/emcpowerb 15\n/dev/null: not claimed\n");
     EXPECT_EQ(ended.status, 1);
 }
-
-TEST(ExampleHost, StandsInTheReadmeAsItIs)
-{
-    const std::string source = contentOf(KIVCLAIM_SOURCE "/examples/host/host.cpp");
-    const std::string code = source.substr(source.find("#include"));
-    EXPECT_THAT(contentOf(KIVCLAIM_SOURCE "/README.md"), HasSubstr("```cpp\n" + code + "```\n"));
-}

@@ -52,7 +52,7 @@ case $alteration in
         fact='new: CKivClaimManager: field extra at '
         ;;
     new_field_of_the_runner)
-        alter framework/cfiexecpipe.h 's/^( *)EFiExecPipe lastFailure;/&\n\1int extra = 0;/'
+        alter framework/cfiexecpipe.h 's/^( *)EFiExecPipe lastFailure\{\};/&\n\1int extra = 0;/'
         library=libztfi_pdk.so.4.4 guard=abi names="'int extra', at offset"
         fact='new: CFiExecPipeBase: field extra at '
         ;;
