@@ -104,5 +104,5 @@ if(NOT KIVCLAIM_SANITIZERS)
     add_test(NAME HostLibrary.ThePluginIsConfiguredForAnotherHost
         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/host_library_test.sh ${PROJECT_SOURCE_DIR} $<TARGET_FILE:second_host>
                 $<TARGET_FILE:any_host_test> ${CMAKE_CXX_COMPILER})
-    set_tests_properties(HostLibrary.ThePluginIsConfiguredForAnotherHost PROPERTIES TIMEOUT 300)
+    set_tests_properties(HostLibrary.ThePluginIsConfiguredForAnotherHost PROPERTIES TIMEOUT 300 LABELS long)
 endif()
