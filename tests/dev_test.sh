@@ -39,6 +39,8 @@ a_tree() {
     cp -r "$root/dev" "$root/portability" "$root/lab" "$root/CMakePresets.json" "$work/tree"
     mkdir -p "$work/tree/tests"
     cp -r "$root/tests/mutation" "$work/tree/tests"
+    mkdir "$work/tree/packaging"
+    cp "$root/packaging/release.sh" "$work/tree/packaging"
     git -C "$work/tree" init -q
     git -C "$work/tree" -c user.name=t -c user.email=t@t.invalid commit -q --allow-empty -m empty
     plays dpkg-query 'echo -n installed'
@@ -64,7 +66,7 @@ case $1 in
         a_tree
         # Arguments of `run` are those of the command that it runs.
         mapfile -t commands < <("$root/dev" help | sed -nE 's/^  ([a-z]+) .*/\1/p' | grep -vx run)
-        [ ${#commands[@]} -ge 16 ] || wrong "only these commands are in the usage: ${commands[*]}"
+        [ ${#commands[@]} -ge 17 ] || wrong "only these commands are in the usage: ${commands[*]}"
         for command in "${commands[@]}" help; do
             runs 2 "$work/tree/dev" "$command" --no-such-option
             tail -n 1 "$work/errors" | grep -q -- --no-such-option || wrong "$command does not name its argument"
