@@ -100,7 +100,7 @@ std::chrono::nanoseconds processorTimeOfThread()
 
 }  // namespace
 
-TEST_P(ExecPipeLimits, SleepsWhileTheCommandDoes)
+TEST_P(ExecPipeLimits, UsesNoProcessorTimeWhileTheCommandSleeps)
 {
     const auto before = processorTimeOfThread();
     EXPECT_EQ(run("sleep 400", quickLimits()).result, 0);
@@ -145,7 +145,7 @@ TEST_P(ExecPipeLimits, EndsTheWholeGroupAtTheTimeLimit)
     EXPECT_THAT(lines, ElementsAre("grandchild"));
 }
 
-TEST_P(ExecPipeLimits, KillsWhoeverOfTheGroupSurvivesItsLeader)
+TEST_P(ExecPipeLimits, KillsMembersOfTheGroupThatSurviveItsLeader)
 {
     // The grandchild shows its number, and neither ends when it is asked nor holds a pipe.
     run("in-grandchild-while-waiting ignore 15 group close 1 close 2 sleep 60000", limitedTo(300ms));

@@ -37,7 +37,7 @@ TEST_F(ExecPipe, TakesAnImmenseLimitForNone)
     EXPECT_EQ(exec(probe + " exit 0", 1000000000).result, 0);
 }
 
-TEST_F(ExecPipe, WaitsASecondForThoseWhoOutliveTheChild)
+TEST_F(ExecPipe, WaitsASecondForDescendantsThatOutliveTheChild)
 {
     Outcome outcome;
     const auto time = timeOf([&] { outcome = exec(probe + " in-grandchild sleep 700 print late@n sleep 4000"); });
@@ -204,7 +204,7 @@ TEST_F(ExecPipe, HasTheLimitsThatHostsRelyOn)
     EXPECT_EQ(limits.outputLines, 67108864U);
 }
 
-TEST_F(ExecPipe, KillsAChildThatIgnoresSigtermTwoSecondsBehindTheTimeLimit)
+TEST_F(ExecPipe, KillsAChildThatIgnoresSigtermTwoSecondsAfterTheTimeLimit)
 {
     const auto start = std::chrono::steady_clock::now();
     std::vector<std::string> output;

@@ -28,7 +28,7 @@ TEST_F(VolumeManagerSupport, TheNodeIsTheFirstColumnOfTheFirstRow)
         }));
 }
 
-TEST_F(VolumeManagerSupport, ANodeRowMayHaveTabsLineEndsAndBlanksAndMayStandBehindBlankRows)
+TEST_F(VolumeManagerSupport, ANodeRowMayHaveTabsLineEndsAndBlanksAndMayFollowBlankRows)
 {
     EXPECT_EQ(nodeIn(lines({"kiv0_1"})), "kiv0_1");
     EXPECT_EQ(nodeIn(lines({"  kiv0_1\t ENABLED\n"})), "kiv0_1");
@@ -125,7 +125,7 @@ TEST_F(VolumeManagerSupport, ARunnersExceptionIsAFailedQuery)
              "2 CZtKIVSupport::getZtVMDiskForOSDiskHandler : Command [/usr/sbin/ztkivadm   getkivnode  nodename=sdc] failed with error [half]"}));
 }
 
-TEST_F(VolumeManagerSupport, OneStringMayBeDiskAndAnswer)
+TEST_F(VolumeManagerSupport, TheSameStringMayBeDiskAndAnswer)
 {
     host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
     std::string text = "sdc";
@@ -315,7 +315,7 @@ TEST_F(VolumeManagerSupport, ARemovalNamesItsNode)
               }));
 }
 
-TEST_F(VolumeManagerSupport, NobodySeesThatARemovalFailed)
+TEST_F(VolumeManagerSupport, AFailedRemovalIsRecordedAndGivesZero)
 {
     host.fails(removeNode, 4, 1024, lines({"busy"}));
     EXPECT_EQ(support.removeDisksFromZtVM("kiv0_1"), 0);

@@ -126,7 +126,7 @@ TEST_F(VolumeManagerSupport, EveryOtherExceptionPassesThroughTheRunner)
     EXPECT_EQ(host.trace(1), lines({}));
 }
 
-TEST_F(VolumeManagerSupport, ACommandMayStandInTheLinesThatItsOutputReplaces)
+TEST_F(VolumeManagerSupport, ACommandMayBeOneOfTheLinesThatItsOutputReplaces)
 {
     constexpr char command[] = "/bin/x with words enough for the heap";
     host.prints(command, lines({"out"}));
@@ -157,7 +157,7 @@ TEST_F(VolumeManagerSupport, AnExceptionOfTheRunnersConstructorIsOneOfItsRuns)
     EXPECT_EQ(host.trace(1), lines({"ExecuteCommand - exception thrown in command execution."}));
 }
 
-TEST_F(VolumeManagerSupport, AnEFiExecPipeOfTheLogIsNoneOfTheRunner)
+TEST_F(VolumeManagerSupport, AnEFiExecPipeThatTheLogThrowsIsNotTakenForTheRunners)
 {
     host.failsTracing("ExecuteCommand", [] { throw EFiExecPipe(); });
     EXPECT_THROW(support.executeCommand("/bin/x", output), EFiExecPipe);
@@ -251,7 +251,7 @@ TEST_F(VolumeManagerSupport, WhatTheLogThrowsPassesThroughEveryOperation)
     expectThePassageOf("Entering Function isCommandAvailable", [&] { support.isZtKIVInstalled(); });
 }
 
-TEST_F(VolumeManagerSupport, TheAnswerIsEmptiedBeforeEveryQueryAndBehindTheRemoval)
+TEST_F(VolumeManagerSupport, TheAnswerIsEmptiedBeforeEveryQueryAndAfterTheRemoval)
 {
     host.failsTracing("Entering Function getZtVMDiskForOSDiskHandler [");
     EXPECT_THROW(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), std::runtime_error);
