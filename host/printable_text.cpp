@@ -13,22 +13,11 @@ bool isControl(unsigned int codePoint)
     return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0);
 }
 
-// Characters without a picture that turn the text behind them around.
+// Invisible characters that change the direction of the text after them.
 bool isDirectional(unsigned int codePoint)
 {
     return codePoint == 0x200E || codePoint == 0x200F || (codePoint >= 0x202A && codePoint <= 0x202E) ||
            (codePoint >= 0x2066 && codePoint <= 0x2069);
-}
-
-void appendEscaped(std::string& result, std::string_view bytes)
-{
-    static constexpr char hexDigits[] = "0123456789abcdef";
-    for (const char character : bytes) {
-        const auto byte = static_cast<unsigned char>(character);
-        result += "\\x";
-        result += hexDigits[byte >> 4U];
-        result += hexDigits[byte & 0x0FU];
-    }
 }
 
 // How many printable ASCII characters `text` begins with.
@@ -57,7 +46,9 @@ std::string printableText(std::string_view text)
         const host_internal::Utf8Character character = host_internal::decodeUtf8(text);
         const std::string_view bytes = text.substr(0, std::max<std::size_t>(character.length, 1));
         if (character.length == 0 || isControl(character.codePoint) || isDirectional(character.codePoint)) {
-            appendEscaped(result, bytes);
+            for (const char byte : bytes) {
+                host_internal::appendEscapedByte(result, byte);
+            }
         } else {
             result.append(bytes);
         }

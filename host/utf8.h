@@ -1,4 +1,4 @@
-// Reads UTF-8 without trusting it. Private to the bundled host.
+// Reads UTF-8 without trusting it, and shows what is none. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_UTF8_H
 #define KIVCLAIM_HOST_UTF8_H
 
@@ -55,6 +55,17 @@ inline Utf8Character decodeUtf8(std::string_view text)
         return {0, 0};
     }
     return {length, codePoint};
+}
+
+// Appends a byte that is no text, or must not be shown as such, as \xHH to a narrow or wide string.
+template <class String>
+void appendEscapedByte(String& result, char character)
+{
+    constexpr char hexDigits[] = "0123456789abcdef";
+    const auto byte = static_cast<unsigned char>(character);
+    for (const char part : {'\\', 'x', hexDigits[byte >> 4U], hexDigits[byte & 0x0FU]}) {
+        result += static_cast<typename String::value_type>(part);
+    }
 }
 
 }  // namespace kivclaim::host_internal

@@ -48,7 +48,7 @@ constexpr int lineOfAppendPartitionSuffix = 242;
 
 constexpr std::string_view claimString = "/dev/mapper/";
 // Deliberate: without the trailing slash, unlike the claim string. Pinned by
-// DeviceMapper.TheNameRuleDoesNotAskForASlashBehindTheDirectory.
+// DeviceMapper.TheNameRuleDoesNotAskForASlashAfterTheDirectory.
 constexpr std::string_view mapperDirectory = "/dev/mapper";
 
 constexpr std::size_t suffixCapacity = 32;
@@ -480,10 +480,10 @@ int CKivDeviceMapperClaim::addLogicalVolumes(const std::vector<std::string>& out
             return listFailed;
         }
         // Deliberate: the search result is used even when nothing was found; only reading outside the lines or
-        // outside a line is turned into an exception. Pinned by LvList.VolumeGroupLineMissing.
+        // outside a line is turned into an exception. Pinned by LvList.WithoutAGroupLineItComesFromTheVolumesLine.
         const std::size_t label = CFiStringTool::find(output, groupLabel, index, false);
         const std::string group = CFiStringTool::trim(output.at(index).substr(label + labelLength), " \n\t\r");
-        // Deliberate: no character is escaped or doubled. Pinned by LvList.DashesAreNotDoubled.
+        // Deliberate: no character is escaped or doubled. Pinned by LvList.DashesInNamesAreNotDoubled.
         std::string path(claimString);
         path.append(group).append("-").append(volume);
         logicalVolumePaths.insert(path);

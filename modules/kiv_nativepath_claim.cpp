@@ -343,7 +343,7 @@ int CZtKIVSupport::ztvmScanDisks(const std::vector<std::string>& disks)
     return 0;
 }
 
-// Deliberate: callers see no failure. Pinned by VolumeManagerSupport.NobodySeesThatARemovalFailed.
+// Deliberate: callers see no failure. Pinned by VolumeManagerSupport.AFailedRemovalIsRecordedAndGivesZero.
 int CZtKIVSupport::removeDisksFromZtVM(std::string disk)
 {
     const CFiTraceLogFunction scope(traceLog, "removeDisksFromZtVM", __LINE__, sourceFile);
@@ -441,7 +441,7 @@ std::string CNativePathClaim::removePartitionSuffix(const std::string& device, u
 }
 
 // Deliberate: beside slot 9, not in its place, so the manager and every other holder of the base interface get the
-// path back as it is. Pinned by NativePath.TheBaseInterfaceReachesNoLookup.
+// path back as it is. Pinned by NativePath.CalledThroughTheBaseInterfaceItLooksNothingUp.
 std::string CNativePathClaim::getActivePath(const std::string& device, bool waited)
 {
     std::string path;

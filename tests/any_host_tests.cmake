@@ -104,7 +104,7 @@ if(NOT KIVCLAIM_SANITIZERS)
     add_test(NAME HostLibrary.ThePluginIsConfiguredForAnotherHost
         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/host_library_test.sh ${PROJECT_SOURCE_DIR} $<TARGET_FILE:second_host>
                 $<TARGET_FILE:any_host_test> ${CMAKE_CXX_COMPILER})
-    set_tests_properties(HostLibrary.ThePluginIsConfiguredForAnotherHost PROPERTIES TIMEOUT 300)
+    set_tests_properties(HostLibrary.ThePluginIsConfiguredForAnotherHost PROPERTIES TIMEOUT 300 LABELS long)
 endif()
 
 # Which file supplies each operation, in every arrangement in which a host may be mistaken about it.

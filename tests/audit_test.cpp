@@ -412,7 +412,7 @@ TEST_F(Audit, APrefixCountsAnywhere)
                     "'/dev/sd' counts wherever it stands in a path"});
 }
 
-TEST_F(Audit, CountsWhatItFound)
+TEST_F(Audit, EndsWithTheNumbersOfDevicesAndDifferences)
 {
     machine.disk("xvda").mapped("dm-0", "zero", "");
     EXPECT_THAT(audit().output, HasSubstr("\n2 devices: 1 agrees, 1 differs by known quirks (see docs/quirks.md), "

@@ -338,7 +338,7 @@ TEST_F(ClaimManager, ALogThatTheManagerCannotLockIsHandedToTheModulesAllTheSame)
     EXPECT_EQ(host.logCount(), 1U) << "nobody could count it";
 }
 
-TEST_F(ClaimManager, EveryModuleHoldsTheLogAndLetsGoOfItAtTheEnd)
+TEST_F(ClaimManager, EveryModuleHoldsTheLogAndReleasesItAtTheEnd)
 {
     const auto builtIn = static_cast<unsigned int>(manager->claimModules().size());
     add("mine", {});

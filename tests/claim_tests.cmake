@@ -22,6 +22,8 @@ set(claim_test_sources
     nativepath_test.cpp
     powerpath_test.cpp
     trace_contract_test.cpp
+    volume_manager_queries_test.cpp
+    volume_manager_retries_test.cpp
     volume_manager_support_test.cpp)
 
 kivclaim_test(claim_test

@@ -75,7 +75,7 @@ TEST_F(Replay, ACommandWithoutAnOutcomeIsNotThere)
     EXPECT_TRUE(exec(probe + " print out@n").wasThrown) << "it must not run";
 }
 
-TEST_F(Replay, TheInnermostOneAnswers)
+TEST_F(Replay, OfNestedReplaysTheInnermostAnswers)
 {
     const CommandReplay outer(always({"outer\n", "", 0, 0}));
     {

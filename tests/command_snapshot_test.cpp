@@ -124,7 +124,7 @@ TEST_F(Snapshot, RunsEveryOtherCommandEachTime)
     EXPECT_EQ(named.runs(), 2) << "only exactly the same line is the same command";
 }
 
-TEST_F(Snapshot, ForgetsAtItsEnd)
+TEST_F(Snapshot, RunsTheCommandAgainInTheNextSnapshotAndAfterTheLast)
 {
     const CountedCommand command;
     for (int i = 0; i < 2; ++i) {
@@ -177,7 +177,7 @@ TEST_F(Snapshot, MayEndBeforeAnInnerOne)
     EXPECT_EQ(ofInner.runs(), 1);
 }
 
-TEST_F(Snapshot, DoesNotConcernOtherThreads)
+TEST_F(Snapshot, OtherThreadsRunTheCommandThemselves)
 {
     const CountedCommand command;
     const CommandSnapshot snapshot({command.line});
@@ -189,7 +189,7 @@ TEST_F(Snapshot, DoesNotConcernOtherThreads)
     EXPECT_EQ(command.runs(), 3);
 }
 
-TEST_F(Snapshot, MayBeClosedByWhoReceivesTheRecordsOfARun)
+TEST_F(Snapshot, MayBeClosedByTheReceiverOfTheRecordsOfARun)
 {
     const CountedCommand command;
     std::unique_ptr<CommandSnapshot> snapshot;

@@ -45,7 +45,7 @@ add_test(NAME Contract.TypesOfTheKernelFacts
 function(kivclaim_guard_test name alteration)
     add_test(NAME Contract.Guard.${name}
              COMMAND ${contract_scripts}/guard_test.sh ${alteration} ${KIVCLAIM_RELEASE_SOURCE} $<TARGET_FILE:ztfi_pdk>)
-    set_tests_properties(Contract.Guard.${name} PROPERTIES TIMEOUT 600)
+    set_tests_properties(Contract.Guard.${name} PROPERTIES TIMEOUT 600 LABELS long)
 endfunction()
 
 kivclaim_guard_test(NothingIsSeenWhereNothingChanged nothing)

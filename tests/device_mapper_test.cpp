@@ -109,7 +109,7 @@ TEST_F(DeviceMapper, ANameThatEndsInPartAndOneDigitIsAPartitionWithoutAnyProbe)
     EXPECT_EQ(host.calls(), lines({}));
 }
 
-TEST_F(DeviceMapper, TheNameRuleDoesNotAskForASlashBehindTheDirectory)
+TEST_F(DeviceMapper, TheNameRuleDoesNotAskForASlashAfterTheDirectory)
 {
     EXPECT_EQ(module.isPartition("/dev/mapperpart1"), 1);
     EXPECT_EQ(module.isPartition("/host/dev/mapper/x-part1"), 1);
@@ -188,7 +188,7 @@ TEST_F(DeviceMapper, AnExceptionInThePartitionTestIsTracedAndAnsweredWithNo)
     EXPECT_EQ(host.trace(2), lines({"CKivDeviceMapperClaim::isPartition: Unknown exception caught"}));
 }
 
-TEST_F(DeviceMapper, AppendsByRelease11)
+TEST_F(DeviceMapper, OnRelease11AppendsAnUnderscorePartAndTheNumber)
 {
     host.kernelRelease("3.0.101-63-default");
     EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpatha", 1), "/dev/mapper/mpatha_part1");

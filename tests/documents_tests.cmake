@@ -14,5 +14,6 @@ add_test(NAME Completion.BashOffersTheWordsOfTheHelp
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/documents/completion_test.sh bash $<TARGET_FILE:kivclaim_command> ${completion}/kivclaim.bash)
 add_test(NAME Completion.ZshOffersTheWordsOfTheHelp
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/documents/completion_test.sh zsh $<TARGET_FILE:kivclaim_command> ${completion}/_kivclaim)
+set_tests_properties(Completion.ZshOffersTheWordsOfTheHelp PROPERTIES LABELS long)
 add_test(NAME Docs.ReadmeShowsWhatTheCommandPrintsAboutTheLabsMachine
          COMMAND ${PROJECT_SOURCE_DIR}/docs/readme_examples.sh --check $<TARGET_FILE:kivclaim_command>)

@@ -33,7 +33,9 @@ kivclaim_test_program(line_writer)
 
 kivclaim_test(printable_text_test SOURCES printable_text_test.cpp LIBRARIES kivclaim::ztfi_pdk)
 kivclaim_test(string_tool_test SOURCES string_tool_test.cpp LIBRARIES kivclaim::ztfi_pdk)
-kivclaim_runner_test(exec_pipe_test)
+foreach(subject IN ITEMS "" _failures _left_behind _limits _process)
+    kivclaim_runner_test(exec_pipe${subject}_test)
+endforeach()
 kivclaim_runner_test(exec_pipe_trace_test)
 if(NOT KIVCLAIM_SANITIZERS MATCHES thread)
     # Brings allocation operators of its own, as does the thread sanitizer; it has a single thread anyway.

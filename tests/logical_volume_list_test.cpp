@@ -148,7 +148,7 @@ TEST_F(LvList, ComparesPathsToTheLetter)
     EXPECT_EQ(module.isLinuxLogicalVolume(""), 0);
 }
 
-TEST_F(LvList, DashesAreNotDoubled)
+TEST_F(LvList, DashesInNamesAreNotDoubled)
 {
     EXPECT_EQ(added(lines({"LV Name /dev/vg-a/lv1", "VG Name vg-a"})), lines({"/dev/mapper/vg-a-lv1"}));
     EXPECT_EQ(module.isLinuxLogicalVolume("/dev/mapper/vg--a-lv1"), 0) << "the node's real name is not recognised";
@@ -200,7 +200,7 @@ TEST_F(LvList, ATabSeparatedBareNameIsCutAtTheLastBlank)
     EXPECT_EQ(added(lines({"\tLV Name\t\tlvol1", "\tVG Name\t\tvg00"})), lines({"/dev/mapper/vg00-Name\t\tlvol1"}));
 }
 
-TEST_F(LvList, TheLastSlashDecides)
+TEST_F(LvList, TheNameBeginsAfterTheLastSlash)
 {
     EXPECT_EQ(added(lines({"LV Name /dev/vg/a b", "VG Name vg", "LV Name x/", "VG Name vg"})),
               lines({"/dev/mapper/vg-a b", "/dev/mapper/vg-"}));
@@ -217,7 +217,7 @@ TEST_F(LvList, LinesBetweenVolumeAndGroupDoNotMatter)
         << "a second volume before the group is passed over";
 }
 
-TEST_F(LvList, VolumeGroupLineMissing)
+TEST_F(LvList, WithoutAGroupLineItComesFromTheVolumesLine)
 {
     // The search leaves the index alone, and the text behind "nothing found" plus seven begins at the sixth character.
     EXPECT_EQ(added(lines({"  LV Name                lvol1"})), lines({"/dev/mapper/ame                lvol1-lvol1"}));
@@ -356,7 +356,7 @@ TEST_F(LvList, APartialListAfterAnExceptionIsUsedByTheNextQuestion)
 
 #ifdef KIVCLAIM_OWN_STRING_TOOLS
 
-TEST_F(LvList, AMissThatLeavesTheIndexBehindTheLinesIsAnException)
+TEST_F(LvList, AMissThatLeavesTheIndexAfterTheLastLineIsAnException)
 {
     for (const unsigned long left : {1UL, 2UL, ULONG_MAX}) {
         host.indexAfterMiss = left;
@@ -394,7 +394,7 @@ TEST_F(LvList, ABuildThatEndsEarlyAnswersNoForThisQuestion)
     EXPECT_EQ(host.trace(6).back(), "CKivDeviceMapperClaim::isLinuxLogicalVolume: creating LVM device list failed");
 }
 
-TEST_F(LvList, AHitThatPointsBehindTheLinesIsAnException)
+TEST_F(LvList, AHitThatPointsAfterTheLastLineIsAnException)
 {
     for (const unsigned long wild : {2UL, ULONG_MAX}) {
         host.indexAfterHit = wild;
@@ -402,7 +402,7 @@ TEST_F(LvList, AHitThatPointsBehindTheLinesIsAnException)
     }
 }
 
-TEST_F(LvList, AMissThatTurnsTheIndexBackDoesNotGoOnForEver)
+TEST_F(LvList, AMissThatTurnsTheIndexBackReadsNoLineAgain)
 {
     host.indexAfterMiss = 0;
     EXPECT_EQ(added(lines({"a long enough line", "LV Name a", "LV Name b"})),

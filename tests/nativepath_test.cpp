@@ -120,7 +120,7 @@ TEST_F(NativePath, APartitionIsAnyPathOfThreeCharactersOrMoreThatEndsInADigit)
     }
 }
 
-TEST_F(NativePath, NothingElseIsAPartitionAndNothingIsSaidAboutIt)
+TEST_F(NativePath, WhatIsTooShortOrEndsInNoDigitIsNoPartitionAndNothingIsRecorded)
 {
     for (const char* const path : {"/dev/sdc", "/dev/sd", "a1", "12", "1", "", "/dev/sdc:", "/dev/sdc/", "/dev/sdc1x",
                                    "/dev/sdc\xB2", "/dev/sdc1 "}) {
@@ -154,7 +154,7 @@ TEST_F(NativePath, APartitionPathIsCutToOneThousandAndTwentyThreeCharacters)
     EXPECT_EQ(module.appendPartitionSuffix(std::string(5000, 'a'), 12345), std::string(1023, 'a'));
 }
 
-TEST_F(NativePath, EveryDigitIsOne)
+TEST_F(NativePath, EveryTrailingDigitIsThePartitionNumber)
 {
     for (unsigned int digit = 0; digit < 10; ++digit) {
         unsigned int partition = 77;
@@ -281,7 +281,7 @@ TEST_F(NativePath, WhatTheLogThrowsPassesThrough)
     EXPECT_THROW(module.claim("/dev/sda1"), std::runtime_error);
 }
 
-TEST_F(NativePath, TheBaseInterfaceReachesNoLookup)
+TEST_F(NativePath, CalledThroughTheBaseInterfaceItLooksNothingUp)
 {
     host.executable("/usr/sbin/ztkivadm");
     CKivDeviceClaimBase& base = module;
@@ -476,7 +476,7 @@ TEST_F(NativePathUnderTheVolumeManager, NamesTheDiskByTheBasesRuleWhateverADeriv
     EXPECT_EQ(derived.getActivePath("/dev/sdc", true), "/dev/sdf");
 }
 
-TEST_F(NativePathUnderTheVolumeManager, HoldsTheLogForTheSupportObjectOnlyMeanwhile)
+TEST_F(NativePathUnderTheVolumeManager, TheSupportObjectReleasesTheLogAfterTheLookup)
 {
     host.prints(nodeOfSdc, nodeTable);
     host.prints(pathsOfNode, pathTable);

@@ -1,5 +1,7 @@
 #include "tests/process.h"
 
+#include "tests/process_status.h"
+
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -205,16 +207,9 @@ void Process::signal(int number) const
 
 long Process::peakKilobytes() const
 {
-    std::ifstream status("/proc/" + std::to_string(child) + "/status");
-    for (std::string field; status >> field;) {
-        if (field == "VmHWM:") {
-            long kilobytes = 0;
-            status >> kilobytes;
-            return kilobytes;
-        }
-    }
-    ADD_FAILURE() << "the process has ended too early";
-    return 0;
+    const std::string kilobytes = processStatus(std::to_string(child), "VmHWM");
+    EXPECT_NE(kilobytes, "") << "the process has ended too early";
+    return std::atol(kilobytes.c_str());
 }
 
 // Feeds the input and collects both outputs at once, so that neither side waits for the other for ever.

@@ -4,6 +4,7 @@
 
 #include "framework/cfiexecpipe.h"
 #include "host/runner/command_run.h"
+#include "tests/process_status.h"
 
 #include <dirent.h>
 #include <sys/resource.h>
@@ -14,7 +15,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <iterator>
 #include <set>
 #include <string>
@@ -104,7 +104,8 @@ std::chrono::milliseconds timeOf(Work work)
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
 }
 
-constexpr auto muchTooLong = slowness * std::chrono::seconds(8);  // no run of these tests takes this long unless it hangs
+// No run of these tests takes this long unless it hangs.
+constexpr auto muchTooLong = slowness * std::chrono::seconds(8);
 
 // A file that is gone at the end.
 class TemporaryFile {
@@ -170,15 +171,6 @@ inline kivclaim::host_internal::RunLimits limitedTo(std::chrono::milliseconds ti
     kivclaim::host_internal::RunLimits limits = quickLimits();
     limits.wholeRun = slowness * time;
     return limits;
-}
-
-// Whether the process is there and no zombie.
-inline bool isRunning(const std::string& process)
-{
-    std::ifstream status("/proc/" + process + "/status");
-    std::string text;
-    std::getline(status, text, '\0');  // unlike an iterator it does not throw when the process ends meanwhile
-    return !text.empty() && text.find("State:\tZ") == std::string::npos;
 }
 
 #endif

@@ -316,7 +316,7 @@ TEST(RawSlots, OfTheClaimManagerAnswer)
     EXPECT_EQ(host.logCount(), 1U);
 }
 
-TEST(Layout, OfTheContractTypes)
+TEST(Layout, ContractTypesHaveNoMembersBesidesThoseListed)
 {
     EXPECT_EQ(words<CFiSmartPtr<CFiTraceLog>>, 1U);
     EXPECT_EQ(words<CFiTraceable>, 2U) << "table, log";
@@ -440,7 +440,7 @@ TEST(Contract, AFailureBeginsWithoutNumbers)
     EXPECT_EQ(failure.waitStatus, 0);
 }
 
-TEST(Contract, OfModulesInFilesNamesOneFunctionForEver)
+TEST(Contract, OfModulesInFilesNamesTheSameFunctionInEveryRelease)
 {
     EXPECT_STREQ(kivCreateClaimModuleName, "kivclaim_create_claim_module")
         << "modules that are out there have this one";

@@ -131,7 +131,7 @@ TEST(StringToolFind, IgnoresTheCaseOfAsciiLettersOnly)
     EXPECT_EQ(look({"AZaz"}, "azAZ", 0, true), (Found{0, 0}));
 }
 
-TEST(StringToolFind, FindsBehindANulByte)
+TEST(StringToolFind, FindsTextAfterANulByte)
 {
     EXPECT_EQ(look({"a\0Bc"s}, "bC", 0, true), (Found{2, 0}));
     EXPECT_EQ(look({"a\0Bc"s}, "\0B"s, 0), (Found{1, 0}));

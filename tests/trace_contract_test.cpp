@@ -150,7 +150,7 @@ TEST_F(SmartPointer, AReleaseThatCannotLockKeepsThePointerAndTheCount)
     EXPECT_EQ(pointer.release(), 0);
 }
 
-TEST_F(SmartPointer, AcquireLetsGoOfWhatIsHeldFirst)
+TEST_F(SmartPointer, AcquireReleasesWhatIsHeldFirst)
 {
     SharedPointer pointer;
     pointer.acquire(new Shared(diary));
@@ -160,7 +160,7 @@ TEST_F(SmartPointer, AcquireLetsGoOfWhatIsHeldFirst)
     EXPECT_EQ(pointer.get(), other);
 }
 
-TEST_F(SmartPointer, AcquireOfNullReturnsWhatLettingGoReturned)
+TEST_F(SmartPointer, AcquireOfNullReturnsWhatTheReleaseReturned)
 {
     SharedPointer pointer;
     EXPECT_EQ(pointer.acquire(nullptr), -1);
@@ -184,7 +184,7 @@ TEST_F(SmartPointer, AnAcquireThatCannotLockLeavesThePointerEmpty)
     EXPECT_EQ(shared.getCount(), 0U);
 }
 
-TEST_F(SmartPointer, AnAcquireThatCannotLockHasLetGoAlready)
+TEST_F(SmartPointer, AnAcquireThatCannotLockHasReleasedTheOldReferent)
 {
     Shared shared(diary);
     SharedPointer pointer;
@@ -234,7 +234,7 @@ TEST_F(SmartPointer, ACopyOfAnEmptyPointerIsEmpty)
     EXPECT_EQ(copy.get(), nullptr);
 }
 
-TEST_F(SmartPointer, AssignmentLetsGoOfTheOldAndCountsTheNew)
+TEST_F(SmartPointer, AssignmentReleasesTheOldAndCountsTheNew)
 {
     SharedPointer first;
     first.acquire(new Shared(diary));
@@ -373,7 +373,7 @@ TEST_F(SmartPointer, SeveralThreadsMayCopyAndReleaseOneReferent)
     EXPECT_EQ(diary.size(), 1U);
 }
 
-TEST(TraceLog, LetsGoOfItsErrorManagerWhenItEnds)
+TEST(TraceLog, ReleasesItsErrorManagerWhenItEnds)
 {
     class Manager : public CFiErrorManager {
     public:
@@ -445,7 +445,7 @@ TEST(TraceLog, EndsWithItsErrorManagerThenItsTextsFromTheLastToTheFirst)
                             "text 0 freed"}));
 }
 
-TEST(ErrorManager, LetsGoOfItsMessagesWhenItEnds)
+TEST(ErrorManager, ReleasesItsMessagesWhenItEnds)
 {
     class Message : public CFiMessage {
     public:

@@ -150,14 +150,14 @@ TEST_F(TraceLogFile, ATextOfBracesIsNoFormat)
     EXPECT_THAT(linesOf(path).front(), testing::EndsWith(" {} {0} %v %s"));
 }
 
-TEST_F(TraceLogFile, IsAppendedTo)
+TEST_F(TraceLogFile, EachLogAppendsToTheFileThatIsThere)
 {
     log(6)->trace(3, "first");
     log(6)->trace(3, "second");
     EXPECT_EQ(linesOf(path).size(), 2U);
 }
 
-TEST_F(TraceLogFile, IsRotatedBySize)
+TEST_F(TraceLogFile, IsRotatedWhenItHasReachedItsSize)
 {
     const TraceLogPointer traceLog = makeTraceLog({traceToFile(6, path, 4096, 2)});
     const std::string text(1000, 'x');

@@ -4,19 +4,6 @@
 
 namespace kivclaim::host_internal {
 
-namespace {
-
-void appendEscapedByte(std::wstring& result, char character)
-{
-    constexpr wchar_t hexDigits[] = L"0123456789abcdef";
-    const auto byte = static_cast<unsigned char>(character);
-    result += L"\\x";
-    result += hexDigits[byte >> 4U];
-    result += hexDigits[byte & 0x0FU];
-}
-
-}  // namespace
-
 std::wstring wideText(std::string_view text)
 {
     static_assert(sizeof(wchar_t) >= 4, "one wide character holds every code point");

@@ -201,7 +201,7 @@ TEST_P(AnyHost, AnswersFromNamesAloneNeedNoTool)
                       Contains("whole /dev/null:  0")));
 }
 
-TEST_P(AnyHost, EveryScopeIsLeft)
+TEST_P(AnyHost, EveryEntryRecordHasItsExitRecord)
 {
     const Lines lines = allLines({"claim", "/dev/emcpowera"});
     ASSERT_THAT(lines, Not(IsEmpty()));

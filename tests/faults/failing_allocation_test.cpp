@@ -46,8 +46,9 @@ struct AskedManager {
 
 TEST(FailingAllocation, AnUnsureAnswerOfAQueryIsWholeOrReachesTheCallerAsAFailure)
 {
-    constexpr char oneVolume[] = "The path was printed as a logical volume but is not treated as one, because "
-                                 "/sbin/lvdisplay exited with status 5 after printing 1 volume.";
+    constexpr char oneVolume[] =
+        "The path was printed as a logical volume but is not treated as one, because "
+        "/sbin/lvdisplay exited with status 5 after printing 1 volume.";
     const int failures = failEachAllocation<AskedManager>(
         [](Host& host) {
             host.fails("/sbin/lvdisplay", 5, 5 << 8,

@@ -39,7 +39,8 @@ LIBRARY = sorted(str(path.relative_to(ROOT)) for part in ("claim", "modules") fo
 TESTS = [
     "tests/trace_contract_test.cpp", "tests/claim_manager_test.cpp", "tests/claim_module_defaults_test.cpp",
     "tests/powerpath_test.cpp", "tests/nativepath_test.cpp", "tests/device_mapper_test.cpp",
-    "tests/logical_volume_list_test.cpp", "tests/volume_manager_support_test.cpp", "tests/slot_order_test.cpp",
+    "tests/logical_volume_list_test.cpp", "tests/volume_manager_support_test.cpp",
+    "tests/volume_manager_queries_test.cpp", "tests/volume_manager_retries_test.cpp", "tests/slot_order_test.cpp",
     "tests/claim_query_test.cpp",
     *sorted(str(path.relative_to(ROOT)) for path in (ROOT / "tests/faults").glob("*.cpp")),
 ]  # fmt: skip

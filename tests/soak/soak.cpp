@@ -8,6 +8,7 @@
 #include "host/trace_log.h"
 #include "modules/kiv_linux_device_mapper_claim.h"
 #include "modules/kiv_nativepath_claim.h"
+#include "tests/process_status.h"
 
 #include <malloc.h>
 #include <unistd.h>
@@ -40,17 +41,6 @@ struct Use {
     long children = 0;
 };
 
-long statusLine(const std::string& label)
-{
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.compare(0, label.size(), label) == 0) {
-            return std::stol(line.substr(label.size()));
-        }
-    }
-    return -1;
-}
-
 long childrenOf(pid_t process)
 {
     const std::string path = "/proc/self/task/" + std::to_string(process) + "/children";
@@ -66,8 +56,8 @@ Use use()
 {
     Use now;
     now.heapBytes = static_cast<long>(mallinfo2().uordblks);
-    now.residentKilobytes = statusLine("VmRSS:");
-    now.threads = statusLine("Threads:");
+    now.residentKilobytes = std::stol(processStatus("self", "VmRSS"));
+    now.threads = std::stol(processStatus("self", "Threads"));
     now.children = childrenOf(getpid());
     const std::filesystem::directory_iterator open("/proc/self/fd");
     now.descriptors = std::distance(begin(open), end(open));

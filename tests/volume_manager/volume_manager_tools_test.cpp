@@ -119,14 +119,14 @@ TEST_F(VolumeManagerTools, ARemovedNodeIsLostUntilAScanOfOneOfItsDisksOrOfAll)
     EXPECT_EQ(run(ztdisk + "   rm "), failed);
 }
 
-TEST_F(VolumeManagerTools, ALostNodeMayBeGiven)
+TEST_F(VolumeManagerTools, ANodeGivenAsLostIsNotFound)
 {
     given("lost kiv0_1\n");
     EXPECT_EQ(node("sdc"), failed);
     EXPECT_EQ(node("sde").exitCode, 0);
 }
 
-TEST_F(VolumeManagerTools, ACommandFailsAsToldAndCarriesNothingOut)
+TEST_F(VolumeManagerTools, ACommandThatIsToFailPrintsItsTextAndChangesNothing)
 {
     given("fail rm 7 the disk is busy\nfail getsubpaths 9\n");
     EXPECT_EQ(run(ztdisk + " rm kiv0_1"), (Result{7, "the disk is busy\n"}));
@@ -134,7 +134,7 @@ TEST_F(VolumeManagerTools, ACommandFailsAsToldAndCarriesNothingOut)
     EXPECT_EQ(node("sdc"), kiv0_1);
 }
 
-TEST_F(VolumeManagerTools, AStarIsAMoodOfAllCommands)
+TEST_F(VolumeManagerTools, AFailureGivenForAStarFailsEveryCommand)
 {
     given("fail * 5\n");
     EXPECT_EQ(node("sdc"), (Result{5, ""}));
@@ -148,7 +148,7 @@ TEST_F(VolumeManagerTools, AWarningComesBeforeTheHeaderAndGarbageInPlaceOfTheTab
     EXPECT_EQ(paths("kiv0_1"), (Result{0, "%s what?\n"}));
 }
 
-TEST_F(VolumeManagerTools, AMoodForOnceIsGoneAfterTheCommandThatItWasFor)
+TEST_F(VolumeManagerTools, ABehaviourGivenForOnceAppliesToTheNextSuchCommandOnly)
 {
     given("once fail getkivnode 3\nonce fail getkivnode 4 again\n");
     EXPECT_EQ(paths("kiv0_1").exitCode, 0);
