@@ -22,9 +22,14 @@ graph() {
         of_this && /^    / && ($1 != "||" || linked) { print $NF, made }'
 }
 
+# Of GoogleTest's, which get their labels by the program: seconds of processor time each, for size alone.
+long_tests='ListsTwoThousandDevices|AuditsHundredsOfDevices|ShowsHundredsOfDevices|ATallStackAndOneOfManyWays'
+
 # The number and the words of each command, for all tests but the long ones.
 commands() {
-    ctest --test-dir "$build" -N -V -LE '^long$' | sed -nE 's/^([0-9]+): Test command: (.*)/\1 \2/p' | tr -d '"'
+    # Without -R in front, -E would number the rest anew.
+    ctest --test-dir "$build" -N -V -LE '^long$' -R . -E "$long_tests" |
+        sed -nE 's/^([0-9]+): Test command: (.*)/\1 \2/p' | tr -d '"'
 }
 
 awk -v root="$root/" -v build="$build/" -v files="$*" '

@@ -114,7 +114,7 @@ case $1 in
         }
         build=${2#"$root/"}
         belongs tools/table.cpp "$build"
-        for name in List.ShowsHundredsOfDevices Completion.BashOffersTheWordsOfTheHelp; do
+        for name in List.ShowsClaimedDevicesInATable Completion.BashOffersTheWordsOfTheHelp; do
             grep -qx "$name" "$work/output" || wrong "tools/table.cpp: $name is missing"
         done
         ! grep -E '^(ExecPipe|ClaimManager|Contract|Lab)\.|Completion.Zsh' "$work/output" || wrong 'these are too much'
