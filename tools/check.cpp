@@ -11,6 +11,8 @@
 #include "tools/output.h"
 
 #include <dlfcn.h>
+#include <sys/auxv.h>
+#include <unistd.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -100,6 +102,14 @@ std::vector<std::string> insideArguments(const CheckOptions& options, const std:
     return arguments;
 }
 
+// Also where no /proc is mounted, as in a bare root directory.
+std::string ownProgram()
+{
+    constexpr char byProc[] = "/proc/self/exe";
+    const auto* const asCalled = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    return access(byProc, X_OK) == 0 || asCalled == nullptr ? byProc : asCalled;
+}
+
 std::vector<std::string> namesOfExported(const ElfFile& file)
 {
     std::vector<std::string> names;
@@ -121,7 +131,7 @@ Json checkModuleFile(const CheckOptions& options)
         exports.insert(exports.begin(), kivCreateClaimModuleName);
     }
     report["exports"] = exports;
-    addFindings(report, run({"/proc/self/exe", insideArguments(options, "module", options.module), {}, false}));
+    addFindings(report, run({ownProgram(), insideArguments(options, "module", options.module), {}, false}));
     if (isSupplier) {
         addProblem(report, "it exports operations of a host framework, which come from the process that loads it");
     }
@@ -146,7 +156,7 @@ public:
     LoaderTrace(const std::string& program, const std::string& preloaded)
     {
         // Not the one that the program names, nor the program itself: neither must run.
-        const std::string loader = readElfFile("/proc/self/exe").interpreter;
+        const std::string loader = readElfFile(ownProgram()).interpreter;
         const std::string text = run({loader,
                                       {program},
                                       {{"LD_TRACE_LOADED_OBJECTS", "1"},
@@ -218,7 +228,7 @@ void checkProgram(Json& report, const std::string& path)
 
 void checkFrameworkLibrary(Json& report, const CheckOptions& options, const std::string& path)
 {
-    addFindings(report, run({"/proc/self/exe",
+    addFindings(report, run({ownProgram(),
                              insideArguments(options, "host", options.host),
                              {{"LD_PRELOAD", preloadedFirst(fs::absolute(path).string())}},
                              false}));

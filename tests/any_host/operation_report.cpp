@@ -33,7 +33,7 @@ void print(KivHostOperation* ask)
 
 int main(int argc, char** argv)
 {
-    int flags = RTLD_LOCAL;
+    [[maybe_unused]] int flags = RTLD_LOCAL;
     std::string file;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];

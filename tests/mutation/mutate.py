@@ -108,7 +108,8 @@ def object_of(source):
 def release_source():
     """What CMake makes of the release's text."""
     path = WORK / "kiv_release.cpp"
-    version = re.search(r"project\(kivclaim VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text()).group(1)
+    header = (ROOT / "claim/kiv_version.h").read_text()
+    version = ".".join(re.findall(r"#define KIVCLAIM_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", header))
     path.write_text((ROOT / "claim/kiv_release.cpp.in").read_text().replace("@PROJECT_VERSION@", version))
     return path
 

@@ -64,11 +64,11 @@ std::string nameBeside(const std::string& path)
 
 }  // namespace
 
-Scratch::Scratch(const std::string& pattern, bool isDirectory) : place(pattern)
+Scratch::Scratch(const std::string& form, bool isDirectory) : place(form)
 {
     const int file = isDirectory ? -1 : ::mkostemp(place.data(), O_CLOEXEC);
     if (isDirectory ? ::mkdtemp(place.data()) == nullptr : file < 0) {
-        fail(pattern);
+        fail(form);
     }
     if (file >= 0) {
         ::close(file);
