@@ -24,7 +24,8 @@ using Lines = std::vector<std::string>;
 // The report's lines, with the bare names of the files.
 Lines report(const std::string& program, const Lines& arguments = {})
 {
-    const Ended ended = Process(program, arguments).run();
+    // Two builds of the library in one process are what some reports are about.
+    const Ended ended = Process(program, arguments).environment("ASAN_OPTIONS", "detect_odr_violation=0").run();
     EXPECT_EQ(ended.status, 0) << ended.errors;
     std::istringstream stream(ended.output);
     Lines lines;
@@ -82,10 +83,12 @@ TEST(HostOperations, AnOpenedLibraryTakesThemFromTheProcessThatExportsThem)
     EXPECT_EQ(report(FRAMEWORK_REPORT, {PLUGIN_WITHOUT_HOST}), allFrom("framework_report"));
 }
 
+#ifndef SANITIZED  // a sanitizer's runtime refuses such libraries
 TEST(HostOperations, DeepBindingTakesThemFromTheLibrarysOwnHost)
 {
     EXPECT_EQ(report(FRAMEWORK_REPORT, {"--deepbind", ORDINARY_PLUGIN}), allBundled);
 }
+#endif
 
 TEST(HostOperations, ASecondLibraryGetsWhatAnEarlierOneMadeGlobal)
 {
