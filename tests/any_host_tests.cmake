@@ -149,7 +149,10 @@ kivclaim_test(host_operations_test
         PLAIN_REPORT="$<TARGET_FILE:plain_report>"
         ORDINARY_PLUGIN="$<TARGET_FILE:kivclaim>"
         PLUGIN_WITHOUT_HOST="$<TARGET_FILE:plugin_without_host>"
-        PLUGIN_ON_SECOND_HOST="$<TARGET_FILE:plugin_on_second_host>" $<$<BOOL:${KIVCLAIM_SANITIZERS}>:SANITIZED>)
+        PLUGIN_ON_SECOND_HOST="$<TARGET_FILE:plugin_on_second_host>")
+if(KIVCLAIM_SANITIZERS)
+    target_compile_definitions(host_operations_test PRIVATE SANITIZED)
+endif()
 add_dependencies(host_operations_test
     report_on_bundled report_on_objects report_on_archive_before report_on_whole_archive report_on_hidden_objects
     report_on_library_before framework_report plain_report kivclaim plugin_without_host plugin_on_second_host)
