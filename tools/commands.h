@@ -62,6 +62,10 @@ struct DiffOptions {
     bool json = false;
 };
 
+struct ReportOptions {
+    std::string path;  // "-" is standard output
+};
+
 ExitStatus list(const SessionOptions& options, const ListOptions& form);
 ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths);
@@ -72,6 +76,7 @@ ExitStatus explain(const SessionOptions& options, const std::string& path);
 ExitStatus audit(const SessionOptions& options, const AuditOptions& request);
 ExitStatus record(const SessionOptions& options, const RecordOptions& request);
 ExitStatus diff(const SessionOptions& options, const DiffOptions& request);
+ExitStatus report(const SessionOptions& options, const ReportOptions& request);
 ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request);
 
 }  // namespace kivclaim::tools
