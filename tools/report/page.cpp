@@ -55,71 +55,77 @@ std::string scrolled(const std::string& label, const std::string& table)
     return "<div class=\"scrolled\" role=\"region\" tabindex=\"0\" aria-label=\"" + label + "\">" + table + "</div>\n";
 }
 
-// All columns of the listing of devices in which any of a stack's devices has a text.
+// What the listing says of a stack's devices: what matters most in columns, what else there is in one more.
 class DeviceTable {
 public:
-    DeviceTable(const ReportedMachine& reported, const DeviceStack& stack) : reported(reported)
-    {
-        for (const StackBox& box : stack.boxes) {
-            if (!box.isMount) {
-                add(box.device);
-            }
-        }
-    }
+    DeviceTable(const ReportedMachine& reported, const DeviceStack& stack) : reported(reported), stack(stack) {}
 
-    std::string text(const std::string& label) const
+    std::string text(const std::string& caption) const
     {
         std::vector<std::string> heads;
-        for (const std::size_t column : used) {
+        for (const std::size_t column : mainColumns()) {
             heads.emplace_back(deviceColumn(column).head.name);
         }
-        std::string table = "<table>" + tableHead("Devices of " + label, heads) + "<tbody>\n";
-        for (const Row& row : rows) {
-            std::vector<std::string> cells;
-            for (const std::size_t column : used) {
-                cells.push_back(row.cells[column]);
+        heads.emplace_back("MORE");
+        std::string table = "<table>" + tableHead(caption, heads) + "<tbody>\n";
+        for (const StackBox& box : stack.boxes) {
+            if (!box.isMount) {
+                table += tableRow("id=\"d" + std::to_string(box.device) + "\"", cellsOf(box.device));
             }
-            table += tableRow("id=\"d" + std::to_string(row.device) + "\"", cells);
         }
         return table + "</tbody></table>";
     }
 
 private:
-    struct Row {
-        DeviceIndex device;
-        std::vector<std::string> cells;
-    };
+    static const std::vector<std::size_t>& mainColumns()
+    {
+        static const std::vector<std::size_t> columns = [] {
+            std::vector<std::size_t> places;
+            const KnownColumns known = knownDeviceColumns();
+            for (const char* const name : {"DEVICE", "STACK", "LEVEL", "MARK", "TYPE", "SIZE", "STATE"}) {
+                places.push_back(columnNamed(known, name));
+            }
+            return places;
+        }();
+        return columns;
+    }
 
-    void add(DeviceIndex index)
+    std::vector<std::string> cellsOf(DeviceIndex index) const
     {
         const Device& device = reported.machine.devices()[index];
         const std::vector<DeviceIndex> parents = kernelParents(device);
         const DeviceRow row = {reported.machine, device, reported.answers[index],
                                parents.empty() ? noDevice : parents.front(), false};
-        Row& added = rows.emplace_back(Row{index, {}});
-        for (std::size_t column = 0; column <= deviceColumnOfDoubt; ++column) {
+        std::vector<std::string> cells;
+        for (const std::size_t column : mainColumns()) {
             const std::string text = deviceColumn(column).text(row);
-            added.cells.push_back(cell(column, text));
-            if (!text.empty()) {
-                used.insert(column);
-            }
+            cells.push_back(column == deviceColumnOfStack   ? stackName(text)
+                            : column == deviceColumnOfMarks ? marked(text)
+                                                            : escaped(text));
         }
+        cells.push_back(moreOf(row));
+        return cells;
     }
 
-    static std::string cell(std::size_t column, const std::string& text)
+    static std::string moreOf(const DeviceRow& row)
     {
-        if (column == deviceColumnOfStack) {
-            return stackName(text);
+        std::string more;
+        for (std::size_t column = 0; column <= deviceColumnOfDoubt; ++column) {
+            const DeviceColumn& other = deviceColumn(column);
+            const bool isMain = std::count(mainColumns().begin(), mainColumns().end(), column) != 0;
+            std::string text = isMain ? "" : other.text(row);
+            if (other.head.type == ColumnType::list) {
+                std::replace(text.begin(), text.end(), '\n', ' ');
+            }
+            if (!text.empty() && (other.head.type != ColumnType::flag || text != "0")) {
+                more += (more.empty() ? "" : "; ") + std::string(other.head.name) + " " + escaped(text);
+            }
         }
-        if (column == deviceColumnOfMarks) {
-            return marked(text);
-        }
-        return deviceColumn(column).head.type == ColumnType::list ? escapedLines(text) : escaped(text);
+        return more;
     }
 
     const ReportedMachine& reported;
-    std::vector<Row> rows;
-    std::set<std::size_t> used;
+    const DeviceStack& stack;
 };
 
 class Page {
@@ -186,7 +192,7 @@ private:
     {
         std::string text =
             "<p>What a device is made of is on its left, what is on it on its right. Each box leads to all that is "
-            "known of the device.</p>\n" +
+            "known of its device.</p>\n" +
             legend();
         const bool isOpen = reported.devices.size() <= mostOpenDevices;
         text += filterOf("#stacks > details", "stacks", "stacks");
@@ -201,7 +207,7 @@ private:
     std::string labelOf(const DeviceStack& stack) const
     {
         if (&stack == &stacks.back() && stack.boxes.size() > 1 && isWithoutLines(stack)) {
-            return "devices that nothing is stacked on";
+            return "Devices that nothing is stacked on";
         }
         DeviceIndex best = stack.boxes.front().device;
         for (const StackBox& box : stack.boxes) {
@@ -209,7 +215,7 @@ private:
                 best = box.device;
             }
         }
-        return "the stack of " + escaped(reported.machine.devices()[best].node);
+        return escaped(reported.machine.devices()[best].node);
     }
 
     bool isMap(DeviceIndex device) const
@@ -237,8 +243,11 @@ private:
                            "><summary><b>" + label + "</b> <span class=\"counts\">" + counted(devices, "device");
         text += marks != 0 ? ", <span class=\"marks\">\u26a0 " + std::to_string(marks) + " marked</span>" : "";
         text += "</span></summary>\n";
-        text += scrolled("Picture of " + label, pictureOf(reported, stack, "Picture of " + label));
-        return text + scrolled("Devices of " + label, DeviceTable(reported, stack).text(label)) + "</details>\n";
+        text += "<div class=\"scrolled\">" + pictureOf(reported, stack, "Picture of " + label) + "</div>\n";
+        return text +
+               scrolled("Devices of the picture of " + label,
+                        DeviceTable(reported, stack).text("Devices of this picture")) +
+               "</details>\n";
     }
 
     std::string luns() const

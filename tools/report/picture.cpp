@@ -10,13 +10,13 @@ namespace kivclaim::tools {
 namespace {
 
 // In the units of the picture.
-constexpr std::size_t boxWidth = 210;
+constexpr std::size_t boxWidth = 256;
 constexpr std::size_t boxHeight = 50;
-constexpr std::size_t columnStep = 270;
+constexpr std::size_t columnStep = 316;
 constexpr std::size_t rowStep = 58;
 constexpr std::size_t margin = 6;
-constexpr std::size_t placesOfName = 24;
-constexpr std::size_t placesOfFacts = 32;
+constexpr std::size_t placesOfName = 29;
+constexpr std::size_t placesOfFacts = 38;
 
 std::string number(std::size_t value)
 {
@@ -63,7 +63,7 @@ private:
     const Device& device(const StackBox& box) const { return reported.machine.devices()[box.device]; }
 
     static std::size_t left(const StackBox& box) { return margin + box.layer * columnStep; }
-    static std::size_t top(const StackBox& box) { return margin + box.place * rowStep; }
+    static std::size_t top(const StackBox& box) { return margin + box.place * rowStep / 2; }
 
     std::string line(const StackBox& from, const StackBox& to) const
     {
@@ -98,7 +98,7 @@ private:
         const bool isMarked = !answer.marks.empty();
         const std::string claim = answer.level == 0 ? "unclaimed" : answer.stack + " " + std::to_string(answer.level);
         const std::string size = sizeText(shown.bytes, false);
-        const std::string facts = joined({claim, std::string(shown.type), size, std::string(shown.state)}, " \u00b7 ");
+        const std::string facts = joined({claim, size, std::string(shown.state)}, " \u00b7 ");
         std::string text = "<a class=\"box s-" + className(answer.stack) + (isMarked ? " marked" : "") +
                            "\" href=\"#d" + number(place.device) + "\">";
         text += element("title", titleOf(shown, answer, facts)) + box(place);

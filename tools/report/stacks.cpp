@@ -140,6 +140,7 @@ private:
         for (const StackBox& box : stack.boxes) {
             stack.layers = std::max(stack.layers, box.layer + 1);
         }
+        std::vector<std::size_t> counts;  // of the boxes in each layer
         for (std::size_t layer = 0; layer < stack.layers; ++layer) {
             std::vector<std::size_t> order;
             for (std::size_t i = 0; i < stack.boxes.size(); ++i) {
@@ -151,9 +152,13 @@ private:
                 return weightOf(stack, one) < weightOf(stack, other);
             });
             for (std::size_t i = 0; i < order.size(); ++i) {
-                stack.boxes[order[i]].place = i;
+                stack.boxes[order[i]].place = 2 * i;
             }
-            stack.places = std::max(stack.places, order.size());
+            counts.push_back(order.size());
+        }
+        stack.places = *std::max_element(counts.begin(), counts.end());
+        for (StackBox& box : stack.boxes) {
+            box.place += stack.places - counts[box.layer];
         }
     }
 
@@ -172,7 +177,7 @@ private:
         singles.places = (singles.boxes.size() + singles.layers - 1) / singles.layers;
         for (std::size_t i = 0; i < singles.boxes.size(); ++i) {
             singles.boxes[i].layer = i % singles.layers;
-            singles.boxes[i].place = i / singles.layers;
+            singles.boxes[i].place = i / singles.layers * 2;
         }
     }
 

@@ -15,7 +15,7 @@ struct StackBox {
     kivclaim::machine::DeviceIndex device;
     bool isMount = false;
     std::size_t layer = 0;
-    std::size_t place = 0;           // within its layer, from the top
+    std::size_t place = 0;           // from the top, in half rows: each layer is in the middle
     std::vector<std::size_t> below;  // places in the stack of the boxes that it is made of
 };
 
