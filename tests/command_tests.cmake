@@ -121,3 +121,16 @@ if(KIVCLAIM_PROMTOOL)
 else()
     message(STATUS "No tests of the metrics with promtool: install prometheus")
 endif()
+
+# The page of a report is looked at everywhere; how it behaves, where there is a browser, which is large.
+find_program(KIVCLAIM_CHROMIUM chromium)
+kivclaim_test(report_test
+    SOURCES report_test.cpp
+    LIBRARIES captured_root process sysfs_directory
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(report_test kivclaim_command)
+if(KIVCLAIM_CHROMIUM)
+    target_compile_definitions(report_test PRIVATE CHROMIUM="${KIVCLAIM_CHROMIUM}")
+else()
+    message(STATUS "No tests of reports in a browser: install chromium")
+endif()

@@ -66,7 +66,7 @@ public:
         for (const std::size_t column : mainColumns()) {
             heads.emplace_back(deviceColumn(column).head.name);
         }
-        heads.emplace_back("MORE");
+        heads.emplace_back("FACTS");
         std::string table = "<table>" + tableHead(caption, heads) + "<tbody>\n";
         for (const StackBox& box : stack.boxes) {
             if (!box.isMount) {
@@ -82,7 +82,7 @@ private:
         static const std::vector<std::size_t> columns = [] {
             std::vector<std::size_t> places;
             const KnownColumns known = knownDeviceColumns();
-            for (const char* const name : {"DEVICE", "STACK", "LEVEL", "MARK", "TYPE", "SIZE", "STATE"}) {
+            for (const char* const name : {"DEVICE", "STACK", "MARK"}) {
                 places.push_back(columnNamed(known, name));
             }
             return places;
@@ -244,20 +244,31 @@ private:
         text += marks != 0 ? ", <span class=\"marks\">\u26a0 " + std::to_string(marks) + " marked</span>" : "";
         text += "</span></summary>\n";
         text += "<div class=\"scrolled\">" + pictureOf(reported, stack, "Picture of " + label) + "</div>\n";
-        return text +
+        return text + "<details><summary>All that is known of " + (devices == 1 ? "it" : "them") + "</summary>\n" +
                scrolled("Devices of the picture of " + label,
-                        DeviceTable(reported, stack).text("Devices of this picture")) +
-               "</details>\n";
+                        DeviceTable(reported, stack).text("Devices of the picture of " + label)) +
+               "</details></details>\n";
+    }
+
+    // The last column says why answers are unsure, where any is.
+    std::size_t lunColumnsShown() const
+    {
+        const std::size_t all = reported.luns.columns.size();
+        const bool isUnsure = std::any_of(reported.luns.rows.begin(), reported.luns.rows.end(),
+                                          [](const LunRows::Row& row) { return !row.texts.back().empty(); });
+        return isUnsure ? all : all - 1;
     }
 
     std::string luns() const
     {
+        const std::size_t shown = lunColumnsShown();
+        const std::vector<std::string> heads(reported.luns.columns.begin(),
+                                             reported.luns.columns.begin() + static_cast<std::ptrdiff_t>(shown));
         std::string table = "<table class=\"sortable\">" +
-                            tableHead("One row for each LUN, with the device to use", reported.luns.columns) +
-                            "<tbody>\n";
+                            tableHead("One row for each LUN, with the device to use", heads) + "<tbody>\n";
         for (const LunRows::Row& row : reported.luns.rows) {
             std::vector<std::string> cells;
-            for (std::size_t i = 0; i < row.texts.size(); ++i) {
+            for (std::size_t i = 0; i < shown; ++i) {
                 cells.push_back(lunCell(row, reported.luns.columns[i], row.texts[i]));
             }
             table += tableRow(row.isMarked ? "data-marked" : "", cells);

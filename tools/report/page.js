@@ -51,6 +51,19 @@
         form.hidden = false;
     }
 
+    // A link into a folded part opens it, also where a browser does not do so by itself.
+    const unfold = () => {
+        const target = location.hash.length > 1 && document.getElementById(location.hash.slice(1));
+        for (let part = target && target.closest("details"); part; part = part.parentNode.closest("details")) {
+            part.open = true;
+        }
+        if (target) {
+            target.scrollIntoView({ block: "center" });
+        }
+    };
+    addEventListener("hashchange", unfold);
+    unfold();
+
     // Details: a panel with the row that a box of a picture leads to.
     const panel = document.getElementById("details");
     const list = panel.querySelector("dl");
