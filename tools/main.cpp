@@ -100,6 +100,7 @@ public:
         addRecord();
         addDiff();
         addReport();
+        addWatch();
         chosen = [this] { return list(session, listOptions); };
     }
 
@@ -342,6 +343,15 @@ private:
             ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
     }
 
+    void addWatch()
+    {
+        CLI::App& sub = command("watch", "",
+                                "Print a line for each device of this machine that comes, goes, or changes size, "
+                                "state, map, name or claim, until it is interrupted",
+                                "kivclaim watch --json", [this] { return watchDevices(session, watchOptions); });
+        sub.add_flag("-J,--json", watchOptions.json, "Print a JSON object a line");
+    }
+
     // Options without a command are those of the default one. In reverse order, as CLI11 wants them.
     std::vector<std::string> withCommand(std::vector<std::string> arguments) const
     {
@@ -381,6 +391,7 @@ private:
     RecordOptions recordOptions;
     DiffOptions diffOptions;
     ReportOptions reportOptions;
+    WatchOptions watchOptions;
     std::vector<std::string> paths;
     std::string path;
     std::string number;

@@ -19,7 +19,7 @@ _kivclaim_list() {
 }
 
 _kivclaim() {
-    local commands='list claim is-partition partition whole prefixes explain audit active-path record diff report'
+    local commands='list claim is-partition partition whole prefixes explain audit active-path record diff report watch'
     local options='-h --help --version --trace --trace-file --no-snapshot --resolve --no-warn --module --sysroot'
     options+=' --check-module --check-host'
     local list_options='-a --all -m --marked -S --stacks -o --output -O --output-all -b --bytes -x --sort --luns'
@@ -61,7 +61,7 @@ _kivclaim() {
         '' | list) options+=" $list_options" ;;
         audit) options+=' -J --json -d --only-differences --no-fold --quirk --no-quirk --openmetrics' ;;
         record) options+=' --redact --volume-manager' ;;
-        diff) options+=' -J --json' ;;
+        diff | watch) options+=' -J --json' ;;
         report) options+=' -o --output' ;;
         active-path) options+=' -w --waited -y --yes -v --verbose' ;;
     esac
@@ -71,7 +71,7 @@ _kivclaim() {
         mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$word")
     elif [ "$command" = record ] || [ "$command" = diff ]; then
         compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word")
-    elif [ "$command" != prefixes ] && [ "$command" != report ]; then
+    elif [[ $command != @(prefixes|report|watch) ]]; then
         _kivclaim_devices "$word"
     fi
 }
