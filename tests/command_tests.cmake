@@ -134,3 +134,15 @@ if(KIVCLAIM_CHROMIUM)
 else()
     message(STATUS "No tests of reports in a browser: install chromium")
 endif()
+
+# Tells a program that events were lost.
+kivclaim_preload(told_loss told_loss.cpp)
+kivclaim_test(watch_command_test
+    SOURCES watch_command_test.cpp
+    LIBRARIES mock_machine process nlohmann_json::nlohmann_json
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" KIVCLAIM_TOLD_LOSS="$<TARGET_FILE:told_loss>")
+add_dependencies(watch_command_test kivclaim_command told_loss)
+
+add_test(NAME Machines.GiveTheKeptAnswers
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/machines/replay --check $<TARGET_FILE:kivclaim_command>)
+set_tests_properties(Machines.GiveTheKeptAnswers PROPERTIES TIMEOUT 600)
