@@ -121,3 +121,28 @@ if(KIVCLAIM_PROMTOOL)
 else()
     message(STATUS "No tests of the metrics with promtool: install prometheus")
 endif()
+
+# The page of a report is looked at everywhere; how it behaves, where there is a browser, which is large.
+find_program(KIVCLAIM_CHROMIUM chromium)
+kivclaim_test(report_test
+    SOURCES report_test.cpp
+    LIBRARIES captured_root process sysfs_directory
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
+add_dependencies(report_test kivclaim_command)
+if(KIVCLAIM_CHROMIUM)
+    target_compile_definitions(report_test PRIVATE CHROMIUM="${KIVCLAIM_CHROMIUM}")
+else()
+    message(STATUS "No tests of reports in a browser: install chromium")
+endif()
+
+# Tells a program that events were lost.
+kivclaim_preload(told_loss told_loss.cpp)
+kivclaim_test(watch_command_test
+    SOURCES watch_command_test.cpp
+    LIBRARIES mock_machine process nlohmann_json::nlohmann_json
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" KIVCLAIM_TOLD_LOSS="$<TARGET_FILE:told_loss>")
+add_dependencies(watch_command_test kivclaim_command told_loss)
+
+add_test(NAME Machines.GiveTheKeptAnswers
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/machines/replay --check $<TARGET_FILE:kivclaim_command>)
+set_tests_properties(Machines.GiveTheKeptAnswers PROPERTIES TIMEOUT 600)

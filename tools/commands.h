@@ -62,6 +62,14 @@ struct DiffOptions {
     bool json = false;
 };
 
+struct ReportOptions {
+    std::string path;  // "-" is standard output
+};
+
+struct WatchOptions {
+    bool json = false;  // an object a line
+};
+
 ExitStatus list(const SessionOptions& options, const ListOptions& form);
 ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths);
@@ -72,6 +80,9 @@ ExitStatus explain(const SessionOptions& options, const std::string& path);
 ExitStatus audit(const SessionOptions& options, const AuditOptions& request);
 ExitStatus record(const SessionOptions& options, const RecordOptions& request);
 ExitStatus diff(const SessionOptions& options, const DiffOptions& request);
+ExitStatus report(const SessionOptions& options, const ReportOptions& request);
+// Ends by a signal only.
+ExitStatus watchDevices(const SessionOptions& options, const WatchOptions& request);
 ExitStatus activePath(const SessionOptions& options, const ActivePathOptions& request);
 
 }  // namespace kivclaim::tools

@@ -99,6 +99,8 @@ public:
         addActivePath();
         addRecord();
         addDiff();
+        addReport();
+        addWatch();
         chosen = [this] { return list(session, listOptions); };
     }
 
@@ -328,6 +330,28 @@ private:
         sub.add_flag("-J,--json", diffOptions.json, "Print JSON");
     }
 
+    void addReport()
+    {
+        CLI::App& sub =
+            command("report", "-o FILE",
+                    "Write a page about this machine for people: a picture of the stacked devices, the LUNs, the audit "
+                    "and versions. It is one HTML file that needs nothing else",
+                    "kivclaim report -o /tmp/machine.html", [this] { return report(session, reportOptions); });
+        sub.add_option("-o,--output", reportOptions.path, "Write the page to FILE; '-' is standard output")
+            ->required()
+            ->type_name("FILE")
+            ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
+    }
+
+    void addWatch()
+    {
+        CLI::App& sub = command("watch", "",
+                                "Print a line for each device of this machine that comes, goes, or changes size, "
+                                "state, map, name or claim, until it is interrupted",
+                                "kivclaim watch --json", [this] { return watchDevices(session, watchOptions); });
+        sub.add_flag("-J,--json", watchOptions.json, "Print a JSON object a line");
+    }
+
     // Options without a command are those of the default one. In reverse order, as CLI11 wants them.
     std::vector<std::string> withCommand(std::vector<std::string> arguments) const
     {
@@ -366,6 +390,8 @@ private:
     CheckOptions checkOptions;
     RecordOptions recordOptions;
     DiffOptions diffOptions;
+    ReportOptions reportOptions;
+    WatchOptions watchOptions;
     std::vector<std::string> paths;
     std::string path;
     std::string number;

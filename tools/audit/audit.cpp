@@ -1,5 +1,6 @@
 // The library's answers about devices beside the kernel's, with a reason for each difference.
 #include "host/printable_text.h"
+#include "tools/audit/audit_table.h"
 #include "tools/audit/audited_device.h"
 #include "tools/audit/known_quirks.h"
 #include "tools/audit/metrics.h"
@@ -230,18 +231,18 @@ std::string pageOfQuirks()
 // The rows of the table, and which differences they show.
 class Rows {
 public:
-    Rows(Table& table, const AuditOptions& request) : table(table), request(request) {}
+    Rows(std::vector<AuditRow>& rows, const AuditOptions& request) : rows(rows), request(request) {}
 
     void add(const AuditedDevice& device)
     {
         if (device.differences.empty() && !request.onlyDifferences && request.quirks.empty()) {
-            table.add({device.path, "all", description(device.library), device.kernel.description(),
-                       verdictText(Verdict::agrees, device), "", ""});
+            rows.push_back({device.path, "all", description(device.library), device.kernel.description(),
+                            verdictText(Verdict::agrees, device), "", ""});
         }
         for (const Difference& difference : device.differences) {
             if (isWanted(request, difference)) {
-                table.add({device.path, questionText(difference), difference.library, difference.kernel,
-                           verdictText(verdictOn(difference), device), difference.quirk, difference.reason});
+                rows.push_back({device.path, questionText(difference), difference.library, difference.kernel,
+                                verdictText(verdictOn(difference), device), difference.quirk, difference.reason});
             }
         }
     }
@@ -256,13 +257,13 @@ public:
             return;
         }
         const std::string map = first.kernel.map();
-        table.add({first.path + " and " + std::to_string(paths.size() - 1) + " more", questionText(difference),
-                   difference.library, "paths of " + map, verdictText(verdictOn(difference), first), difference.quirk,
-                   "the names are disks'; that " + map + " uses them does not count"});
+        rows.push_back({first.path + " and " + std::to_string(paths.size() - 1) + " more", questionText(difference),
+                        difference.library, "paths of " + map, verdictText(verdictOn(difference), first),
+                        difference.quirk, "the names are disks'; that " + map + " uses them does not count"});
     }
 
 private:
-    Table& table;
+    std::vector<AuditRow>& rows;
     const AuditOptions& request;
 };
 
@@ -302,22 +303,29 @@ std::string summaryText(const Summary& summary)
            (summary.unsure == 0 ? "" : "; the answers about " + std::to_string(summary.unsure) + " are unsure");
 }
 
-void printTable(const std::vector<AuditedDevice>& devices, const Summary& summary, const AuditOptions& request)
+std::vector<AuditRow> rowsOf(const std::vector<AuditedDevice>& devices, const AuditOptions& request)
 {
-    TableForm form;
-    form.name = "devices";
-    Table table(form, {{"DEVICE", ColumnType::text},
-                       {"QUESTION", ColumnType::text},
-                       {"LIBRARY", ColumnType::text},
-                       {"KERNEL", ColumnType::text},
-                       {"VERDICT", ColumnType::text},
-                       {"QUIRK", ColumnType::text},
-                       {"REASON", ColumnType::text}});
-    Rows rows(table, request);
+    std::vector<AuditRow> texts;
+    Rows rows(texts, request);
     if (request.onlyDifferences && !request.noFold) {
         addFoldedRows(rows, devices);
     } else {
         std::for_each(devices.begin(), devices.end(), [&](const AuditedDevice& device) { rows.add(device); });
+    }
+    return texts;
+}
+
+void printTable(const std::vector<AuditedDevice>& devices, const Summary& summary, const AuditOptions& request)
+{
+    TableForm form;
+    form.name = "devices";
+    std::vector<TableColumn> heads;
+    for (const char* const column : auditColumns) {
+        heads.push_back({column, ColumnType::text});
+    }
+    Table table(form, heads);
+    for (const AuditRow& row : rowsOf(devices, request)) {
+        table.add({row.begin(), row.end()});
     }
     table.print();
     printLine(summaryText(summary));
@@ -410,6 +418,17 @@ void printJson(const std::vector<AuditedDevice>& devices, const Summary& summary
 }
 
 }  // namespace
+
+AuditTable auditTable(const SessionOptions& options, const AuditOptions& request)
+{
+    Session session(options);
+    std::vector<AuditedDevice> devices;
+    Auditor auditor(options, session);
+    auditor.audit(request.paths, devices);
+    VolumeListings volumes;
+    explainDifferences(AskedMachine(session.played()), volumes, devices);
+    return {rowsOf(devices, request), summaryText(summaryOf(devices))};
+}
 
 ExitStatus audit(const SessionOptions& options, const AuditOptions& request)
 {

@@ -19,7 +19,7 @@ _kivclaim_list() {
 }
 
 _kivclaim() {
-    local commands='list claim is-partition partition whole prefixes explain audit active-path record diff'
+    local commands='list claim is-partition partition whole prefixes explain audit active-path record diff report watch'
     local options='-h --help --version --trace --trace-file --no-snapshot --resolve --no-warn --module --sysroot'
     options+=' --check-module --check-host'
     local list_options='-a --all -m --marked -S --stacks -o --output -O --output-all -b --bytes -x --sort --luns'
@@ -36,7 +36,12 @@ _kivclaim() {
         --trace) mapfile -t COMPREPLY < <(compgen -W '1 2 3 6' -- "$word") && return ;;
         --trace-file | --module | --check-module | --check-host) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
         --sysroot) compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return ;;
-        -o | --output) _kivclaim_list "$word" "$columns" && return ;;
+        -o | --output)
+            if [[ " ${COMP_WORDS[*]} " == *' report '* ]]; then
+                compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word") && return
+            fi
+            _kivclaim_list "$word" "$columns" && return
+            ;;
         -x | --sort) mapfile -t COMPREPLY < <(compgen -W "$columns" -- "$word") && return ;;
         -S | --stacks) _kivclaim_list "$word" 'powerpath device-mapper native none' && return ;;
         --quirk | --no-quirk) mapfile -t COMPREPLY < <(compgen -W "$quirks" -- "$word") && return ;;
@@ -56,7 +61,8 @@ _kivclaim() {
         '' | list) options+=" $list_options" ;;
         audit) options+=' -J --json -d --only-differences --no-fold --quirk --no-quirk --openmetrics' ;;
         record) options+=' --redact --volume-manager' ;;
-        diff) options+=' -J --json' ;;
+        diff | watch) options+=' -J --json' ;;
+        report) options+=' -o --output' ;;
         active-path) options+=' -w --waited -y --yes -v --verbose' ;;
     esac
     if [[ $word == -* ]]; then
@@ -65,7 +71,7 @@ _kivclaim() {
         mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$word")
     elif [ "$command" = record ] || [ "$command" = diff ]; then
         compopt -o default 2>/dev/null || mapfile -t COMPREPLY < <(compgen -f -- "$word")
-    elif [ "$command" != prefixes ]; then
+    elif [[ $command != @(prefixes|report|watch) ]]; then
         _kivclaim_devices "$word"
     fi
 }

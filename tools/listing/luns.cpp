@@ -147,16 +147,39 @@ TableColumn lunHead(std::size_t column, bool bytes)
 
 class LunList {
 public:
-    LunList(const SessionOptions& session, const ListOptions& options)
+    LunList(const Machine& machine, DeviceQuestions& questions, const ListOptions& options, bool noWarnings)
         : options(options),
-          noWarnings(session.noWarnings),
+          noWarnings(noWarnings),
           form(formOf(options, "luns")),
           chosen(chosenColumns(knownColumns(), options)),
           sortColumn(options.sortColumn.empty() ? 0 : columnNamed(knownColumns(), options.sortColumn)),
-          machine(Machine::read(session.root(), numbers | sizes | stacking | states | models | identities | mounts)),
-          questions(session, machine, true),
+          machine(machine),
+          questions(questions),
           stacks(chosenStacks(options, questions.stacks()))
     {
+    }
+
+    // Of all LUNs, in all columns.
+    LunRows rows()
+    {
+        gather();
+        LunRows rows;
+        rows.columns = knownColumns().names;
+        for (Lun& lun : luns) {
+            decide(lun);
+            if (lun.used == noDevice) {
+                continue;
+            }
+            LunRows::Row& row = rows.rows.emplace_back();
+            for (const LunColumn& column : columns) {
+                row.texts.push_back(column.text({machine, lun, false}));
+            }
+            row.device = lun.used;
+            row.bytes = usedDevice({machine, lun, false}).bytes.value_or(0);
+            row.stack = lun.answer.stack;
+            row.isMarked = !lun.marks.empty();
+        }
+        return rows;
     }
 
     ExitStatus print()
@@ -356,8 +379,8 @@ private:
     TableForm form;
     std::vector<std::size_t> chosen;
     std::size_t sortColumn;
-    Machine machine;
-    DeviceQuestions questions;
+    const Machine& machine;
+    DeviceQuestions& questions;
     std::vector<std::string> stacks;
     std::vector<Lun> luns;
     std::vector<std::size_t> lunOfDevice;
@@ -367,7 +390,14 @@ private:
 
 ExitStatus listLuns(const SessionOptions& session, const ListOptions& options)
 {
-    return LunList(session, options).print();
+    const Machine machine = Machine::read(session.root(), factsOfLuns);
+    DeviceQuestions questions(session, machine, true);
+    return LunList(machine, questions, options, session.noWarnings).print();
+}
+
+LunRows lunRows(const Machine& machine, DeviceQuestions& questions)
+{
+    return LunList(machine, questions, {}, true).rows();
 }
 
 std::string lunColumnNames()

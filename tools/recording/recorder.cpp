@@ -76,9 +76,7 @@ public:
     {
         addSystem();
         add(listCommand);
-        for (const char* const tool : tools) {
-            addVersion(tool);
-        }
+        taken.recording.versions = toolVersions();
         for (const std::string& disk : disks) {
             add(pathQuery + nodeIn(add(nodeQuery + disk)));
         }
@@ -138,14 +136,6 @@ private:
         return captured.output;
     }
 
-    void addVersion(const std::string& tool)
-    {
-        const CapturedCommand captured = capture(tool + " --version");
-        if (captured.hasSucceeded()) {
-            taken.recording.versions[tool] = captured.output.substr(0, captured.output.find('\n'));
-        }
-    }
-
     // Files below a directory of a recorded root which nothing of this program interprets now.
     void copyAll(const Root& root, const std::string& directory)
     {
@@ -183,6 +173,18 @@ private:
 };
 
 }  // namespace
+
+std::map<std::string, std::string> toolVersions()
+{
+    std::map<std::string, std::string> versions;
+    for (const std::string tool : tools) {
+        const CapturedCommand captured = capture(tool + " --version");
+        if (captured.hasSucceeded()) {
+            versions[tool] = captured.output.substr(0, captured.output.find('\n'));
+        }
+    }
+    return versions;
+}
 
 TakenRecording takeRecording(const Root& root, const std::vector<std::string>& disks)
 {

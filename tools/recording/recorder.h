@@ -5,6 +5,7 @@
 #include "machine/machine.h"
 #include "tools/recording/recording.h"
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,6 +21,10 @@ struct TakenRecording {
 // `disks`, what the volume manager's tools say when they are asked and change nothing. Of a recorded one: its files and
 // whatever was recorded of commands. Throws machine::ReadError.
 TakenRecording takeRecording(const kivclaim::machine::Root& root, const std::vector<std::string>& disks);
+
+// The first line of what each of this machine's tools says of its version, by the tool's path; only of those that are
+// there.
+std::map<std::string, std::string> toolVersions();
 
 }  // namespace kivclaim::tools
 
