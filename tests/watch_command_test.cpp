@@ -27,7 +27,7 @@ using tests::Ended;
 
 namespace {
 
-constexpr char time[] = "20[0-9]{2}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z";
+constexpr char timeForm[] = "20[0-9]{2}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z";
 constexpr char event[] =
     "change@/devices/virtual/block/sda\0ACTION=change\0DEVPATH=/devices/virtual/block/sda\0"
     "SUBSYSTEM=block\0DEVTYPE=disk\0SEQNUM=1";
@@ -99,10 +99,10 @@ TEST_F(WatchedMachine, AChangedDeviceIsALine)
     start();
     resize("sda", "16");
     send(1);
-    EXPECT_THAT(process->readLine(), MatchesRegex(std::string(time) + " /dev/sda size: none -> 8192"));
+    EXPECT_THAT(process->readLine(), MatchesRegex(std::string(timeForm) + " /dev/sda size: none -> 8192"));
     resize("sda", "32");
     send(1);
-    EXPECT_THAT(process->readLine(), MatchesRegex(std::string(time) + " /dev/sda size: 8192 -> 16384"));
+    EXPECT_THAT(process->readLine(), MatchesRegex(std::string(timeForm) + " /dev/sda size: 8192 -> 16384"));
     EXPECT_EQ(end().output, "");
 }
 
@@ -112,7 +112,7 @@ TEST_F(WatchedMachine, JsonIsAnObjectALine)
     resize("sdb", "16");
     send(1);
     const auto change = nlohmann::json::parse(process->readLine());
-    EXPECT_THAT(change["time"].get<std::string>(), MatchesRegex(time));
+    EXPECT_THAT(change["time"].get<std::string>(), MatchesRegex(timeForm));
     EXPECT_EQ(change["change"], "changed");
     EXPECT_EQ(change["device"], "/dev/sdb");
     EXPECT_EQ(change["fact"], "size");
