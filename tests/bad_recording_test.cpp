@@ -347,5 +347,5 @@ TEST_F(BadRecordingFile, ADirectoryWithoutItsManifestIsTakenAsItIs)
 {
     std::filesystem::remove(directory() + "/kivclaim/manifest.json");
     std::ofstream(directory() + "/sys/class/block/sda/size") << "16\n";
-    EXPECT_EQ(run({"--sysroot", directory(), "list", "-n", "-o", "SIZE"}).output, "  8K\n");
+    EXPECT_THAT(run({"--sysroot", directory(), "list", "-n", "-o", "SIZE"}).output, testing::HasSubstr("8K\n"));
 }

@@ -485,7 +485,13 @@ TEST_F(Listing, LunsAreOneRowEach)
 TEST_F(Listing, LunsAsJson)
 {
     addSmallMachine();
-    EXPECT_EQ(output({"--luns", "--json", "-b", "/dev/mapper/mpatha"}),
+    // libsmartcols 2.38 prints a list of nothing in another way than 2.41; lsblk does, too.
+    std::string printed = output({"--luns", "--json", "-b", "/dev/mapper/mpatha"});
+    const std::string ofNothing = "\"mountpoints\": [\n             null\n         ]";
+    if (const std::size_t place = printed.find(ofNothing); place != std::string::npos) {
+        printed.replace(place, ofNothing.size(), "\"mountpoints\": []");
+    }
+    EXPECT_EQ(printed,
               "{\n"
               "   \"luns\": [\n"
               "      {\n"
@@ -499,9 +505,7 @@ TEST_F(Listing, LunsAsJson)
               "         \"partitions\": [\n"
               "             \"/dev/mapper/mpatha-part1\"\n"
               "         ],\n"
-              "         \"mountpoints\": [\n"
-              "             null\n"
-              "         ],\n"
+              "         \"mountpoints\": [],\n"
               "         \"mark\": null\n"
               "      }\n"
               "   ]\n"

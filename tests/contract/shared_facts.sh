@@ -11,10 +11,13 @@ awk -F "'" '
             if ($i ~ ("[ <]" name "=$")) return $(i + 1)
         return ""
     }
-    function fact(text) {
-        if (scope[depth] ~ /^[A-Z][A-Za-z]*$/ || scope[depth] ~ /^ZTFI_[A-Z_]+$/) print scope[depth] ": " text
+    # Nothing of what only a template or a private part of the project holds: releases show more or less of that.
+    function fact(text,    i) {
+        for (i = 1; i <= depth; ++i)
+            if (scope[i] !~ /^[A-Z][A-Za-z]*$/ && scope[i] !~ /^ZTFI_[A-Z_]+$/) return
+        print scope[depth] ": " text
     }
-    /<namespace-decl / { foreign += /name=.std/; isForeign[++namespaces] = /name=.std/ }
+    /<namespace-decl / { isForeign[++namespaces] = /name=.(std|host_internal)/; foreign += isForeign[namespaces] }
     /<\/namespace-decl>/ { foreign -= isForeign[namespaces--] }
     foreign || /is-declaration-only=/ && /\/>/ { next }
     /<(class|union|enum)-decl / && !/\/>/ {
