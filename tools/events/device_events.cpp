@@ -26,14 +26,14 @@ constexpr int bytesOfEvents = 16 * 1024 * 1024;
 
 }  // namespace
 
-void DeviceEvents::Release::operator()(udev* context) const
+void DeviceEvents::Release::operator()(udev* freed) const
 {
-    udev_unref(context);
+    udev_unref(freed);
 }
 
-void DeviceEvents::Release::operator()(udev_monitor* monitor) const
+void DeviceEvents::Release::operator()(udev_monitor* freed) const
 {
-    udev_monitor_unref(monitor);
+    udev_monitor_unref(freed);
 }
 
 // The kernel's own, so that no daemon is needed: a name in /dev that is made later does not change an answer.

@@ -22,8 +22,8 @@ public:
 
 private:
     struct Release {
-        void operator()(udev* context) const;
-        void operator()(udev_monitor* monitor) const;
+        void operator()(udev* freed) const;
+        void operator()(udev_monitor* freed) const;
     };
 
     void wait(std::chrono::milliseconds longest) const;
