@@ -47,7 +47,7 @@ struct AuditOptions {
     bool noFold = false;                     // a row for each path of a map
     std::vector<std::string> quirks;         // show only differences that these explain; empty: all
     std::vector<std::string> quirksLeftOut;  // leave out differences that these explain
-    bool metrics = false;  // for a monitoring system
+    bool metrics = false;                    // for a monitoring system
 };
 
 struct RecordOptions {

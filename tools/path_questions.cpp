@@ -54,7 +54,8 @@ Doubt AnswerNotes::doubtAbout(const ClaimAnswer& answer)
 {
     Doubt doubt = tools::doubtAbout(answer, session);
     const bool mayBeNone = doubt.isThere() && answer.isUnsure();
-    if (mayBeNone && kernel.behind(answer.path()).exists() && isWithoutVolumes(answer.listing(), kernel.machine(), session)) {
+    if (mayBeNone && kernel.behind(answer.path()).exists() &&
+        isWithoutVolumes(answer.listing(), kernel.machine(), session)) {
         return {};
     }
     return doubt;

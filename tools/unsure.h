@@ -25,8 +25,8 @@ struct Doubt {
 // What makes `answer`, the latest of the session's, unsure; nothing for an answer that is sure or missing.
 Doubt doubtAbout(const kivclaim::ClaimAnswer& answer, const Session& session);
 
-// Whether lvm2 is not installed on the session's machine, and the kernel has no device of LVM: no device of the machine is a volume then,
-// whatever could not be listed.
+// Whether lvm2 is not installed on the session's machine, and the kernel has no device of LVM: no device of the machine
+// is a volume then, whatever could not be listed.
 bool isWithoutVolumes(const kivclaim::VolumeListing& listing, const kivclaim::machine::Machine& machine,
                       const Session& session);
 

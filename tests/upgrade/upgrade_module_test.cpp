@@ -21,7 +21,8 @@ void expectTheExamplesAnswers(const char* host, const char* module)
 TEST(ModuleFiles, TheCommandAsksAModuleOfBefore)
 {
     const Ended ended =
-        Process(KIVCLAIM_COMMAND, {"--no-warn", "--module", MODULE_OF_BEFORE, "whole", "/dev/nvme0n1p2", "/dev/sda1"}).run();
+        Process(KIVCLAIM_COMMAND, {"--no-warn", "--module", MODULE_OF_BEFORE, "whole", "/dev/nvme0n1p2", "/dev/sda1"})
+            .run();
     EXPECT_EQ(ended.output, "/dev/nvme0n1 2\n/dev/sda 1\n");
     EXPECT_EQ(ended.errors, "");
 }
