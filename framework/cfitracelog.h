@@ -208,7 +208,7 @@ protected:
 // Failure: no result depends on whether a log is registered.
 class ZTFI_API CFiTraceable {
 public:
-    // Slot 1 (complete and deleting destructor): lets go of the log.
+    // Slot 1 (complete and deleting destructor): releases the log.
     virtual ~CFiTraceable() = default;
     // Slot 2: replaces the held log; an empty pointer ends tracing. The object's own `traceLog` changes nothing.
     virtual void registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log)

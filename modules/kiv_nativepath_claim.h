@@ -33,7 +33,7 @@ public:
     // True when the multipathing tool may be executed. Looked up anew by every call.
     bool isZtKIVInstalled();
 
-    // Runs a command line, which may stand in `output`, and leaves what it prints in `output`, one line each, after a
+    // Runs a command line, which may be in `output`, and leaves what it prints in `output`, one line each, after a
     // failure too. Returns the runner's result, 0 for success; 1 when the runner threw EFiExecPipe, and for null.
     int executeCommand(const char* command, std::vector<std::string>& output);
 

@@ -23,7 +23,7 @@ std::string text(DeviceNumber number)
 
 bool KernelTruth::isFile(const Machine& machine, const std::string& path)
 {
-    // A node without a device behind it is nothing.
+    // A node of no device is nothing.
     return !machine.numberAt(path) && machine.isAnythingAt(path);
 }
 
