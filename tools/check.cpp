@@ -1,4 +1,4 @@
-// --check-module and --check-host: what a file of somebody else's is, whether it works, and which file supplies what.
+// --check-module and --check-host: what a file is, whether it works, and which file supplies what.
 #include "tools/check.h"
 
 #include "claim/kiv_claim_module_entry.h"

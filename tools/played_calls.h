@@ -1,4 +1,4 @@
-// What those functions do that stand in the place of the C library's. Apart from played_machine.h, because the file
+// What the functions do that replace the C library's. Apart from played_machine.h, because the file
 // that defines open() must not see <fcntl.h>: with the checks of distributions, that defines it, too.
 #ifndef KIVCLAIM_TOOLS_PLAYED_CALLS_H
 #define KIVCLAIM_TOOLS_PLAYED_CALLS_H
