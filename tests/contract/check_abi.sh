@@ -18,7 +18,7 @@ only_of() {
 }
 
 classes() {
-    cut -d : -f 1 "$1" | sort -u
+    sed 's/: .*//' "$1" | sort -u
 }
 
 compare_facts() {
@@ -26,8 +26,8 @@ compare_facts() {
     "$here/shared_facts.sh" "$work/current.abi" >"$work/current"
     comm -12 <(classes "$work/release") <(classes "$work/current") >"$work/both"
     # Slots and numbers are what hosts call and pass: a dump without them hides something.
-    grep -E ': slot |^ZTFI_' "$work/release" | cut -d : -f 1 | sort -u | comm -23 - "$work/both" | sed 's/^/missing: /' |
-        grep . && return 1
+    grep -E ': slot |^(.*::)?ZTFI_[A-Z_]+: ' "$work/release" | sed 's/: .*//' | sort -u | comm -23 - "$work/both" |
+        sed 's/^/missing: /' | grep . && return 1
     only_of "$work/both" "$work/release" >"$work/release.both"
     only_of "$work/both" "$work/current" >"$work/current.both"
     comm -23 "$work/release.both" "$work/current.both" | sed 's/^/lost: /' >"$work/changes"

@@ -12,10 +12,12 @@ awk -F "'" '
         return ""
     }
     # Nothing of what only a template or a private part of the project holds: releases show more or less of that.
-    function fact(text,    i) {
-        for (i = 1; i <= depth; ++i)
+    function fact(text,    i, name) {
+        for (i = 1; i <= depth; ++i) {
             if (scope[i] !~ /^[A-Z][A-Za-z]*$/ && scope[i] !~ /^ZTFI_[A-Z_]+$/) return
-        print scope[depth] ": " text
+            name = name (i == 1 ? "" : "::") scope[i]
+        }
+        print name ": " text
     }
     /<namespace-decl / { isForeign[++namespaces] = /name=.(std|host_internal)/; foreign += isForeign[namespaces] }
     /<\/namespace-decl>/ { foreign -= isForeign[namespaces--] }
