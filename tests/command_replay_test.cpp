@@ -123,3 +123,16 @@ TEST_F(Replay, WhatTheRecordThrowsIsThrownAndLeavesTheOutput)
     EXPECT_THROW(runner.Exec("/sbin/tool", lines, "", 0, "", "", ""), std::runtime_error);
     EXPECT_THAT(lines, IsEmpty());
 }
+
+TEST_F(Replay, MayOwnAnotherReplayAndBeEndedOnAnotherThread)
+{
+    auto owned = std::make_shared<CommandReplay>(always({"owned\n", "", 0, 0}));
+    auto owner = std::make_unique<CommandReplay>([owned](const std::string&) {
+        return CommandOutcome{"owner's\n", "", 0, 0};
+    });
+    owned.reset();
+    EXPECT_THAT(exec(probe).lines, ElementsAre("owner's"));
+    std::thread([&] { owner.reset(); }).join();
+    EXPECT_THAT(exec(probe + " print out@n").lines, ElementsAre("out"));
+    EXPECT_THAT(exec(probe + " print again@n").lines, ElementsAre("again"));
+}
