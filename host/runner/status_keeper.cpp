@@ -70,6 +70,9 @@ KIVCLAIM_UNSANITIZED bool arrangeDescriptors(ToolStart& start, int socket)
     int ends[] = {start.outputEnd, start.errorEnd, socket};
     for (int& end : ends) {
         end = static_cast<int>(::syscall(SYS_fcntl, end, F_DUPFD, socketOfKeeper + 1));
+        if (end < 0) {
+            return false;
+        }
     }
     for (int i = 0; i < 3; ++i) {
         if (::syscall(SYS_dup3, ends[i], STDOUT_FILENO + i, 0) < 0) {
@@ -170,7 +173,7 @@ void StatusKeeper::startTool(ToolStart& start)
     }
     ends.keeper.reset();
     socket = std::move(ends.host);
-    StartReport report{ECHILD, 0, nullptr};
+    StartReport report{ECHILD, 0, "the process that should keep its status has ended"};
     receiveMessage(socket, &report, sizeof report, 0);
     start.errorNumber = report.errorNumber;
     start.process = report.process;
