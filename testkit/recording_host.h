@@ -169,6 +169,8 @@ public:
     bool acceptsAnyLimit = false;
     // See acceptsAnyLimit.
     unsigned long limitGiven = 0;
+    // Called by each search through lines, when set.
+    std::function<void()> onSearch;
     // Called before each record is written down.
     std::function<void()> onTrace;
 
