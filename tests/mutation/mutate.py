@@ -130,7 +130,7 @@ def precompile(name, text, newest):
 def prepare():
     """Builds everything unchanged; only what is older than its sources is built again."""
     (WORK / "objects").mkdir(parents=True, exist_ok=True)
-    parts = ("framework", "claim", "modules", "tests", "tests/faults")
+    parts = ("framework", "claim", "modules", "testkit", "tests", "tests/faults")
     newest = max(path.stat().st_mtime for part in parts for path in (ROOT / part).glob("*.h"))
     precompile("test_headers", TEST_HEADERS, 0)
     precompile("library_headers", LIBRARY_HEADERS, newest)
