@@ -37,7 +37,7 @@ unsigned int interrupted(Host& host, unsigned int seconds)
         return 0;
     }
     host.clockMilliseconds += host.signalMilliseconds;
-    errno = EINTR;
+    errno = host.errnoOfPauses;
     return static_cast<unsigned int>((whole - host.signalMilliseconds) / 1000);
 }
 
