@@ -1,6 +1,7 @@
 // Commands that are replayed: nothing runs, and what comes of them is what would come of a run.
 #include "host/command_replay.h"
 
+#include "host/command_runner.h"
 #include "host/command_snapshot.h"
 #include "tests/runner_fixture.h"
 
@@ -11,7 +12,9 @@
 
 using kivclaim::host::CommandOutcome;
 using kivclaim::host::CommandReplay;
+using kivclaim::host::CommandRunner;
 using kivclaim::host::CommandSnapshot;
+using kivclaim::host::RunOutcome;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using ztfi_pdk_4_4::CFiExecPipePosix;
@@ -45,6 +48,16 @@ TEST_F(Replay, GivesTheRecordedLinesOfTheCommandThatIsAskedFor)
         return CommandOutcome{command + "\n\nlast", "", 0, 0};
     });
     EXPECT_THAT(exec("/no/such/tool -x").lines, ElementsAre("/no/such/tool -x", "", "last"));
+}
+
+TEST_F(Replay, HoldsForTheWordsOfACommandRunnerToo)
+{
+    const CommandReplay replay([](const std::string& command) {
+        return CommandOutcome{command + "\n", "", 3, 0};
+    });
+    const RunOutcome outcome = CommandRunner().run({"/no/such/tool", "-x"});
+    EXPECT_THAT(outcome.lines, ElementsAre("/no/such/tool -x"));
+    EXPECT_EQ(outcome.result, 3);
 }
 
 TEST_F(Replay, AFailureIsWhatARunWouldGive)
