@@ -57,6 +57,7 @@ OF_HEADER = {
     "claim/kiv_trace.h": ["modules/kiv_linux_device_mapper_claim.cpp"],
     "claim/kiv_claim_manager.h": ["tests/claim_manager_test.cpp"],
     "claim/kiv_claim_module_entry.h": ["tests/faults/module_entry_test.cpp"],
+    "claim/kiv_manager_functions.h": ["claim/kiv_manager_functions.cpp", "tests/slot_order_test.cpp"],
     "claim/kiv_device_claim_base.h": [source for source in LIBRARY if source.startswith("modules/kiv_")],
     "modules/kiv_path_text.h": [source for source in LIBRARY if source.startswith("modules/kiv_")],
 }
