@@ -52,9 +52,7 @@ TEST_F(Replay, GivesTheRecordedLinesOfTheCommandThatIsAskedFor)
 
 TEST_F(Replay, HoldsForTheWordsOfACommandRunnerToo)
 {
-    const CommandReplay replay([](const std::string& command) {
-        return CommandOutcome{command + "\n", "", 3, 0};
-    });
+    const CommandReplay replay([](const std::string& command) { return CommandOutcome{command + "\n", "", 3, 0}; });
     const RunOutcome outcome = CommandRunner().run({"/no/such/tool", "-x"});
     EXPECT_THAT(outcome.lines, ElementsAre("/no/such/tool -x"));
     EXPECT_EQ(outcome.result, 3);

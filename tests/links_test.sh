@@ -10,7 +10,7 @@ anchors_of() {
 
 # A lambda in an example looks like a link.
 without_code() {
-    sed '/^```/,/^```/d' "$1"
+    sed -E '/^\x60{3}/,/^\x60{3}/d' "$1"
 }
 
 count=0
