@@ -202,7 +202,10 @@ def verdict(mutant, text, directory):
     try:
         for number, (source, place) in enumerate(sources.items()):
             first[source] = directory / f"{number}.o"
-            if compile_one(place, first[source], headers, directory / "overlay").returncode != 0:
+            compiled = compile_one(place, first[source], headers, directory / "overlay")
+            if "precompiled" in compiled.stderr:
+                sys.exit("mutate: a header has changed meanwhile; start again")
+            if compiled.returncode != 0:
                 return "no mutant"
         if link(directory / "tests", first).returncode != 0:
             return "no mutant"
