@@ -32,9 +32,12 @@ namespace {
 
 using State = VolumeListing::State;
 
+// ClaimQuery::cancel may be called in a signal handler, which must not wait for a lock.
+static_assert(std::atomic<bool>::is_always_lock_free);
+
 const ListingFacts& unread()
 {
-    static const ListingFacts facts{State::notRead, {}, {}, 0, ""};
+    static const ListingFacts facts{State::notRead, {}, {}, {}, {}};
     return facts;
 }
 
@@ -316,7 +319,6 @@ void ClaimQuery::setDeadline(std::chrono::steady_clock::time_point deadline)
 
 void ClaimQuery::cancel() noexcept
 {
-    static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler must not wait for a lock");
     run->limits.isCancelled = true;
 }
 

@@ -27,7 +27,7 @@ std::string textOfException()
     } catch (const std::exception& exception) {
         return exception.what();
     } catch (...) {
-        return "";
+        return {};
     }
 }
 

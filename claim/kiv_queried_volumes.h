@@ -22,7 +22,7 @@ struct ListingFacts {
     VolumeListing::State state = VolumeListing::State::threw;
     std::chrono::system_clock::time_point when;
     std::vector<std::string> volumes;  // sorted
-    std::int64_t waitStatus = 0;
+    std::int64_t waitStatus{};
     std::string message;
 };
 

@@ -45,14 +45,14 @@ CommandReplay::~CommandReplay() = default;
 
 }  // namespace kivclaim::host
 
-kivclaim::host_internal::CommandResult kivclaim::host_internal::runOrReplay(const std::string& command,
-                                                                            const RunLimits& limits,
-                                                                            std::vector<std::string>& output)
+namespace kivclaim::host_internal {
+
+std::optional<CommandResult> replayed(const std::string& command, std::vector<std::string>& output)
 {
     // Held until the end: `outcomeOf` may close the replay.
     const auto replay = host::Scopes::find([](const host::Replayed&) { return true; });
     if (replay == nullptr) {
-        return runCommand(command, limits, output);
+        return std::nullopt;
     }
     const std::optional<host::CommandOutcome> outcome = replay->state.outcomeOf(command);
     if (!outcome) {
@@ -61,3 +61,11 @@ kivclaim::host_internal::CommandResult kivclaim::host_internal::runOrReplay(cons
     host::appendLines(outcome->output, output);
     return resultOfEnded(command, outcome->exitStatus, outcome->signal, outcome->errors);
 }
+
+CommandResult runOrReplay(const std::string& command, const RunLimits& limits, std::vector<std::string>& output)
+{
+    std::optional<CommandResult> result = replayed(command, output);
+    return result ? *std::move(result) : runCommand(command, limits, output);
+}
+
+}  // namespace kivclaim::host_internal

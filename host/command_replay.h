@@ -20,9 +20,10 @@ struct CommandOutcome {
 };
 
 // While a replay is open, no command runs on this thread: every Exec, through whichever runner, gives the outcome that
-// `recorded` returns for its command line, in the same words as if it had run. A command without an outcome fails like
-// one whose program is not there. Callers of Exec need no change, and snapshots remember replayed commands like any
-// others. The innermost of several open replays answers.
+// `recorded` returns for its command line, in the same words as if it had run. So does CommandRunner::run; its command
+// line is the words with a blank between them. A command without an outcome fails like one whose program is not there.
+// Callers of Exec need no change, and snapshots remember replayed commands like any others. The innermost of several
+// open replays answers.
 //
 // Threads: holds for the thread that made it; other threads are not concerned. It may be destroyed anywhere, at any
 // time. Ownership: owns `recorded`; what another thread ended is deleted when the thread that made it runs its next

@@ -5,6 +5,7 @@
 #include <string>
 
 #include <ace/OS_NS_Thread.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -36,7 +37,7 @@ unsigned int interrupted(Host& host, unsigned int seconds)
         return 0;
     }
     host.clockMilliseconds += host.signalMilliseconds;
-    errno = EINTR;
+    errno = host.errnoOfPauses;
     return static_cast<unsigned int>((whole - host.signalMilliseconds) / 1000);
 }
 
@@ -159,6 +160,7 @@ int open(const char* path, int flags, ...)
 
 int close(int descriptor)
 {
+    pthread_testcancel();  // like the C library's
     const kivclaim::testkit::InsideHost inside;
     Host* const host = Host::current();
     if (host != nullptr && descriptor < 0) {

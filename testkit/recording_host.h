@@ -148,7 +148,7 @@ public:
     std::function<void()> onRunner;
     // What the next pauses leave over; a pause that is not listed ends by itself. Only such a pause leaves errno alone.
     std::vector<unsigned int> leftOverByPauses;
-    // What errno is after such a pause.
+    // What errno is after such a pause, and after one that a signal cuts short.
     int errnoOfPauses = EINTR;
     // A signal that arrives so many milliseconds after the beginning of each pause, on a clock of the host's own that
     // pauses alone move on; what a pause leaves over is cut to whole seconds, as sleep() does. 0: no signal.
@@ -169,6 +169,8 @@ public:
     bool acceptsAnyLimit = false;
     // See acceptsAnyLimit.
     unsigned long limitGiven = 0;
+    // Called by each search through lines, when set.
+    std::function<void()> onSearch;
     // Called before each record is written down.
     std::function<void()> onTrace;
 

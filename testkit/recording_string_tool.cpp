@@ -54,6 +54,9 @@ std::size_t CFiStringTool::find(const std::vector<std::string>& lines, const std
                                 bool ignoreCase)
 {
     const kivclaim::testkit::Host* const host = kivclaim::testkit::Host::current();
+    if (host != nullptr && host->onSearch) {
+        host->onSearch();
+    }
     for (unsigned long line = index; line < lines.size(); ++line) {
         if (host != nullptr && !host->falseHit.empty() && lines[line] == host->falseHit) {
             index = line;

@@ -552,6 +552,8 @@ TEST_F(ClaimManager, ARefusedModuleNeedsNoLog)
 {
     auto* const module = add("mine", {});
     manager->registerClaimModule(module);
+    HostModule onTheStack(host, "mine", {});
+    manager->registerClaimModule(&onTheStack);
     EXPECT_EQ(manager->claimModules().size(), 4U);
 }
 

@@ -104,6 +104,17 @@ protected:
         host.forget();
     }
 
+    // Asks on a thread that is told to end meanwhile.
+    bool goesOnAfterAsking(const std::string& path)
+    {
+        bool goesOn = false;
+        std::thread([&] {
+            query.ask(path);
+            goesOn = true;
+        }).join();
+        return goesOn;
+    }
+
     // The reason, after a listing that `host` was told to fail.
     std::string whyUnsure(const std::string& path = "/dev/mapper/mpatha")
     {
@@ -629,6 +640,47 @@ TEST_F(Query, RunningOutOfMemoryInTheListingReachesTheCallerAndIsTriedAgain)
     EXPECT_EQ(query.ask("/dev/mapper/vg00-lvol1").level(), 0U);
 }
 
+TEST_F(Query, RunningOutOfMemoryOverTheOutputOfAFailedListingReachesTheCaller)
+{
+    host.fails(lvdisplay, 5, exitedWith5, oneVolume);
+    host.onSearch = [] { throw std::bad_alloc(); };
+    EXPECT_THROW(query.ask("/dev/mapper/mpatha"), std::bad_alloc);
+    EXPECT_EQ(query.listing().state(), State::notRead);
+}
+
+TEST_F(Query, AThreadThatEndsOverTheOutputOfAFailedListingIsNotKeptAlive)
+{
+    host.fails(lvdisplay, 5, exitedWith5, oneVolume);
+    host.onSearch = [] { pthread_exit(nullptr); };
+    EXPECT_FALSE(goesOnAfterAsking("/dev/mapper/mpatha"));
+}
+
+TEST_F(Query, AThreadThatEndsInsideAModuleIsNotKeptAlive)
+{
+    add<HostModule>("/dev/own", 20U)->thrower = [] { pthread_exit(nullptr); };
+    EXPECT_FALSE(goesOnAfterAsking("/dev/own1"));
+}
+
+// The reading registers the log with a module of its own, and a failed lock leaves that one without a log.
+TEST_F(Query, AListingThatCannotLockTheLogIsReadWithoutItsRecords)
+{
+    registerLog();
+    int readWithoutRecords = 0;
+    for (int lock = 0;; ++lock) {
+        host.forget();
+        host.prints(lvdisplay, oneVolume);
+        const recording::OneFailingLock failing(lock);
+        EXPECT_EQ(ClaimQuery(manager).ask("/dev/mapper/vg00-lvol1").level(), 0U) << "at lock " << lock;
+        const Lines records = host.trace(6);
+        const std::string ofReading = "CKivDeviceMapperClaim::createLvmDeviceNamesList: Command:[/sbin/lvdisplay]";
+        readWithoutRecords += std::count(records.begin(), records.end(), ofReading) == 0 ? 1 : 0;
+        if (!recording::OneFailingLock::hasFailed()) {
+            break;
+        }
+    }
+    EXPECT_EQ(readWithoutRecords, 1);
+}
+
 TEST_F(Query, NothingIsBegunAfterTheDeadline)
 {
     query.setDeadline(std::chrono::steady_clock::now());
@@ -810,6 +862,7 @@ TEST_F(Query, QueriesOfSeveralThreadsDoNotMeet)
 TEST_F(Query, NoPathsGiveNoAnswers)
 {
     EXPECT_TRUE(query.askAll({}).empty());
+    EXPECT_EQ(query.listing().message(), "");
 }
 
 TEST(StackName, IsThatOfTheStackOrOfTheClass)

@@ -1,6 +1,7 @@
 // Commands that are replayed: nothing runs, and what comes of them is what would come of a run.
 #include "host/command_replay.h"
 
+#include "host/command_runner.h"
 #include "host/command_snapshot.h"
 #include "tests/runner_fixture.h"
 
@@ -11,7 +12,9 @@
 
 using kivclaim::host::CommandOutcome;
 using kivclaim::host::CommandReplay;
+using kivclaim::host::CommandRunner;
 using kivclaim::host::CommandSnapshot;
+using kivclaim::host::RunOutcome;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using ztfi_pdk_4_4::CFiExecPipePosix;
@@ -45,6 +48,14 @@ TEST_F(Replay, GivesTheRecordedLinesOfTheCommandThatIsAskedFor)
         return CommandOutcome{command + "\n\nlast", "", 0, 0};
     });
     EXPECT_THAT(exec("/no/such/tool -x").lines, ElementsAre("/no/such/tool -x", "", "last"));
+}
+
+TEST_F(Replay, HoldsForTheWordsOfACommandRunnerToo)
+{
+    const CommandReplay replay([](const std::string& command) { return CommandOutcome{command + "\n", "", 3, 0}; });
+    const RunOutcome outcome = CommandRunner().run({"/no/such/tool", "-x"});
+    EXPECT_THAT(outcome.lines, ElementsAre("/no/such/tool -x"));
+    EXPECT_EQ(outcome.result, 3);
 }
 
 TEST_F(Replay, AFailureIsWhatARunWouldGive)
@@ -122,4 +133,17 @@ TEST_F(Replay, WhatTheRecordThrowsIsThrownAndLeavesTheOutput)
     CFiExecPipePosix runner(1);
     EXPECT_THROW(runner.Exec("/sbin/tool", lines, "", 0, "", "", ""), std::runtime_error);
     EXPECT_THAT(lines, IsEmpty());
+}
+
+TEST_F(Replay, MayOwnAnotherReplayAndBeEndedOnAnotherThread)
+{
+    auto owned = std::make_shared<CommandReplay>(always({"owned\n", "", 0, 0}));
+    auto owner = std::make_unique<CommandReplay>([owned](const std::string&) {
+        return CommandOutcome{"owner's\n", "", 0, 0};
+    });
+    owned.reset();
+    EXPECT_THAT(exec(probe).lines, ElementsAre("owner's"));
+    std::thread([&] { owner.reset(); }).join();
+    EXPECT_THAT(exec(probe + " print out@n").lines, ElementsAre("out"));
+    EXPECT_THAT(exec(probe + " print again@n").lines, ElementsAre("again"));
 }

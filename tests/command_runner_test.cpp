@@ -235,10 +235,11 @@ TEST_F(HostCommandRunner, TellsWhatRunsAndHowLongAtMost)
     EXPECT_THAT(runner.running(), IsEmpty());
 }
 
-TEST_F(HostCommandRunner, TellsThatThereIsNoLatestEnd)
+namespace {
+
+void expectNoLatestEnd(CommandRunner&& runner)
 {
     const TemporaryFile mark;
-    CommandRunner runner;
     std::vector<RunningCommand> seen;
     std::thread watcher([&] {
         awaitLines(mark.path, 1);
@@ -249,6 +250,20 @@ TEST_F(HostCommandRunner, TellsThatThereIsNoLatestEnd)
     watcher.join();
     ASSERT_THAT(seen, SizeIs(1));
     EXPECT_EQ(seen[0].latestEnd, Clock::time_point::max());
+}
+
+}  // namespace
+
+TEST_F(HostCommandRunner, TellsThatThereIsNoLatestEnd)
+{
+    expectNoLatestEnd(CommandRunner());
+}
+
+TEST_F(HostCommandRunner, TakesADeadlineJustBeforeTheEndOfTimeForNone)
+{
+    CommandLimits limits;
+    limits.deadline = Clock::time_point::max() - 1s;
+    expectNoLatestEnd(CommandRunner(limits));
 }
 
 TEST_F(HostCommandRunner, RunsCommandsOfSeveralThreadsAtOnce)

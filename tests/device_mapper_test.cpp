@@ -549,6 +549,25 @@ TEST_F(DeviceMapper, AThreadThatEndsInsideAnOperationIsNotKeptAlive)
     }
 }
 
+TEST_F(DeviceMapper, AThreadThatIsCancelledWhileANodeIsOpenEndsAfterClosingIt)
+{
+    host.device("/dev/x");
+    host.failsTracing("CKivDeviceMapperClaim::isPartition: [/dev/x1] is a partition", [] {
+        pthread_cancel(pthread_self());
+        throw std::runtime_error("the node is closed while this is on its way");
+    });
+    int answer = -1;
+    bool wentOn = false;
+    std::thread([&] {
+        answer = module.isPartition("/dev/x1");
+        pthread_testcancel();
+        wentOn = true;
+    }).join();
+    EXPECT_EQ(answer, 0);
+    EXPECT_FALSE(wentOn) << "the cancellation is kept";
+    EXPECT_EQ(host.calls(), lines({"open /dev/x: yes", "close /dev/x"}));
+}
+
 TEST_F(DeviceMapper, ClaimLetsExceptionsThrough)
 {
     host.failsTracing("INFO: CKivDeviceMapperClaim::claim");

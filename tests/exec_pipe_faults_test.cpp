@@ -33,6 +33,7 @@ using tests::givesDescriptor;
 using tests::goesOn;
 using tests::passesUnder;
 using tests::pollCall;
+using tests::Reply;
 using tests::SystemCall;
 using namespace std::chrono_literals;
 
@@ -297,6 +298,40 @@ TEST_F(ExecPipeFaults, LeavesNoChildWhenItsEndCannotBeAskedFor)
     expectFailureOfWaiting(1, EPERM);
 }
 
+// --- A host whose children begin a namespace of process numbers: there, the host has number 0 ---
+
+namespace {
+
+Reply parentIsNotSeen(const SystemCall& call)
+{
+    return call.isOfHost() ? goesOn() : gives(0);
+}
+
+}  // namespace
+
+TEST_F(ExecPipeFaults, RunsInAHostThatItsToolsDoNotSee)
+{
+    EXPECT_TRUE(passesUnder({SYS_getppid}, &parentIsNotSeen, [] {
+        const Outcome outcome = exec(probe + " print out@n exit 3");
+        EXPECT_EQ(outcome.result, 3) << outcome.failure.message;
+        EXPECT_THAT(outcome.lines, ElementsAre("out"));
+    }));
+}
+
+// The keeper could tell the tool's number in its own namespace only, and the host would signal somebody else.
+TEST_F(ExecPipeFaults, RunsNothingUnderAKeeperThatDoesNotSeeItsHost)
+{
+    EXPECT_TRUE(passesUnder({SYS_getppid}, &parentIsNotSeen, [] {
+        const SignalHandling ignoring(SIGCHLD, SIG_IGN);
+        const Outcome outcome = exec(probe + " print out@n exit 3");
+        EXPECT_TRUE(outcome.wasThrown);
+        EXPECT_EQ(outcome.failure.errorNumber, ECHILD);
+        EXPECT_THAT(outcome.failure.message, HasSubstr("the process that should keep its status has ended"));
+        EXPECT_THAT(outcome.lines, IsEmpty());
+        EXPECT_TRUE(hasNoChildren());
+    }));
+}
+
 // --- Each system call of a run, failing each time that it is made ---
 
 namespace {
@@ -475,7 +510,20 @@ TEST_F(ExecPipeFaults, SaysThatThereIsNoDescriptorForACommandRunner)
                             [] { EXPECT_THROW(kivclaim::host::CommandRunner{}, std::system_error); }));
 }
 
-// --- A keeper that is lost ---
+// --- A keeper that cannot begin, or is lost ---
+
+TEST_F(ExecPipeFaults, SaysThatThereIsNoDescriptorForAKeeper)
+{
+    const auto judge = [](const SystemCall& call) {
+        return !call.isOfHost() && call.arguments[1] == F_DUPFD ? fails(EMFILE) : goesOn();
+    };
+    EXPECT_TRUE(passesUnder({SYS_fcntl}, judge, [] {
+        const SignalHandling ignoring(SIGCHLD, SIG_IGN);
+        const Outcome outcome = exec(probe + " print out@n");
+        EXPECT_TRUE(outcome.wasThrown);
+        EXPECT_EQ(outcome.failure.errorNumber, EMFILE);
+    }));
+}
 
 TEST_F(ExecPipeFaults, SaysThatTheStatusIsLostWhenTheKeeperIsKilled)
 {

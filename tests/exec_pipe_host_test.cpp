@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <termios.h>
 
 #include <array>
@@ -173,10 +174,20 @@ int reachNobody(pid_t process, int)
     return 0;
 }
 
+// While it lives, orphans become children of this process, as of the first one in a container.
+class AdoptedOrphans {
+public:
+    AdoptedOrphans() { ::prctl(PR_SET_CHILD_SUBREAPER, 1); }
+    AdoptedOrphans(const AdoptedOrphans&) = delete;
+    AdoptedOrphans& operator=(const AdoptedOrphans&) = delete;
+    ~AdoptedOrphans() { ::prctl(PR_SET_CHILD_SUBREAPER, 0); }
+};
+
 }  // namespace
 
 TEST_P(ExecPipeInAHost, LeavesAToolBehindThatNothingEndsAndCollectsItLater)
 {
+    const AdoptedOrphans orphans;
     kivclaim::host_internal::RunLimits limits = limitedTo(100ms);
     limits.fromTermToKill = 50ms;
     limits.fromKillToLeave = 50ms;

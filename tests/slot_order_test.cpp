@@ -433,6 +433,21 @@ TEST(Contract, TheFunctionsForOpenedLibrariesKeepTheirNames)
     EXPECT_STREQ(kivHostOperationName, "kivclaim_host_operation");
 }
 
+TEST(Contract, TheLibraryTellsTheFileOfEachOperationOfTheHost)
+{
+    const char* name = nullptr;
+    const char* file = nullptr;
+    EXPECT_EQ(kivclaim_host_operation(0, &name, &file), 1);
+    std::vector<std::string> names;
+    for (const kivclaim::HostOperation& operation : kivclaim::hostOperations()) {
+        names.push_back(operation.name);
+        EXPECT_NE(operation.file, "") << operation.name;
+    }
+    EXPECT_EQ(names, lines({"CFiTraceLog::trace", "CFiExecPipePosix::CFiExecPipePosix", "CFiExecPipeBase::Exec",
+                            "CFiStringTool::find", "CFiStringTool::trim", "CFiStringTool::tokenize",
+                            "CFiStringTool::str2tstr", "CFiStringTool::tstr2str"}));
+}
+
 TEST(Contract, AFailureBeginsWithoutNumbers)
 {
     const EFiExecPipe failure;

@@ -296,3 +296,18 @@ TEST_F(VolumeManagerSupport, ATimerThatInterruptsEveryPauseDoesNotShortenIt)
         EXPECT_LT(host.clockMilliseconds, 6000) << milliseconds;
     }
 }
+
+// A sleep() that leaves errno alone still tells of the signal by what it leaves over.
+TEST_F(VolumeManagerSupport, APauseThatLeavesASecondOverIsNotShortenedByItsRoundingWhateverErrnoIs)
+{
+    host.fails(nodeOfSdc, 1, 256, {});
+    host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
+    host.prints(rescanSdc, {});
+    host.signalMilliseconds = 3500;
+    host.errnoOfPauses = 0;
+    EXPECT_EQ(support.getZtVMDiskForOSDiskHandler_Waited("sdc", name), 0);
+    const Lines calls = host.calls();
+    EXPECT_EQ(Lines(calls.begin() + 2, calls.begin() + 6),
+              lines({"sleep 5", "sleep 1", "sleep 1", "runner with a log"}));
+    EXPECT_EQ(host.clockMilliseconds, 5500);
+}

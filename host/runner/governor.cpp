@@ -21,7 +21,8 @@ Clock::time_point latestEndOf(const RunLimits& limits, Clock::time_point start)
     if (limits.wholeRun.count() != 0) {
         end = std::min(end, start + limits.wholeRun);
     }
-    return end == Clock::time_point::max() ? end : end + limits.fromTermToKill + limits.fromKillToLeave;
+    const bool isNever = end >= Clock::time_point::max() - 2 * longest;
+    return isNever ? Clock::time_point::max() : end + limits.fromTermToKill + limits.fromKillToLeave;
 }
 
 }  // namespace

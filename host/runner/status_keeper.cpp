@@ -53,14 +53,14 @@ Ends openSocket()
 // From here to `keep` everything runs in the copy of the process, of whose threads only this one is there: system calls
 // only, because the copy may have locks of the C library that nobody will open.
 
-// A keeper that cannot report is of no use; with its end, the tool is killed and the host hears of it.
-KIVCLAIM_UNSANITIZED void send(int socket, const void* message, std::size_t size)
+KIVCLAIM_UNSANITIZED bool send(int socket, const void* message, std::size_t size)
 {
     while (::syscall(SYS_sendto, socket, message, size, MSG_NOSIGNAL, nullptr, 0) < 0) {
         if (errno != EINTR) {
-            endHere();
+            return false;
         }
     }
+    return true;
 }
 
 // The keeper has the outputs of the tool where the tool shall have them, and its socket next to them. They are
@@ -70,6 +70,9 @@ KIVCLAIM_UNSANITIZED bool arrangeDescriptors(ToolStart& start, int socket)
     int ends[] = {start.outputEnd, start.errorEnd, socket};
     for (int& end : ends) {
         end = static_cast<int>(::syscall(SYS_fcntl, end, F_DUPFD, socketOfKeeper + 1));
+        if (end < 0) {
+            return false;
+        }
     }
     for (int i = 0; i < 3; ++i) {
         if (::syscall(SYS_dup3, ends[i], STDOUT_FILENO + i, 0) < 0) {
@@ -92,8 +95,8 @@ KIVCLAIM_UNSANITIZED void startAndReport(ToolStart& start, int socket)
         start.errorNumber = errno;
     }
     const StartReport report{start.errorNumber, start.process, start.reason};
-    send(socket, &report, sizeof report);
-    if (start.errorNumber != 0) {
+    // A keeper that cannot report is of no use; with its end, the tool is killed and the host hears of it.
+    if (!send(socket, &report, sizeof report) || start.errorNumber != 0) {
         endHere();
     }
     // Held any longer, the pipes would not end with the tool.
@@ -101,7 +104,8 @@ KIVCLAIM_UNSANITIZED void startAndReport(ToolStart& start, int socket)
     ::syscall(SYS_close, STDERR_FILENO);
 }
 
-// The tool's number stays its own until the host has closed the socket: only then the tool is collected.
+// The tool's number stays its own until the host has closed the socket: only then the tool is collected. A host that
+// left the tool behind has closed it long before.
 KIVCLAIM_UNSANITIZED void awaitAndReport(pid_t tool)
 {
     siginfo_t information;
@@ -111,9 +115,10 @@ KIVCLAIM_UNSANITIZED void awaitAndReport(pid_t tool)
         }
     }
     const int status = rawWaitStatus(information);
-    send(socketOfKeeper, &status, sizeof status);
-    char byte;
-    while (::syscall(SYS_read, socketOfKeeper, &byte, sizeof byte) < 0 && errno == EINTR) {
+    if (send(socketOfKeeper, &status, sizeof status)) {
+        char byte;
+        while (::syscall(SYS_read, socketOfKeeper, &byte, sizeof byte) < 0 && errno == EINTR) {
+        }
     }
     ::syscall(SYS_wait4, tool, nullptr, 0, nullptr);
 }
@@ -168,7 +173,7 @@ void StatusKeeper::startTool(ToolStart& start)
     }
     ends.keeper.reset();
     socket = std::move(ends.host);
-    StartReport report{ECHILD, 0, nullptr};
+    StartReport report{ECHILD, 0, "the process that should keep its status has ended"};
     receiveMessage(socket, &report, sizeof report, 0);
     start.errorNumber = report.errorNumber;
     start.process = report.process;

@@ -74,15 +74,20 @@ private:
         return list.scopes;
     }
 
+    // One at a time, and out of the list before it ends: a state that ends may close further scopes.
     static void removeClosed()
     {
         if (isThreadEnding) {
             return;
         }
         std::vector<std::shared_ptr<Scope>>& scopes = openScopes();
-        const auto firstClosed =
-            std::stable_partition(scopes.begin(), scopes.end(), [](const auto& scope) { return scope->isOpen.load(); });
-        scopes.erase(firstClosed, scopes.end());
+        const auto firstClosed = [&] {
+            return std::find_if(scopes.begin(), scopes.end(), [](const auto& scope) { return !scope->isOpen; });
+        };
+        for (auto closed = firstClosed(); closed != scopes.end(); closed = firstClosed()) {
+            const std::shared_ptr<Scope> removed = std::move(*closed);
+            scopes.erase(closed);
+        }
     }
 
     [[gnu::tls_model("initial-exec")]] static inline thread_local bool isThreadEnding = false;

@@ -95,13 +95,21 @@ KIVCLAIM_UNSANITIZED bool separateFromTerminal()
     return ::syscall(SYS_setsid) >= 0;
 }
 
+// A process that had its children begin another namespace of process numbers is not seen from there: it has number 0.
+// It waits until the program has taken the child's place, so it is still there.
+KIVCLAIM_UNSANITIZED bool endsWithItsHost(pid_t host)
+{
+    constexpr pid_t notSeen = 0;
+    return endsWithItsParent(host) || (errno == ESRCH && endsWithItsParent(notSeen));
+}
+
 // Runs in the child, in the parent's memory. execve is called as the C library's function, so that a process which
 // replaces it sees the call.
 KIVCLAIM_UNSANITIZED int becomeTool(void* argument)
 {
     auto& start = *static_cast<ToolStart*>(argument);
     resetSignals();
-    if (endsWithItsParent(start.parent) && separateFromTerminal() && setStandardDescriptors(start)) {
+    if (endsWithItsHost(start.parent) && separateFromTerminal() && setStandardDescriptors(start)) {
         closeDescriptorsFrom(firstOrdinaryDescriptor);
         const unsigned long long none = 0;
         setSignalMask(none, nullptr);
@@ -151,7 +159,11 @@ ChildStack::~ChildStack()
 
 KIVCLAIM_UNSANITIZED bool endsWithItsParent(pid_t parent) noexcept
 {
-    return ::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) == 0 && ::syscall(SYS_getppid) == parent;
+    if (::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) {
+        return false;
+    }
+    errno = ESRCH;
+    return ::syscall(SYS_getppid) == parent;
 }
 
 KIVCLAIM_UNSANITIZED void resetSignals() noexcept

@@ -81,7 +81,7 @@ struct ToolStart {
 void startTool(ToolStart& start) noexcept;
 
 // The steps of it that a copy of the process needs for itself as well, also async-signal-safe. Each sets errno.
-bool endsWithItsParent(pid_t parent) noexcept;  // from now on; false when the parent is gone already
+bool endsWithItsParent(pid_t parent) noexcept;  // from now on; false when the caller has another parent already
 void resetSignals() noexcept;                   // to default handling; the mask stays
 void closeDescriptorsFrom(int first) noexcept;
 [[noreturn]] void endHere() noexcept;

@@ -57,6 +57,7 @@ OF_HEADER = {
     "claim/kiv_trace.h": ["modules/kiv_linux_device_mapper_claim.cpp"],
     "claim/kiv_claim_manager.h": ["tests/claim_manager_test.cpp"],
     "claim/kiv_claim_module_entry.h": ["tests/faults/module_entry_test.cpp"],
+    "claim/kiv_manager_functions.h": ["claim/kiv_manager_functions.cpp", "tests/slot_order_test.cpp"],
     "claim/kiv_device_claim_base.h": [source for source in LIBRARY if source.startswith("modules/kiv_")],
     "modules/kiv_path_text.h": [source for source in LIBRARY if source.startswith("modules/kiv_")],
 }
@@ -130,7 +131,7 @@ def precompile(name, text, newest):
 def prepare():
     """Builds everything unchanged; only what is older than its sources is built again."""
     (WORK / "objects").mkdir(parents=True, exist_ok=True)
-    parts = ("framework", "claim", "modules", "tests", "tests/faults")
+    parts = ("framework", "claim", "modules", "testkit", "tests", "tests/faults")
     newest = max(path.stat().st_mtime for part in parts for path in (ROOT / part).glob("*.h"))
     precompile("test_headers", TEST_HEADERS, 0)
     precompile("library_headers", LIBRARY_HEADERS, newest)
@@ -201,7 +202,10 @@ def verdict(mutant, text, directory):
     try:
         for number, (source, place) in enumerate(sources.items()):
             first[source] = directory / f"{number}.o"
-            if compile_one(place, first[source], headers, directory / "overlay").returncode != 0:
+            compiled = compile_one(place, first[source], headers, directory / "overlay")
+            if "precompiled" in compiled.stderr:
+                sys.exit("mutate: a header has changed meanwhile; start again")
+            if compiled.returncode != 0:
                 return "no mutant"
         if link(directory / "tests", first).returncode != 0:
             return "no mutant"
