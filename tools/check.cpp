@@ -8,6 +8,7 @@
 #include "tools/check_inside.h"
 #include "tools/checked_process.h"
 #include "tools/elf_file.h"
+#include "tools/module_file.h"
 #include "tools/output.h"
 
 #include <dlfcn.h>
@@ -131,7 +132,8 @@ Json checkModuleFile(const CheckOptions& options)
         exports.insert(exports.begin(), kivCreateClaimModuleName);
     }
     report["exports"] = exports;
-    addFindings(report, run({ownProgram(), insideArguments(options, "module", options.module), {}, false}));
+    addFindings(report,
+                run({ownProgram(), insideArguments(options, "module", options.module), {}, false, options.module}));
     if (isSupplier) {
         addProblem(report, "it exports operations of a host framework, which come from the process that loads it");
     }
@@ -164,7 +166,8 @@ public:
                                        {"LD_BIND_NOW", "1"},
                                        {"LD_DEBUG", "bindings"},
                                        {"LD_PRELOAD", preloadedFirst(preloaded)}},
-                                      true})
+                                      true,
+                                      program})
                                      .report;
         std::istringstream lines(text);
         for (std::string line; std::getline(lines, line);) {
@@ -204,8 +207,12 @@ std::string claimLibraryOfThisProcess()
     return dladdr(reinterpret_cast<const void*>(&kivclaim_version), &place) != 0 ? place.dli_fname : "";
 }
 
-void checkProgram(Json& report, const std::string& path)
+void checkProgram(Json& report, const ElfFile& file, const std::string& path)
 {
+    if (file.interpreter.empty()) {
+        addProblem(report, "it is linked statically, so the loader binds nothing in it; link it with shared libraries");
+        return;
+    }
     LoaderTrace trace(path, "");
     const bool isLinked = trace.bindsTheClaimLibrary();
     if (!isLinked) {
@@ -228,10 +235,18 @@ void checkProgram(Json& report, const std::string& path)
 
 void checkFrameworkLibrary(Json& report, const CheckOptions& options, const std::string& path)
 {
+    const std::string place = fs::absolute(path).string();
+    if (place.find_first_of(" :") != std::string::npos) {
+        throw CommandError("cannot examine '" + options.host +
+                           "': the loader preloads no file with a blank or a colon "
+                           "in its path, which is '" +
+                           place + "'; give a link to it from another directory");
+    }
     addFindings(report, run({ownProgram(),
                              insideArguments(options, "host", options.host),
-                             {{"LD_PRELOAD", preloadedFirst(fs::absolute(path).string())}},
-                             false}));
+                             {{"LD_PRELOAD", preloadedFirst(place)}},
+                             false,
+                             options.host}));
 }
 
 bool isBundled(const std::string& file)
@@ -271,8 +286,12 @@ Json checkHostFile(const CheckOptions& options)
     report["kind"] = file.isProgram ? "program" : "library";
     report["exports"] = namesOfExported(file);
     report["operations"] = Json::object();
+    if (isCutOff(path)) {
+        addProblem(report, "the file is cut off; copy it anew");
+        return report;
+    }
     if (file.isProgram) {
-        checkProgram(report, path);
+        checkProgram(report, file, path);
     } else {
         checkFrameworkLibrary(report, options, path);
     }

@@ -46,29 +46,6 @@ bool isOfThisKind(const Elf64_Ehdr& header)
            header.e_ident[EI_DATA] == ownByteOrder;
 }
 
-// Whether some part that the loader would map lies behind the end of the file, as in a copy that was interrupted: it
-// checks that itself no more than the kernel does, and the process would end with SIGBUS. Whatever else may be wrong
-// with the file is found by the loader.
-bool isCutOff(const std::string& path)
-{
-    const std::uintmax_t size = std::filesystem::file_size(path);
-    std::ifstream file(path, std::ios::binary);
-    Elf64_Ehdr header{};
-    file.read(reinterpret_cast<char*>(&header), sizeof header);
-    if (!file || !isOfThisKind(header)) {
-        return false;
-    }
-    file.seekg(static_cast<std::streamoff>(header.e_phoff));
-    for (unsigned int i = 0; i < header.e_phnum; ++i) {
-        Elf64_Phdr part{};
-        file.read(reinterpret_cast<char*>(&part), sizeof part);
-        if (!file || (part.p_type == PT_LOAD && (part.p_filesz > size || part.p_offset > size - part.p_filesz))) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // What the loader says, without the file's name in front.
 std::string loaderError(const std::string& file)
 {
@@ -106,6 +83,28 @@ CKivDeviceClaimBase* callGuarded(const std::string& path, KivCreateClaimModule* 
 }
 
 }  // namespace
+
+// As in a copy that was interrupted. The loader checks this no more than the kernel does; whatever else may be wrong
+// with the file, it finds.
+bool isCutOff(const std::string& path)
+{
+    const std::uintmax_t size = std::filesystem::file_size(path);
+    std::ifstream file(path, std::ios::binary);
+    Elf64_Ehdr header{};
+    file.read(reinterpret_cast<char*>(&header), sizeof header);
+    if (!file || !isOfThisKind(header)) {
+        return false;
+    }
+    file.seekg(static_cast<std::streamoff>(header.e_phoff));
+    for (unsigned int i = 0; i < header.e_phnum; ++i) {
+        Elf64_Phdr part{};
+        file.read(reinterpret_cast<char*>(&part), sizeof part);
+        if (!file || (part.p_type == PT_LOAD && (part.p_filesz > size || part.p_offset > size - part.p_filesz))) {
+            return true;
+        }
+    }
+    return false;
+}
 
 std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
 {
