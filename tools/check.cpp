@@ -107,6 +107,7 @@ std::vector<std::string> insideArguments(const CheckOptions& options, const std:
 std::string ownProgram()
 {
     constexpr char byProc[] = "/proc/self/exe";
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel tells the address as a number
     const auto* const asCalled = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
     return access(byProc, X_OK) == 0 || asCalled == nullptr ? byProc : asCalled;
 }
@@ -314,6 +315,11 @@ std::string textOf(const Json& value)
     return value.is_boolean() ? (value.get<bool>() ? "yes" : "no") : value.dump();
 }
 
+std::string labelled(const std::string& label, const std::string& text)
+{
+    return label + ": " + text;
+}
+
 void print(const Json& report)
 {
     for (const auto& [key, value] : report.items()) {
@@ -321,11 +327,11 @@ void print(const Json& report)
             continue;
         }
         if (!value.is_object()) {
-            printLine(key + ": " + textOf(value));
+            printLine(labelled(key, textOf(value)));
             continue;
         }
         for (const auto& [name, entry] : value.items()) {
-            printLine(key + ": " + name + ": " + textOf(entry));
+            printLine(labelled(key, labelled(name, textOf(entry))));
         }
     }
     for (const Json& problem : report["problems"]) {

@@ -35,7 +35,7 @@ std::vector<std::string> environmentWith(const std::vector<std::pair<std::string
         }
     }
     for (const auto& [name, value] : variables) {
-        all.push_back(name + "=" + value);
+        all.push_back(std::string(name).append("=").append(value));
     }
     return all;
 }

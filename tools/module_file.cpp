@@ -113,11 +113,11 @@ std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
     if (create == nullptr) {
         refuse(path, std::string("it has no function ") + kivCreateClaimModuleName, giveAModule);
     }
-    unsigned int itsContract = 0;
-    CKivDeviceClaimBase* const module = callGuarded(path, create, itsContract);
-    if (itsContract != kivClaimModuleContract) {
+    unsigned int moduleContract = 0;
+    CKivDeviceClaimBase* const module = callGuarded(path, create, moduleContract);
+    if (moduleContract != kivClaimModuleContract) {
         // Whatever it made is left alone: its destructor need not be where ours is.
-        refuse(path, contractMismatch(kivClaimModuleContract, itsContract),
+        refuse(path, contractMismatch(kivClaimModuleContract, moduleContract),
                "build it against this release's headers, with the options that they ask for");
     }
     if (module == nullptr) {

@@ -81,8 +81,8 @@ bool setDescriptors(const std::vector<std::pair<int, int>>& descriptors)
         execve(prepared.wordPointers.front(), prepared.wordPointers.data(), prepared.environmentPointers.data());
     }
     const int problem = errno;
-    static_cast<void>(!write(problemEnd, &problem, sizeof problem));
-    _exit(127);
+    const ssize_t written = write(problemEnd, &problem, sizeof problem);
+    _exit(written > 0 ? 127 : 126);
 }
 
 // Above the numbers that the program gets, which would overwrite it.
