@@ -37,7 +37,7 @@ empty_machine=$(mktemp -d)
 trap 'rm -rf "$empty_machine"' EXIT
 mkdir -p "$empty_machine/sys/class/block"
 LD_LIBRARY_PATH=lib bin/kivclaim audit --no-warn --sysroot "$empty_machine" /dev/null |
-    grep -F "(see $PWD/share/doc/kivclaim/quirks.md)" >/dev/null || { echo 'audit names no installed page' && exit 1; }
+    grep -F "(see $(pwd -P)/share/doc/kivclaim/quirks.md)" >/dev/null || { echo 'audit names no installed page' && exit 1; }
 
 # The pages find each other, the pictures and the examples. The sources that they link to as well are not installed.
 cd share/doc/kivclaim
