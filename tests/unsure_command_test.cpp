@@ -17,7 +17,6 @@
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::Not;
 using tests::Ended;
 using tests::Process;
