@@ -176,7 +176,8 @@ private:
 };
 
 // The stack that a module serves: "device-mapper", "powerpath" or "native"; the name of its class for any other module,
-// one derived from those included; "none" for null. Threads: any. Failure: std::bad_alloc.
+// one derived from those included; "unnamed" for a class that was compiled with -fno-rtti; "none" for null.
+// Threads: any. Failure: std::bad_alloc.
 ZTFI_API std::string stackName(const CKivDeviceClaimBase* module);
 
 }  // namespace kivclaim

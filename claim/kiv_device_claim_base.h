@@ -30,7 +30,7 @@ enum ZTFI_DEVICE_CLAIM_LEVEL : std::uint32_t {
 // The slots below are the binary contract; docs/contract.md says how it may grow.
 class ZTFI_API CKivDeviceClaimBase : public ztfi_pdk_4_4::CFiTraceable {
 public:
-    // Slot 1 (complete and deleting destructor): lets go of the trace log. Slot 2 is the inherited registerTraceLog.
+    // Slot 1 (complete and deleting destructor): releases the trace log. Slot 2 is the inherited registerTraceLog.
     ~CKivDeviceClaimBase() override = default;
 
     // Slot 3: the device-path patterns that this module recognises, in an order of its own; may be empty.

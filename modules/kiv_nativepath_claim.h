@@ -23,7 +23,7 @@
 // success. Success with an empty name is possible: check the name.
 class ZTFI_API CZtKIVSupport : public ztfi_pdk_4_4::CFiTraceable {
 public:
-    // Slot 1 (complete and deleting destructor): lets go of the trace log. Slot 2 is the inherited registerTraceLog.
+    // Slot 1 (complete and deleting destructor): releases the trace log. Slot 2 is the inherited registerTraceLog.
     // There are no others: the operations below are not virtual.
     ~CZtKIVSupport() override;
 

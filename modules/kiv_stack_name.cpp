@@ -20,12 +20,23 @@ std::string className(const std::type_info& type)
     return status == 0 ? name.get() : type.name();
 }
 
+// A class that was compiled with -fno-rtti has no type information, and typeid would crash: its place in front of the
+// slots, as in the C++ ABI of all supported platforms, is null.
+bool hasTypeInformation(const CKivDeviceClaimBase& module)
+{
+    const auto* const slots = *reinterpret_cast<const void* const* const*>(&module);
+    return slots[-1] != nullptr;
+}
+
 }  // namespace
 
 std::string kivclaim::stackName(const CKivDeviceClaimBase* module)
 {
     if (module == nullptr) {
         return "none";
+    }
+    if (!hasTypeInformation(*module)) {
+        return "unnamed";
     }
     const std::type_info& type = typeid(*module);
     if (type == typeid(CKivDeviceMapperClaim)) {

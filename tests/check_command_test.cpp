@@ -6,7 +6,15 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <elf.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -48,6 +56,13 @@ std::vector<std::string> problemsOf(const json& report)
 std::vector<std::string> problemsOfTheWrongModule(const std::string& wrong)
 {
     return problemsOf(report("--check-module", MODULES "wrong_module.so", 1, wrong));
+}
+
+std::string contentOf(const std::string& path)
+{
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
 }
 
 std::string supplierOf(const json& report, const std::string& operation)
@@ -92,6 +107,32 @@ TEST(CheckModule, AModuleThatEndsTheProcessIsAFinding)
 {
     EXPECT_THAT(problemsOfTheWrongModule("constructor-exits"),
                 ElementsAre("loading the file and making its module: the process ended before its time"));
+}
+
+TEST(CheckModule, ACrashIsToldUnderAParentThatIgnoresItsChildren)
+{
+    Process process("env", {"--ignore-signal=CHLD", KIVCLAIM_COMMAND, "--check-module", MODULES "wrong_module.so"});
+    EXPECT_THAT(process.environment("WRONG_MODULE", "claim-crashes").environment("LC_ALL", "C").run().output,
+                HasSubstr("problem: claim: the process was ended by signal 6 (Aborted)\n"));
+}
+
+TEST(CheckModule, AProcessThatTheModuleLeavesKeepsNobodyWaiting)
+{
+    EXPECT_THAT(problemsOfTheWrongModule("leaves-a-process"), ElementsAre("claim threw an exception"));
+}
+
+TEST(CheckModule, ASignalEndsItWithTheProcessOfTheModule)
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        Process process(KIVCLAIM_COMMAND, {"--check-module", MODULES "wrong_module.so"});
+        process.environment("WRONG_MODULE", "claim-hangs").start();
+        process.awaitError("hangs");
+        process.signal(signal);
+        // It reads to the end of standard error, which the other process holds as well.
+        const Ended ended = process.finish();
+        EXPECT_EQ(ended.signal, signal);
+        EXPECT_EQ(ended.output, "");
+    }
 }
 
 TEST(CheckModule, AnExceptionIsAFindingWithTheStep)
@@ -182,16 +223,92 @@ TEST(CheckHost, ALibraryThatIsNoFrameworkLacksEveryOperation)
     EXPECT_THAT(problemsOf(report("--check-host", NVME_MODULE, 1)), SizeIs(8));
 }
 
+TEST(CheckHost, AProgramThatIsLinkedStaticallyIsAProblem)
+{
+    const tests::TemporaryFolder folder;
+    std::string program = contentOf(REPORTS "objects");
+    // As a static one has it: no interpreter is named.
+    Elf64_Ehdr header{};
+    std::memcpy(&header, program.data(), sizeof header);
+    for (unsigned int i = 0; i < header.e_phnum; ++i) {
+        char* const place = program.data() + header.e_phoff + i * sizeof(Elf64_Phdr);
+        Elf64_Phdr part{};
+        std::memcpy(&part, place, sizeof part);
+        part.p_type = part.p_type == PT_INTERP ? PT_NULL : part.p_type;
+        std::memcpy(place, &part, sizeof part);
+    }
+    folder.addFile("static", program);
+    EXPECT_THAT(problemsOf(report("--check-host", folder.path() + "/static", 1)),
+                ElementsAre("it is linked statically, so the loader binds nothing in it; link it with shared "
+                            "libraries"));
+}
+
+TEST(CheckHost, AFrameworkThatTheLoaderCannotPreloadIsRefused)
+{
+    const tests::TemporaryFolder folder;
+    for (const char* const name : {"with blank.so", "with:colon.so"}) {
+        folder.addFile(name, contentOf(SECOND_HOST));
+        const Ended ended = command({"--check-host", folder.path() + "/" + name});
+        EXPECT_THAT(ended.errors, HasSubstr("the loader preloads no file with a blank or a colon in its path"));
+        EXPECT_EQ(ended.status, 2);
+    }
+}
+
+TEST(Check, ACopyThatWasInterruptedIsAProblem)
+{
+    const tests::TemporaryFolder folder;
+    folder.addFile("module.so", contentOf(NVME_MODULE).substr(0, 6000));
+    folder.addFile("program", contentOf(REPORTS "objects").substr(0, 6000));
+    EXPECT_THAT(problemsOf(report("--check-module", folder.path() + "/module.so", 1)),
+                ElementsAre(EndsWith("the file is cut off; copy it anew")));
+    for (const char* const name : {"/module.so", "/program"}) {
+        EXPECT_THAT(problemsOf(report("--check-host", folder.path() + name, 1)),
+                    ElementsAre("the file is cut off; copy it anew"));
+    }
+}
+
+TEST(Check, RefusesAFileOfAnotherKindOfMachine)
+{
+    const tests::TemporaryFolder folder;
+    std::string module = contentOf(NVME_MODULE);
+    module[offsetof(Elf64_Ehdr, e_machine)] = static_cast<char>(0xFF);
+    folder.addFile("module.so", module);
+    for (const char* const option : {"--check-module", "--check-host"}) {
+        const Ended ended = command({option, folder.path() + "/module.so"});
+        EXPECT_THAT(ended.errors, HasSubstr("it is no ELF file of this kind of machine; give a program"));
+        EXPECT_EQ(ended.status, 2);
+    }
+}
+
+TEST(Check, RefusesWhatItWouldNotLookAt)
+{
+    EXPECT_EQ(command({"--check-module", NVME_MODULE, "/dev/nvme0n1", "/dev/nvme1n1"}).errors,
+              "kivclaim: '/dev/nvme1n1' was not expected; usage: kivclaim --check-module|--check-host FILE [-J] "
+              "[PATH]\n");
+    const Ended ended = command({"claim", "--check-host", SECOND_HOST, "/dev/sda"});
+    EXPECT_THAT(ended.errors, HasSubstr("'claim' was not expected; usage: kivclaim --check-module"));
+    EXPECT_EQ(ended.status, 2);
+}
+
 TEST(Check, RefusesWhatIsNoSuchFile)
 {
     const tests::TemporaryFolder folder;
     folder.addFile("text", "nothing to load\n");
+    folder.addFile("empty", "");
+    ASSERT_EQ(mkfifo((folder.path() + "/pipe").c_str(), 0600), 0);
     for (const char* const option : {"--check-module", "--check-host"}) {
         EXPECT_EQ(command({option, "/none"}).errors,
                   "kivclaim: cannot examine '/none': No such file or directory; give a program or a shared library\n");
-        const Ended ended = command({option, folder.path() + "/text"});
-        EXPECT_THAT(ended.errors, HasSubstr("it is no ELF file of this kind of machine; give a program"));
-        EXPECT_EQ(ended.status, 2);
+        for (const char* const name : {"/text", "/empty"}) {
+            const Ended ended = command({option, folder.path() + name});
+            EXPECT_THAT(ended.errors, HasSubstr("it is no ELF file of this kind of machine; give a program"));
+            EXPECT_EQ(ended.status, 2);
+        }
+        for (const char* const name : {"/pipe", ""}) {
+            const Ended ended = command({option, folder.path() + name});
+            EXPECT_THAT(ended.errors, HasSubstr("it is no regular file; give a program"));
+            EXPECT_EQ(ended.status, 2);
+        }
     }
     EXPECT_EQ(command({"--check-module", NVME_MODULE, "--check-host", SECOND_HOST}).status, 2);
 }
@@ -199,8 +316,15 @@ TEST(Check, RefusesWhatIsNoSuchFile)
 TEST(CheckedProcess, IsKilledWhenItsTimeIsOver)
 {
     const kivclaim::tools::CheckedEnd end =
-        kivclaim::tools::run({"/bin/sh", {"-c", "echo begun >&3; exec sleep 100"}, {}, false, 1});
+        kivclaim::tools::run({"/bin/sh", {"-c", "echo begun >&3; exec sleep 100"}, {}, false, "sh", 1});
     EXPECT_EQ(end.report, "begun\n");
+    EXPECT_EQ(end.ending, "did not end within 1 seconds");
+}
+
+TEST(CheckedProcess, IsKilledThoughItHasClosedItsReport)
+{
+    const kivclaim::tools::CheckedEnd end =
+        kivclaim::tools::run({"/bin/sh", {"-c", "exec 3>&-; exec sleep 100"}, {}, false, "sh", 1});
     EXPECT_EQ(end.ending, "did not end within 1 seconds");
 }
 

@@ -3,9 +3,10 @@
 if(KIVCLAIM_SANITIZERS)
     return()
 endif()
+set(tools ${PROJECT_SOURCE_DIR}/tools)
 kivclaim_test(check_command_test
-    SOURCES check_command_test.cpp ${PROJECT_SOURCE_DIR}/tools/checked_process.cpp
-    LIBRARIES process nlohmann_json::nlohmann_json
+    SOURCES check_command_test.cpp ${tools}/checked_process.cpp ${tools}/watch.cpp ${tools}/watched_program.cpp
+    LIBRARIES process nlohmann_json::nlohmann_json kivclaim::ztfi_pdk
     DEFINITIONS
         KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>"
         NVME_MODULE="$<TARGET_FILE:nvme_module>"

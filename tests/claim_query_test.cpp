@@ -877,3 +877,15 @@ TEST(StackName, IsThatOfTheStackOrOfTheClass)
     EXPECT_EQ(kivclaim::stackName(&native), "native");
     EXPECT_EQ(kivclaim::stackName(&module), "(anonymous namespace)::HostModule");
 }
+
+// Of untyped_module.cpp.
+std::unique_ptr<CKivDeviceClaimBase> makeUntypedModule();
+
+TEST_F(Query, AModuleThatWasCompiledWithoutTypeInformationIsUnnamed)
+{
+    manager.registerClaimModule(makeUntypedModule().release());
+    const ClaimAnswer answer = query.ask("/dev/loop0");
+    EXPECT_EQ(answer.level(), 2U);
+    EXPECT_EQ(answer.stack(), "unnamed");
+    EXPECT_EQ(answer.whyUnsure(), "");
+}

@@ -66,7 +66,8 @@ kivclaim_preload(told_user told_user.cpp)
 kivclaim_test(unsure_command_test
     SOURCES unsure_command_test.cpp
     LIBRARIES mock_machine process
-    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" KIVCLAIM_TOLD_USER="$<TARGET_FILE:told_user>")
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" KIVCLAIM_TOLD_USER="$<TARGET_FILE:told_user>"
+                HOST_FRAMEWORK="$<TARGET_FILE:ztfi_pdk>")
 add_dependencies(unsure_command_test kivclaim_command told_user)
 
 kivclaim_test(captured_machine_test

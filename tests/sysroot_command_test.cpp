@@ -73,6 +73,21 @@ TEST_F(Sysroot, TheRecordedListingDecidesAboutVolumes)
     EXPECT_EQ(ended.status, 1);
 }
 
+TEST_F(Sysroot, ALinkIsAnsweredByItsNameAndTheDeviceBehindItIsNamed)
+{
+    directory.link("/dev/disk/by-id/wwn-0x1", "../../sda").link("/dev/disk/by-id/dm-uuid", "../../dm-0");
+    const Ended ended = ask({"claim", "/dev/disk/by-id/wwn-0x1", "/dev/disk/by-id/dm-uuid"});
+    EXPECT_EQ(ended.output, "0 none /dev/disk/by-id/wwn-0x1\n0 none /dev/disk/by-id/dm-uuid\n");
+    EXPECT_EQ(ended.errors,
+              "kivclaim: /dev/disk/by-id/wwn-0x1 is /dev/sda, which gets the answer 2 native; --resolve asks by that "
+              "name\n"
+              "kivclaim: /dev/disk/by-id/dm-uuid is /dev/mapper/mpatha, which gets the answer 16 device-mapper; "
+              "--resolve asks by that name\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ask({"--resolve", "claim", "/dev/disk/by-id/wwn-0x1", "/dev/disk/by-id/dm-uuid"}).output,
+              "2 native /dev/sda\n16 device-mapper /dev/mapper/mpatha\n");
+}
+
 TEST_F(Sysroot, AnAnswerThatNeedsAMissingListingIsUnsure)
 {
     forgetCommands();

@@ -17,7 +17,6 @@
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::Not;
 using tests::Ended;
 using tests::Process;
@@ -281,17 +280,51 @@ TEST_F(UnsureCommand, ASignalEndsTheToolAndItsGroupAndThenTheCommand)
     }
 }
 
-// A command under such a parent has its tools started by another process.
+// Their programs are not run by the bundled host alone.
+TEST_F(UnsureCommand, ASignalEndsTheToolOfARecordingAndOfACheckToo)
+{
+    hangingLvdisplay();
+    const tests::TemporaryFolder recordings;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        for (const std::vector<std::string>& task : std::vector<std::vector<std::string>>{
+                 {"record", recordings.path() + "/machine"}, {"--check-host", HOST_FRAMEWORK}}) {
+            Process process = command(task);
+            process.start();
+            while (!runs("sleep")) {
+            }
+            process.signal(signal);
+            const Ended ended = process.finish();
+            EXPECT_EQ(ended.signal, signal) << task[0];
+            EXPECT_EQ(ended.output, "") << task[0];
+            EXPECT_TRUE(isGoneSoon()) << task[0];
+            EXPECT_FALSE(std::filesystem::exists(recordings.path() + "/machine"));
+        }
+    }
+}
+
+// A command that is started with SIGCHLD ignored has its tools started by another process.
 TEST_F(UnsureCommand, ASignalEndsAToolThatIsNoChildToo)
 {
     hangingLvdisplay();
-    Process process = command({"-c", "trap '' CHLD; exec " KIVCLAIM_COMMAND " claim /dev/mapper/x"}, "sh");
+    Process process = command({"--ignore-signal=CHLD", KIVCLAIM_COMMAND, "claim", "/dev/mapper/x"}, "env");
     process.start();
     while (!runs("sleep")) {
     }
     process.signal(SIGTERM);
     EXPECT_EQ(process.finish().signal, SIGTERM);
     EXPECT_TRUE(isGoneSoon());
+}
+
+// A program that is started with SIGCHLD ignored is not told how its own ones end. Not with trap: dash undoes it.
+TEST_F(UnsureCommand, ARecordingUnderAParentThatIgnoresItsChildrenHasTheListing)
+{
+    lvdisplay(volume);
+    const tests::TemporaryFolder recordings;
+    const std::string recording = recordings.path() + "/machine";
+    const Ended ended = command({"--ignore-signal=CHLD", KIVCLAIM_COMMAND, "record", recording}, "env").run();
+    EXPECT_EQ(ended.errors, "");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(recordings.contentOf("machine/kivclaim/commands/sbin/lvdisplay/output"), volume);
 }
 
 TEST_F(UnsureCommand, ASignalEndsItWhileItWaitsForPaths)
@@ -312,6 +345,16 @@ TEST_F(UnsureCommand, ALineOnATerminalTellsWhatIsWaitedForUntilItIsOver)
     EXPECT_THAT(ended.output, HasSubstr("\r\x1b[Kkivclaim: waiting for /sbin/lvdisplay, for 610 s at most"));
     EXPECT_THAT(ended.output, EndsWith("s at most\r\x1b[K16 device-mapper /dev/mapper/x\r\n"));
     EXPECT_EQ(command({"--no-warn", "claim", "/dev/mapper/x"}).run().errors, "") << "on a terminal only";
+}
+
+TEST_F(UnsureCommand, ALineOnATerminalTellsWhatARecordingWaitsFor)
+{
+    tools.addScript("lvdisplay", "/bin/sleep 4\n");
+    const tests::TemporaryFolder recordings;
+    const std::string line = std::string(KIVCLAIM_COMMAND) + " record " + recordings.path() + "/machine";
+    const Ended ended = command({"-qec", line, "/dev/null"}, "script").run();
+    EXPECT_THAT(ended.output, HasSubstr("\r\x1b[Kkivclaim: waiting for /sbin/lvdisplay, for 598 s at most"));
+    EXPECT_THAT(ended.output, EndsWith("s at most\r\x1b[K"));
 }
 
 TEST_F(UnsureCommand, AQuickToolHasNoLine)

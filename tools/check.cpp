@@ -8,6 +8,7 @@
 #include "tools/check_inside.h"
 #include "tools/checked_process.h"
 #include "tools/elf_file.h"
+#include "tools/module_file.h"
 #include "tools/output.h"
 
 #include <dlfcn.h>
@@ -106,6 +107,7 @@ std::vector<std::string> insideArguments(const CheckOptions& options, const std:
 std::string ownProgram()
 {
     constexpr char byProc[] = "/proc/self/exe";
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel tells the address as a number
     const auto* const asCalled = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
     return access(byProc, X_OK) == 0 || asCalled == nullptr ? byProc : asCalled;
 }
@@ -131,7 +133,8 @@ Json checkModuleFile(const CheckOptions& options)
         exports.insert(exports.begin(), kivCreateClaimModuleName);
     }
     report["exports"] = exports;
-    addFindings(report, run({ownProgram(), insideArguments(options, "module", options.module), {}, false}));
+    addFindings(report,
+                run({ownProgram(), insideArguments(options, "module", options.module), {}, false, options.module}));
     if (isSupplier) {
         addProblem(report, "it exports operations of a host framework, which come from the process that loads it");
     }
@@ -164,7 +167,8 @@ public:
                                        {"LD_BIND_NOW", "1"},
                                        {"LD_DEBUG", "bindings"},
                                        {"LD_PRELOAD", preloadedFirst(preloaded)}},
-                                      true})
+                                      true,
+                                      program})
                                      .report;
         std::istringstream lines(text);
         for (std::string line; std::getline(lines, line);) {
@@ -204,8 +208,12 @@ std::string claimLibraryOfThisProcess()
     return dladdr(reinterpret_cast<const void*>(&kivclaim_version), &place) != 0 ? place.dli_fname : "";
 }
 
-void checkProgram(Json& report, const std::string& path)
+void checkProgram(Json& report, const ElfFile& file, const std::string& path)
 {
+    if (file.interpreter.empty()) {
+        addProblem(report, "it is linked statically, so the loader binds nothing in it; link it with shared libraries");
+        return;
+    }
     LoaderTrace trace(path, "");
     const bool isLinked = trace.bindsTheClaimLibrary();
     if (!isLinked) {
@@ -228,10 +236,18 @@ void checkProgram(Json& report, const std::string& path)
 
 void checkFrameworkLibrary(Json& report, const CheckOptions& options, const std::string& path)
 {
+    const std::string place = fs::absolute(path).string();
+    if (place.find_first_of(" :") != std::string::npos) {
+        throw CommandError("cannot examine '" + options.host +
+                           "': the loader preloads no file with a blank or a colon "
+                           "in its path, which is '" +
+                           place + "'; give a link to it from another directory");
+    }
     addFindings(report, run({ownProgram(),
                              insideArguments(options, "host", options.host),
-                             {{"LD_PRELOAD", preloadedFirst(fs::absolute(path).string())}},
-                             false}));
+                             {{"LD_PRELOAD", preloadedFirst(place)}},
+                             false,
+                             options.host}));
 }
 
 bool isBundled(const std::string& file)
@@ -271,8 +287,12 @@ Json checkHostFile(const CheckOptions& options)
     report["kind"] = file.isProgram ? "program" : "library";
     report["exports"] = namesOfExported(file);
     report["operations"] = Json::object();
+    if (isCutOff(path)) {
+        addProblem(report, "the file is cut off; copy it anew");
+        return report;
+    }
     if (file.isProgram) {
-        checkProgram(report, path);
+        checkProgram(report, file, path);
     } else {
         checkFrameworkLibrary(report, options, path);
     }
@@ -295,6 +315,11 @@ std::string textOf(const Json& value)
     return value.is_boolean() ? (value.get<bool>() ? "yes" : "no") : value.dump();
 }
 
+std::string labelled(const std::string& label, const std::string& text)
+{
+    return label + ": " + text;
+}
+
 void print(const Json& report)
 {
     for (const auto& [key, value] : report.items()) {
@@ -302,11 +327,11 @@ void print(const Json& report)
             continue;
         }
         if (!value.is_object()) {
-            printLine(key + ": " + textOf(value));
+            printLine(labelled(key, textOf(value)));
             continue;
         }
         for (const auto& [name, entry] : value.items()) {
-            printLine(key + ": " + name + ": " + textOf(entry));
+            printLine(labelled(key, labelled(name, textOf(entry))));
         }
     }
     for (const Json& problem : report["problems"]) {

@@ -1,36 +1,24 @@
 #include "tools/checked_process.h"
 
+#include "machine/descriptor.h"
 #include "tools/exit_status.h"
+#include "tools/watched_program.h"
 
+#include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstring>
-
-#include <fcntl.h>
+#include <optional>
+#include <system_error>
 
 namespace kivclaim::tools {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-std::vector<char*> pointersTo(std::vector<std::string>& texts)
-{
-    std::vector<char*> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (std::string& text : texts) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
 
 // This process's variables with the others in place of those of the same name.
 std::vector<std::string> environmentWith(const std::vector<std::pair<std::string, std::string>>& variables)
@@ -47,54 +35,66 @@ std::vector<std::string> environmentWith(const std::vector<std::pair<std::string
         }
     }
     for (const auto& [name, value] : variables) {
-        all.push_back(name + "=" + value);
+        all.push_back(std::string(name).append("=").append(value));
     }
     return all;
 }
 
-pid_t start(const CheckedProcess& process, int reportEnd)
+ProgramStart startOf(const CheckedProcess& process, int reportEnd)
 {
-    std::vector<std::string> words = process.arguments;
-    words.insert(words.begin(), process.program);
-    std::vector<std::string> environment = environmentWith(process.variables);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, reportEnd, checkReportDescriptor);
+    ProgramStart start;
+    start.words = process.arguments;
+    start.words.insert(start.words.begin(), process.program);
+    start.environment = environmentWith(process.variables);
+    start.descriptors = {{reportEnd, checkReportDescriptor}};
     if (process.reportsOnStandardError) {
-        posix_spawn_file_actions_adddup2(&actions, checkReportDescriptor, STDERR_FILENO);
+        start.descriptors.emplace_back(checkReportDescriptor, STDERR_FILENO);
     }
-    posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
-    pid_t child = -1;
-    const int problem = posix_spawn(&child, process.program.c_str(), &actions, nullptr, pointersTo(words).data(),
-                                    pointersTo(environment).data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (problem != 0) {
-        throw CommandError("cannot start a process for the check: " + std::string(std::strerror(problem)) +
-                           "; try again later");
-    }
-    return child;
+    start.descriptors.emplace_back(STDERR_FILENO, STDOUT_FILENO);
+    start.shownAs = process.shownAs;
+    start.limit = std::chrono::seconds(process.seconds);
+    return start;
 }
 
-// True when the process closed the report; false when its time was over.
-bool readReport(int descriptor, int seconds, std::string& report)
-{
-    const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
-    for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-        pollfd waiting{descriptor, POLLIN, 0};
-        if (left <= 0 || poll(&waiting, 1, static_cast<int>(left)) == 0) {
-            return false;
-        }
+// What has been written to the report; waits for it no longer than a moment. Other processes may hold it open after the
+// checked one has ended, and the checked one may have closed it.
+class ReportReader {
+public:
+    explicit ReportReader(int descriptor) : descriptor(descriptor) {}
+
+    void readOn(std::string& report)
+    {
+        constexpr int moment = 5;
+        pollfd waiting{isOver ? -1 : descriptor, POLLIN, 0};
+        poll(&waiting, 1, moment);
         std::array<char, 65536> buffer;
-        const ssize_t length = read(descriptor, buffer.data(), buffer.size());
-        if (length == 0 || (length < 0 && errno != EINTR)) {
-            return true;
-        }
-        if (length > 0) {
-            report.append(buffer.data(), static_cast<std::size_t>(length));
+        while (!isOver) {
+            const ssize_t length = read(descriptor, buffer.data(), buffer.size());
+            if (length > 0) {
+                report.append(buffer.data(), static_cast<std::size_t>(length));
+            } else if (length == 0 || errno != EINTR) {
+                isOver = length == 0;
+                return;
+            }
         }
     }
+
+private:
+    int descriptor;
+    bool isOver = false;
+};
+
+// Its status, or nothing when its time was over.
+std::optional<int> waitFor(WatchedProgram& program, int report, std::string& text)
+{
+    ReportReader reader(report);
+    std::optional<int> status;
+    while (!status && !program.isLate()) {
+        reader.readOn(text);
+        status = program.status();
+    }
+    reader.readOn(text);
+    return status;
 }
 
 std::string endingOf(int status)
@@ -109,24 +109,24 @@ std::string endingOf(int status)
 
 CheckedEnd run(const CheckedProcess& process)
 {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw CommandError("cannot start a process for the check: " + std::string(std::strerror(errno)) +
+    try {
+        std::array<int, 2> ends{};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            throw std::system_error(errno, std::generic_category());
+        }
+        const machine::Descriptor report(ends[0]);
+        machine::Descriptor reportEnd(ends[1]);
+        fcntl(report.get(), F_SETFL, O_NONBLOCK);
+        WatchedProgram program(startOf(process, reportEnd.get()));
+        reportEnd = machine::Descriptor();
+        CheckedEnd end;
+        const std::optional<int> status = waitFor(program, report.get(), end.report);
+        end.ending = status ? endingOf(*status) : "did not end within " + std::to_string(process.seconds) + " seconds";
+        return end;
+    } catch (const std::system_error& error) {
+        throw CommandError("cannot start a process for the check: " + std::string(std::strerror(error.code().value())) +
                            "; try again later");
     }
-    const pid_t child = start(process, ends[1]);
-    close(ends[1]);
-    CheckedEnd end;
-    const bool hasEnded = readReport(ends[0], process.seconds, end.report);
-    close(ends[0]);
-    if (!hasEnded) {
-        kill(child, SIGKILL);
-    }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    end.ending = hasEnded ? endingOf(status) : "did not end within " + std::to_string(process.seconds) + " seconds";
-    return end;
 }
 
 }  // namespace kivclaim::tools

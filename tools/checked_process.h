@@ -15,7 +15,8 @@ struct CheckedProcess {
     std::vector<std::string> arguments;
     std::vector<std::pair<std::string, std::string>> variables;  // besides those of this process
     bool reportsOnStandardError = false;  // what it writes there, and on standard output, is the report as well
-    int seconds = 60;                     // how long it may take; then it is killed
+    std::string shownAs{};                // what the user is told to wait for
+    int seconds = 60;                     // how long it may take; then it is killed, with its group
 };
 
 struct CheckedEnd {
@@ -23,8 +24,8 @@ struct CheckedEnd {
     std::string ending;  // how it ended otherwise than with status 0, after "it": "was ended by signal 11"; else empty
 };
 
-// Runs it to its end. Its standard input is empty; its standard output is this process's standard error. Throws
-// CommandError when it cannot be started.
+// Runs it to its end, whoever else keeps the report open. Its standard input is empty; its standard output is this
+// process's standard error. A signal that ends the command ends it too. Throws CommandError when it cannot be started.
 CheckedEnd run(const CheckedProcess& process);
 
 }  // namespace kivclaim::tools

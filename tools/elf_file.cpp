@@ -12,6 +12,9 @@
 #include <sstream>
 #include <system_error>
 
+// The header of this program, as the linker places it.
+extern "C" const Elf64_Ehdr __ehdr_start __attribute__((visibility("hidden")));  // NOLINT(bugprone-reserved-identifier)
+
 namespace kivclaim::tools {
 
 namespace {
@@ -68,9 +71,9 @@ private:
 
 bool isOfThisMachine(const Elf64_Ehdr& header)
 {
-    constexpr auto ownByteOrder = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? ELFDATA2MSB : ELFDATA2LSB;
-    return std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 && header.e_ident[EI_CLASS] == ELFCLASS64 &&
-           header.e_ident[EI_DATA] == ownByteOrder && (header.e_type == ET_DYN || header.e_type == ET_EXEC);
+    // Magic number, class and byte order.
+    return std::memcmp(header.e_ident, __ehdr_start.e_ident, EI_DATA + 1) == 0 &&
+           header.e_machine == __ehdr_start.e_machine && (header.e_type == ET_DYN || header.e_type == ET_EXEC);
 }
 
 std::uint64_t entries(const Image& image, const Elf64_Shdr& section, std::size_t size)
@@ -93,12 +96,14 @@ void addFunctions(const Image& image, const Elf64_Shdr& section, const Elf64_Shd
     }
 }
 
-void addLibraries(const Image& image, const Elf64_Shdr& section, const Elf64_Shdr& texts, ElfFile& file)
+void addDynamicSection(const Image& image, const Elf64_Shdr& section, const Elf64_Shdr& texts, ElfFile& file)
 {
     for (std::uint64_t i = 0; i < entries(image, section, sizeof(Elf64_Dyn)); ++i) {
         const auto entry = image.at<Elf64_Dyn>(section.sh_offset + i * sizeof(Elf64_Dyn));
         if (entry.d_tag == DT_NEEDED) {
             file.libraries.push_back(image.textAt(texts.sh_offset + entry.d_un.d_val));
+        } else if (entry.d_tag == DT_FLAGS_1 && (entry.d_un.d_val & DF_1_PIE) != 0) {
+            file.isProgram = true;
         }
     }
 }
@@ -113,6 +118,7 @@ ElfFile readElfFile(const std::string& path)
         refuse(path, "it is no ELF file of this kind of machine");
     }
     ElfFile file;
+    file.isProgram = header.e_type == ET_EXEC;
     for (unsigned int i = 0; i < header.e_phnum; ++i) {
         const auto part = image.at<Elf64_Phdr>(header.e_phoff + i * sizeof(Elf64_Phdr));
         if (part.p_type == PT_INTERP) {
@@ -128,7 +134,7 @@ ElfFile readElfFile(const std::string& path)
         if (part.sh_type == SHT_DYNSYM || part.sh_type == SHT_SYMTAB) {
             addFunctions(image, part, section(part.sh_link), file);
         } else if (part.sh_type == SHT_DYNAMIC) {
-            addLibraries(image, part, section(part.sh_link), file);
+            addDynamicSection(image, part, section(part.sh_link), file);
         }
     }
     return file;

@@ -9,8 +9,8 @@
 namespace kivclaim::tools {
 
 struct ElfFile {
-    bool isProgram = false;              // it names an interpreter; otherwise it is a library
-    std::string interpreter;             // the one that it names
+    bool isProgram = false;              // otherwise it is a library
+    std::string interpreter;             // that it names, the loader; a program without one is linked statically
     std::set<std::string> exported;      // the functions that the loader finds in it
     std::set<std::string> defined;       // those that it has, hidden ones included; without them in a stripped file
     std::vector<std::string> libraries;  // that it names as needed

@@ -117,15 +117,16 @@ public:
         } catch (const CLI::ParseError& error) {
             throw CommandError(std::string(error.what()) + "; " + usage());
         }
-        if (checkOptions.isWanted()) {
-            checkOptions.json = listOptions.json;
-            checkOptions.path = listOptions.paths.empty() ? "" : listOptions.paths.front();
-            return check(checkOptions);
+        // Other people's modules find the signals as they were.
+        std::optional<Watch> watch;
+        if (checkOptions.inside == "host") {
+            watch.emplace(Watch::Shown::no);
+        } else if (checkOptions.inside.empty()) {
+            // The active path has a line of its own, and trace records tell what is waited for.
+            const bool hasNoOther = !session.traceLevel && !app.got_subcommand("active-path");
+            watch.emplace(hasNoOther && isatty(STDERR_FILENO) != 0 ? Watch::Shown::yes : Watch::Shown::no);
         }
-        // The active path has a line of its own, and trace records tell what is waited for.
-        const bool isShown = isatty(STDERR_FILENO) != 0 && !session.traceLevel && !app.got_subcommand("active-path");
-        const Watch watch(isShown ? Watch::Shown::yes : Watch::Shown::no);
-        return choose();
+        return checkOptions.isWanted() ? checkFile() : choose();
     }
 
 private:
@@ -136,6 +137,25 @@ private:
             text += (text.empty() ? "'" : ", '") + argument + "'";
         }
         return text + (arguments.size() == 1 ? " was not expected" : " were not expected");
+    }
+
+    // What a check would not look at is no part of it: no command, and one PATH at most.
+    ExitStatus checkFile()
+    {
+        const std::vector<CLI::App*> commands = app.get_subcommands();
+        std::vector<std::string> others(listOptions.paths);
+        if (!others.empty()) {
+            checkOptions.path = others.front();
+            others.erase(others.begin());
+        }
+        if (!commands.empty() && commands.front()->get_name() != "list") {
+            others.insert(others.begin(), commands.front()->get_name());
+        }
+        if (!others.empty()) {
+            throw CommandError(unexpected(others) + "; usage: kivclaim --check-module|--check-host FILE [-J] [PATH]");
+        }
+        checkOptions.json = listOptions.json;
+        return check(checkOptions);
     }
 
     // A recording that is one file is unpacked while the command runs.

@@ -46,29 +46,6 @@ bool isOfThisKind(const Elf64_Ehdr& header)
            header.e_ident[EI_DATA] == ownByteOrder;
 }
 
-// Whether some part that the loader would map lies behind the end of the file, as in a copy that was interrupted: it
-// checks that itself no more than the kernel does, and the process would end with SIGBUS. Whatever else may be wrong
-// with the file is found by the loader.
-bool isCutOff(const std::string& path)
-{
-    const std::uintmax_t size = std::filesystem::file_size(path);
-    std::ifstream file(path, std::ios::binary);
-    Elf64_Ehdr header{};
-    file.read(reinterpret_cast<char*>(&header), sizeof header);
-    if (!file || !isOfThisKind(header)) {
-        return false;
-    }
-    file.seekg(static_cast<std::streamoff>(header.e_phoff));
-    for (unsigned int i = 0; i < header.e_phnum; ++i) {
-        Elf64_Phdr part{};
-        file.read(reinterpret_cast<char*>(&part), sizeof part);
-        if (!file || (part.p_type == PT_LOAD && (part.p_filesz > size || part.p_offset > size - part.p_filesz))) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // What the loader says, without the file's name in front.
 std::string loaderError(const std::string& file)
 {
@@ -107,6 +84,28 @@ CKivDeviceClaimBase* callGuarded(const std::string& path, KivCreateClaimModule* 
 
 }  // namespace
 
+// As in a copy that was interrupted. The loader checks this no more than the kernel does; whatever else may be wrong
+// with the file, it finds.
+bool isCutOff(const std::string& path)
+{
+    const std::uintmax_t size = std::filesystem::file_size(path);
+    std::ifstream file(path, std::ios::binary);
+    Elf64_Ehdr header{};
+    file.read(reinterpret_cast<char*>(&header), sizeof header);
+    if (!file || !isOfThisKind(header)) {
+        return false;
+    }
+    file.seekg(static_cast<std::streamoff>(header.e_phoff));
+    for (unsigned int i = 0; i < header.e_phnum; ++i) {
+        Elf64_Phdr part{};
+        file.read(reinterpret_cast<char*>(&part), sizeof part);
+        if (!file || (part.p_type == PT_LOAD && (part.p_filesz > size || part.p_offset > size - part.p_filesz))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
 {
     void* const library = openLibrary(path);
@@ -114,11 +113,11 @@ std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
     if (create == nullptr) {
         refuse(path, std::string("it has no function ") + kivCreateClaimModuleName, giveAModule);
     }
-    unsigned int itsContract = 0;
-    CKivDeviceClaimBase* const module = callGuarded(path, create, itsContract);
-    if (itsContract != kivClaimModuleContract) {
+    unsigned int moduleContract = 0;
+    CKivDeviceClaimBase* const module = callGuarded(path, create, moduleContract);
+    if (moduleContract != kivClaimModuleContract) {
         // Whatever it made is left alone: its destructor need not be where ours is.
-        refuse(path, contractMismatch(kivClaimModuleContract, itsContract),
+        refuse(path, contractMismatch(kivClaimModuleContract, moduleContract),
                "build it against this release's headers, with the options that they ask for");
     }
     if (module == nullptr) {

@@ -15,6 +15,10 @@ namespace kivclaim::tools {
 // likes; loading it again gives another module. Throws CommandError, which names the file, when it gives none.
 std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path);
 
+// Whether some part that the loader would map lies behind the end of the file at `path`, a regular one: using it would
+// end in SIGBUS.
+bool isCutOff(const std::string& path);
+
 // One module out of each file, in order; all or none.
 std::vector<std::unique_ptr<CKivDeviceClaimBase>> loadModules(const std::vector<std::string>& paths);
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -22,8 +23,9 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds patienceBeforeLine{2};
 constexpr int millisecondsBetweenLines = 200;
 constexpr std::chrono::milliseconds betweenLooks{5};
-// One second more than a program gets from SIGTERM to SIGKILL.
-constexpr std::chrono::seconds patienceAfterSignal{3};
+// One second more than the bundled host gives a program from SIGTERM to SIGKILL: another program may do the same.
+constexpr std::chrono::seconds fromTermToKill{3};
+constexpr std::chrono::seconds patienceAfterSignal{4};
 constexpr char clearedLine[] = "\r\x1b[K";
 
 bool isIgnored(int signal)
@@ -62,7 +64,36 @@ std::string lineAbout(const kivclaim::host::RunningCommand& command, Clock::time
     return line;
 }
 
+// A program that the bundled host does not run.
+struct OtherProgram {
+    kivclaim::host::RunningCommand command;
+    pid_t group;
+};
+
+std::mutex otherLock;
+std::optional<OtherProgram> other;
+
+void signalOther(int signal)
+{
+    const std::lock_guard<std::mutex> guard(otherLock);
+    if (other) {
+        kill(-other->group, signal);
+    }
+}
+
 }  // namespace
+
+WatchedGroup::WatchedGroup(const std::string& name, pid_t group, Clock::time_point latestEnd)
+{
+    const std::lock_guard<std::mutex> guard(otherLock);
+    other = OtherProgram{{name, Clock::now(), latestEnd}, group};
+}
+
+WatchedGroup::~WatchedGroup()
+{
+    const std::lock_guard<std::mutex> guard(otherLock);
+    other.reset();
+}
 
 std::atomic<Watch*> Watch::current{nullptr};
 
@@ -118,9 +149,19 @@ void Watch::watch()
     }
 }
 
+std::vector<kivclaim::host::RunningCommand> Watch::awaited() const
+{
+    std::vector<kivclaim::host::RunningCommand> all = runner.running();
+    const std::lock_guard<std::mutex> guard(otherLock);
+    if (other) {
+        all.push_back(other->command);
+    }
+    return all;
+}
+
 void Watch::show()
 {
-    const auto running = runner.running();
+    const auto running = awaited();
     const Clock::time_point now = Clock::now();
     const std::lock_guard<std::mutex> guard(lineLock);
     if (running.empty() || now - running.front().start < patienceBeforeLine) {
@@ -143,9 +184,13 @@ void Watch::end(int signal)
 {
     interrupted = true;
     runner.cancel();
-    const Clock::time_point latest = Clock::now() + patienceAfterSignal;
-    while (!runner.running().empty() && Clock::now() < latest) {
+    signalOther(SIGTERM);
+    const Clock::time_point begin = Clock::now();
+    while (!awaited().empty() && Clock::now() < begin + patienceAfterSignal) {
         std::this_thread::sleep_for(betweenLooks);
+        if (Clock::now() > begin + fromTermToKill) {
+            signalOther(SIGKILL);
+        }
     }
     hide();
     ::signal(signal, SIG_DFL);

@@ -4,12 +4,27 @@
 
 #include "host/command_runner.h"
 
+#include <sys/types.h>
+
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 namespace kivclaim::tools {
+
+// While it lives, the process group `group` is a program that the command waits for, in addition to those of the
+// bundled host: it is shown as `name`, and ended by a signal that ends the command. Threads: any. One at a time.
+class WatchedGroup {
+public:
+    WatchedGroup(const std::string& name, pid_t group, std::chrono::steady_clock::time_point latestEnd);
+    WatchedGroup(const WatchedGroup&) = delete;
+    WatchedGroup& operator=(const WatchedGroup&) = delete;
+    ~WatchedGroup();
+};
 
 // While it lives, SIGINT, SIGTERM, SIGHUP and SIGQUIT end the process as they always do, but only after the program
 // that it runs has ended, with its process group: such a program is in a group of its own, so a terminal's Ctrl-C does
@@ -20,7 +35,7 @@ namespace kivclaim::tools {
 // Threads: made, before any other thread, by the thread that asks the library; the watching thread is its own.
 // Ownership: puts the signal mask back when it ends. One at a time.
 // Failure: std::system_error when there is no thread or descriptor left. A program that survives SIGKILL is left behind
-// three seconds after the signal.
+// four seconds after the signal.
 class Watch {
 public:
     // Whether to show what is waited for: on a terminal, where nothing else is drawn.
@@ -36,6 +51,7 @@ public:
     static void beforeOutput();
 
 private:
+    std::vector<kivclaim::host::RunningCommand> awaited() const;
     void watch();
     void show();
     void hide();

@@ -32,6 +32,13 @@ if grep -rnF -e "$root" -e "$build" -e "$prefix" .; then
     echo 'the files above name the folder that they were built or installed in' && exit 1
 fi
 
+# The command names the page of quirks that was installed with it.
+empty_machine=$(mktemp -d)
+trap 'rm -rf "$empty_machine"' EXIT
+mkdir -p "$empty_machine/sys/class/block"
+LD_LIBRARY_PATH=lib bin/kivclaim audit --no-warn --sysroot "$empty_machine" /dev/null |
+    grep -F "(see $(pwd -P)/share/doc/kivclaim/quirks.md)" >/dev/null || { echo 'audit names no installed page' && exit 1; }
+
 # The pages find each other, the pictures and the examples. The sources that they link to as well are not installed.
 cd share/doc/kivclaim
 for page in *.md docs/*.md; do

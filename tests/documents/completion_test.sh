@@ -43,6 +43,10 @@ columns=$("$kivclaim" list --help | sed -nE 's/.*columns only: ([A-Z:, and]+), s
 expect 'the columns' "$columns" list -o ''
 expect 'a further column' LEVEL list -o DEVICE,LE
 expect 'a column' LEVEL list -x LE
+# The command names them when one is none.
+quirks=$("$kivclaim" audit --quirk none 2>&1 | sed 's/.*the quirks are //; s/ and /, /' | tr -s ', ' '\n' | sort) || true
+expect 'the quirks' "$quirks" audit --quirk ''
+expect 'the quirks' "$quirks" audit --no-quirk ''
 expect 'a stack' native list -S none,na
 for command in list claim is-partition partition whole explain audit active-path; do
     [[ $(offered "$command" /de) == ?(/)dev?(/) ]] || { echo "$shell offers no path for $command" && failed=1; }

@@ -1,6 +1,9 @@
 // A module that breaks the rules, in the way that the environment variable WRONG_MODULE names.
 #include "claim/kiv_claim_module_entry.h"
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -41,6 +44,15 @@ public:
         }
         if (is("claim-crashes")) {
             std::abort();
+        }
+        if (is("claim-hangs")) {
+            std::printf("hangs\n");
+            std::fflush(stdout);
+            pause();
+        }
+        if (is("leaves-a-process") && fork() == 0) {
+            sleep(50);
+            _exit(0);
         }
         if (is("destructor-crashes")) {
             return ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_NONE;
