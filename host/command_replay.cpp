@@ -49,7 +49,7 @@ kivclaim::host_internal::CommandResult kivclaim::host_internal::runOrReplay(cons
                                                                             const RunLimits& limits,
                                                                             std::vector<std::string>& output)
 {
-    // Held until the end: `outcomeOf` may close the replay.
+    // Held until the function returns, because `outcomeOf` may close the replay.
     const auto replay = host::Scopes::find([](const host::Replayed&) { return true; });
     if (replay == nullptr) {
         return runCommand(command, limits, output);
