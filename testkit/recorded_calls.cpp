@@ -1,5 +1,5 @@
-// The C library's calls that the plug-in makes, and ACE's mutex, defined in the test program so that every
-// call passes here. While no host plays they do what they always do.
+// The C library's functions that the plug-in calls, and those of ACE's mutex, defined in the test program so that every
+// call comes here. While no mock host exists, they behave as usual.
 #include "testkit/recording_host.h"
 
 #include <string>
@@ -27,7 +27,7 @@ thread_local int lockSuccessesLeft = unlimited;
 thread_local int heldLocks = 0;
 thread_local bool oneFailureOnly = false;
 
-// One pause into which a signal may come.
+// One pause, which a signal may interrupt.
 unsigned int interrupted(Host& host, unsigned int seconds)
 {
     const long whole = static_cast<long>(seconds) * 1000;

@@ -316,7 +316,7 @@ int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output,
         kivclaim::testkit::fail("[" + command + "] is run while no host plays");
         return 127;
     }
-    // The runner is handed its caller's log: seen as the record that a real runner would write.
+    // Shows that the runner got its caller's log: by the record that a real runner would write.
     host->write(traceLog.get() != nullptr ? "runner with a log" : "runner without a log");
     return host->run(command, output, lastFailure);
 }
