@@ -1,4 +1,4 @@
-# What `./dev` makes of its arguments. Once is enough: it does not depend on how anything was built.
+# How `./dev` handles its arguments. In one preset only, because it does not depend on the build.
 if(NOT is_shipped_build)
     return()
 endif()
