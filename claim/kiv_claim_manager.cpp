@@ -35,7 +35,7 @@ CKivClaimManager::CKivClaimManager()
 {
     const CFiTraceLogFunction scope(traceLog, "CKivClaimManager", lineOfConstructor, sourceFile);
     // Deliberate: modules created before a failure are not deleted. Pinned by
-    // ClaimManager.AFailedConstructionLeavesTheEarlierModulesBehind.
+    // ClaimManager.AFailedConstructionLeaksTheEarlierModules.
     appendBuiltInClaimModules(modules);
 }
 

@@ -479,8 +479,8 @@ int CKivDeviceMapperClaim::addLogicalVolumes(const std::vector<std::string>& out
         if (!logicalVolumeName(output.at(index), volume)) {
             return listFailed;
         }
-        // Deliberate: the search result is used even when nothing was found; only reading outside the lines or
-        // outside a line is turned into an exception. Pinned by LvList.WithoutAGroupLineItComesFromTheVolumesLine.
+        // Deliberate: the search result is used even when nothing was found; only reading outside the lines or a line
+        // throws. Pinned by LvList.WithoutAGroupLineTheGroupComesFromTheVolumesLine.
         const std::size_t label = CFiStringTool::find(output, groupLabel, index, false);
         const std::string group = CFiStringTool::trim(output.at(index).substr(label + labelLength), " \n\t\r");
         // Deliberate: no character is escaped or doubled. Pinned by LvList.DashesInNamesAreNotDoubled.

@@ -462,7 +462,7 @@ std::string CNativePathClaim::getActivePath(const std::string& device, bool wait
         return path;
     }
     // Deliberate: an empty node is looked up, too. Pinned by
-    // NativePathUnderTheVolumeManager.AnEmptyNodeIsLookedUpAllTheSame.
+    // NativePathUnderTheVolumeManager.AnEmptyNodeIsStillLookedUp.
     std::string osDisk;
     if (support.getOSDiskHandleForZtVMDisk(node, osDisk) != 0 || osDisk.empty()) {
         return path;

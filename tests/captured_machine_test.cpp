@@ -322,7 +322,7 @@ TEST_P(CapturedMachine, EveryDifferenceIsAKnownQuirk)
               "0 differ otherwise");
 }
 
-TEST_P(PlayedMachine, ListAndAuditSayTheSameOfItAsOfTheCopy)
+TEST_P(PlayedMachine, ListAndAuditAreTheSameAsForTheCopy)
 {
     EXPECT_EQ(livingOutput({"list", "--all"}), output({"list", "--all"}));
     EXPECT_EQ(livingOutput({"audit"}), output({"audit"}));

@@ -10,7 +10,7 @@ add_test(NAME Dev.NamesSelectTestsOfTheOptimisedOrTheNamedBuild COMMAND ${dev_te
 add_test(NAME Dev.ANameWithoutATestIsRefused COMMAND ${dev_test} unknown_name)
 set(release_test ${CMAKE_CURRENT_SOURCE_DIR}/release_test.sh)
 add_test(NAME Release.EveryFileNamesTheVersionAndTheTagIsOnItsCommit COMMAND ${release_test} made)
-add_test(NAME Release.TheNextOneBeginsADebianEntryOfItsOwn COMMAND ${release_test} next)
+add_test(NAME Release.TheNextOneBeginsANewDebianEntry COMMAND ${release_test} next)
 add_test(NAME Release.WhatCannotBeReleasedIsRefused COMMAND ${release_test} refused)
 add_test(NAME Release.AFailedPackageLeavesTheTreeAsItWas COMMAND ${release_test} failed)
 if(CMAKE_GENERATOR STREQUAL "Ninja")

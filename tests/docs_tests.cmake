@@ -27,7 +27,7 @@ if(NOT KIVCLAIM_SANITIZERS)
     if(KIVCLAIM_DOXYGEN AND KIVCLAIM_DOT)
         add_test(NAME Docs.EveryPublicOperationHasItsTextInTheReferencePages
             COMMAND ${PROJECT_SOURCE_DIR}/docs/reference/build.sh ${PROJECT_BINARY_DIR}/reference)
-        add_test(NAME Docs.ThePicturesAreWhatTheirSourcesAndTheIncludesGive
+        add_test(NAME Docs.TheDiagramsMatchTheirSourcesAndTheIncludes
             COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/pictures_test.sh)
     else()
         message(STATUS "No tests of the reference pages and pictures: install doxygen and graphviz")

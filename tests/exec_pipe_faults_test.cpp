@@ -60,7 +60,7 @@ bool opensTheNullDevice(const SystemCall& call)
 
 // --- Hostile tools and calls that lie ---
 
-TEST_F(ExecPipeFaults, EndsTheReadingWhenThereIsLessInThePipeThanTheKernelSaid)
+TEST_F(ExecPipeFaults, StopsReadingWhenThePipeHoldsLessThanTheKernelSaid)
 {
     const auto lie = [](const SystemCall& call) {
         if (!call.isOfHost() || call.arguments[1] != FIONREAD) {
@@ -91,7 +91,7 @@ TEST_F(ExecPipeFaults, IsNotHeldByADescendantThatReadsTheOutputItself)
 
 // --- A host that is stopped ---
 
-TEST_F(ExecPipeFaults, JudgesAToolThatEndedWhileTheHostWasStoppedByHowItEnded)
+TEST_F(ExecPipeFaults, GivesTheStatusOfAToolThatEndedWhileTheHostWasStopped)
 {
     EXPECT_TRUE(passesUnder({pollCall}, tests::stoppingTheHostFor(600ms), [] {
         Lines lines;
@@ -108,7 +108,7 @@ TEST_F(ExecPipeFaults, JudgesAToolThatEndedWhileTheHostWasStoppedByHowItEnded)
     }));
 }
 
-TEST_F(ExecPipeFaults, JudgesAToolWhoseEndIsNoticedAtTheLimitByHowItEnded)
+TEST_F(ExecPipeFaults, GivesTheStatusOfAToolWhoseEndIsNoticedAtTheLimit)
 {
     // Somebody else holds the pipes, silently: the limit comes before the second of silence is over.
     Lines lines;
@@ -200,7 +200,7 @@ TEST_F(ExecPipeFaults, ReadsOnWhenThePipeCannotBeEnlarged)
     EXPECT_EQ(made, 1);
 }
 
-TEST_F(ExecPipeFaults, ReadsNothingMoreWhenTheKernelCannotSayWhatIsThere)
+TEST_F(ExecPipeFaults, StopsReadingWhenTheKernelCannotSayWhatThePipeHolds)
 {
     const auto judge = [](const SystemCall& call) {
         return call.isOfHost() && call.arguments[1] == FIONREAD ? fails(ENOTTY) : goesOn();
@@ -291,7 +291,7 @@ void expectFailureOfWaiting(int count, int errorNumber)
 
 }  // namespace
 
-TEST_F(ExecPipeFaults, LeavesNoChildWhenItsEndCannotBeAskedFor)
+TEST_F(ExecPipeFaults, LeavesNoChildWhenWaitingForItFails)
 {
     expectFailureOfWaiting(1, EINVAL);
     expectFailureOfWaiting(1, EPERM);

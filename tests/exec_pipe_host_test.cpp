@@ -175,7 +175,7 @@ int reachNobody(pid_t process, int)
 
 }  // namespace
 
-TEST_P(ExecPipeInAHost, LeavesAToolBehindThatNothingEndsAndCollectsItLater)
+TEST_P(ExecPipeInAHost, AbandonsAToolThatSurvivesSigkillAndCollectsItLater)
 {
     kivclaim::host_internal::RunLimits limits = limitedTo(100ms);
     limits.fromTermToKill = 50ms;
@@ -302,7 +302,7 @@ TEST_F(ExecPipeHost, PassesOnAnEnvironmentOfManyPages)
     EXPECT_EQ(exec(probe + " environment").lines, expected);
 }
 
-TEST_F(ExecPipeHost, OutlivesAThreadThatChangesTheEnvironment)
+TEST_F(ExecPipeHost, WorksWhileAThreadChangesTheEnvironment)
 {
     std::atomic<bool> over{false};
     std::thread changer([&] {

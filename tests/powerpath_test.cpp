@@ -45,7 +45,7 @@ TEST_F(PowerPath, ClaimsAPathThatContainsItsStringAnywhere)
     }
 }
 
-TEST_F(PowerPath, ClaimsNothingElseAndSaysNothing)
+TEST_F(PowerPath, ClaimsNoOtherPathAndRecordsNothing)
 {
     for (const char* const path : {"/dev/sda", "emcpowera", "/dev/mapper/emcpowera", "/dev/emcpowe", ""}) {
         EXPECT_EQ(module.claim(path), 0U) << path;
@@ -107,7 +107,7 @@ TEST_F(PowerPath, TakesTheTrailingDigitsAway)
     EXPECT_EQ(partition, 7U);
 }
 
-TEST_F(PowerPath, AWholeDeviceHasPartitionZeroAndTheRecordIsWrittenAllTheSame)
+TEST_F(PowerPath, AWholeDeviceHasPartitionZeroAndTheRecordIsStillWritten)
 {
     unsigned int partition = 77;
     EXPECT_EQ(module.removePartitionSuffix("/dev/emcpowerb", partition), "/dev/emcpowerb");

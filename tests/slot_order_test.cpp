@@ -108,7 +108,7 @@ TEST(SlotOrder, OfTheScopeTracerIsItsDestructors)
     EXPECT_EQ(host.logCount(), 1U);
 }
 
-TEST(Layout, FieldsOfTheScopeTracerStandInOrder)
+TEST(Layout, FieldsOfTheScopeTracerAreInOrder)
 {
     Host host;
     const char* const function = "claim";
@@ -159,7 +159,7 @@ TEST(SlotOrder, OfTheDeviceMapperModuleIsThatOfAClaimModule)
     EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::removeDevPrefix), 11U);
 }
 
-TEST(SlotOrder, OfTheNativePathModuleWithTheSecondGetActivePathBehindTheBase)
+TEST(SlotOrder, OfTheNativePathModuleWithTheSecondGetActivePathAfterTheBase)
 {
     class Further : public CNativePathClaim {
     public:
@@ -352,7 +352,7 @@ TEST(Layout, AlignmentIsThatOfAPointer)
     EXPECT_EQ(alignof(CZtKIVSupport), alignof(void*));
 }
 
-TEST(Layout, FieldsOfTheExecutionFailureStandInOrder)
+TEST(Layout, FieldsOfTheExecutionFailureAreInOrder)
 {
     EXPECT_EQ(offsetof(EFiExecPipe, message), 0U);
     EXPECT_EQ(offsetof(EFiExecPipe, wideMessage), 32U);
@@ -382,7 +382,7 @@ TEST(Contract, OnlyTheManagerDerivesVirtuallyFromTheTraceableBase)
     EXPECT_EQ(static_cast<void*>(static_cast<CFiTraceable*>(&support)), static_cast<void*>(&support));
 }
 
-TEST(Contract, OfModulesInFilesStandsForTheseSlotsAndTypes)
+TEST(Contract, OfModulesInFilesCoversTheseSlotsAndTypes)
 {
     EXPECT_EQ(kivClaimModuleContract, (1U << 8) + 32U) << "whoever changes one of the following counts it up";
     EXPECT_EQ(slotOf(&OneSlotMore::oneMore), 12U);

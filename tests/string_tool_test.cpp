@@ -115,7 +115,7 @@ TEST(StringToolFind, FindsTheEmptyTextAtTheBeginningOfTheLine)
     EXPECT_EQ(look({"a", ""}, "", 1, true), (Found{0, 1}));
 }
 
-TEST(StringToolFind, MindsCaseUnlessToldOtherwise)
+TEST(StringToolFind, IsCaseSensitiveUnlessToldOtherwise)
 {
     const Lines lines{"device: SDA", "Device: sda"};
     EXPECT_EQ(look(lines, "sda", 0), (Found{8, 1}));

@@ -67,7 +67,7 @@ TEST_F(Testkit, FailsForACommandWithoutAScript)
     EXPECT_EQ(failures, lines({"unscripted command [/sbin/lvdisplay]"}));
 }
 
-TEST_F(Testkit, FailsForAScriptThatNobodyUsed)
+TEST_F(Testkit, FailsForAScriptThatWasNotUsed)
 {
     {
         testkit::Host host;
@@ -86,7 +86,7 @@ TEST_F(Testkit, FailsForADescriptorThatStaysOpen)
     EXPECT_EQ(failures, lines({"[/dev/sdb] was opened and never closed"}));
 }
 
-TEST_F(Testkit, FailsForAPauseWhileNoHostPlays)
+TEST_F(Testkit, FailsForAPauseWhileNoHostExists)
 {
     sleep(1);
     EXPECT_EQ(failures, lines({"a test must not sleep"}));
