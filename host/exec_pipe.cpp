@@ -1,4 +1,4 @@
-// The command runner behind the framework's interface: traces, records failures and uses snapshots. runOrReplay does
+// The implementation of the framework's command runner: traces, records failures and uses snapshots. runOrReplay does
 // the run itself.
 #include "framework/cfiexecpipe.h"
 

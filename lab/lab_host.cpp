@@ -90,7 +90,7 @@ public:
         if (question == "active-path" || question == "raw") {
             CKivDeviceClaimBase* module = nullptr;
             manager.getClaimModule(module, path);
-            return module == nullptr ? "nobody" : answerOfModule(*module, question, path);
+            return module == nullptr ? "no module" : answerOfModule(*module, question, path);
         }
         if (question == "strings") {
             return strings();

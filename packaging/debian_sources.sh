@@ -6,7 +6,7 @@ release=$1
 
 # One line for each package list of apt: archive and release.
 known() {
-    # shellcheck disable=SC2016 # apt-get fills in what stands in $(...)
+    # shellcheck disable=SC2016 # apt-get itself expands $(...)
     apt-get indextargets --format '$(REPO_URI) $(CODENAME)' 'Created-By: Packages' 'Origin: Debian' 'Component: main' |
         sort -u
 }

@@ -162,7 +162,7 @@ int close(int descriptor)
     const kivclaim::testkit::InsideHost inside;
     Host* const host = Host::current();
     if (host != nullptr && descriptor < 0) {
-        kivclaim::testkit::fail("closed what never was open");
+        kivclaim::testkit::fail("a descriptor is closed that was not open");
     }
     if (host != nullptr && host->closeDescriptor(descriptor)) {
         return 0;

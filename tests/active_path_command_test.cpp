@@ -22,8 +22,8 @@ namespace {
 
 class ActivePath : public testing::Test {
 protected:
-    // Two disks of two paths each, and lines for the mood.
-    void volumeManager(const std::string& mood = "")
+    // Two disks of two paths each, and lines for the behaviour.
+    void volumeManager(const std::string& behaviour = "")
     {
         std::filesystem::copy_file(KIVCLAIM_ZTKIVADM, tools.path() + "/ztkivadm");
         std::filesystem::copy_file(KIVCLAIM_ZTDISK, tools.path() + "/ztdisk");
@@ -32,7 +32,7 @@ protected:
                      "path kiv0_1 sdd ENABLED(A) SECONDARY\n"
                      "path kiv0_2 sde DISABLED PRIMARY\n"
                      "path kiv0_2 sdf ENABLED SECONDARY\n" +
-                         mood);
+                         behaviour);
     }
 
     Process command(std::vector<std::string> arguments, const std::string& program = KIVCLAIM_COMMAND) const

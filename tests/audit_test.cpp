@@ -588,7 +588,7 @@ TEST_F(Audit, PrintsJson)
               "      \"quirks\": 0,\n      \"unknown\": 0,\n      \"unsure\": 0\n   }\n}\n");
 }
 
-// A machine without any quirk, and a module of somebody else's that claims all of it.
+// A machine without any quirk, and another module that claims all of it.
 TEST_F(Audit, AModuleThatClaimsTooMuchDiffersByNoKnownQuirk)
 {
     machine.disk("sda").partition("sda", "sda1", 1);

@@ -36,7 +36,7 @@ std::string contentOf(const std::string& path)
     return text.str();
 }
 
-// What is in an archive, as whoever means harm would put it there.
+// An entry of an archive, as an attacker could write it.
 struct Entry {
     std::string path;
     unsigned int type = AE_IFREG;

@@ -335,7 +335,7 @@ TEST_F(ClaimManager, ALogThatTheManagerCannotLockIsStillPassedToTheModules)
         manager->registerTraceLog(host.log());
     }
     EXPECT_EQ(host.effects(), lines({"mine: gets a log"}));
-    EXPECT_EQ(host.logCount(), 1U) << "nobody could count it";
+    EXPECT_EQ(host.logCount(), 1U) << "its reference could not be counted";
 }
 
 TEST_F(ClaimManager, EveryModuleHoldsTheLogAndReleasesItAtTheEnd)

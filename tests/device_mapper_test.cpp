@@ -30,7 +30,7 @@ protected:
     CKivDeviceMapperClaim module;
 };
 
-// A module whose partition test is somebody else's.
+// A module that overrides the partition test.
 class EverythingIsAPartition : public CKivDeviceMapperClaim {
 public:
     int isPartition(const std::string& /*path*/) override { return 1; }
@@ -155,7 +155,7 @@ TEST_F(DeviceMapper, ANameWithoutATrailingDigitIsNoPartition)
     EXPECT_EQ(module.isPartition("/dev/mapper/mpatha"), 0);
     EXPECT_EQ(host.effectsInside(),
               lines({"6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpatha] is not a partition"}));
-    EXPECT_EQ(module.isPartition("/dev/mapper/mpatha-part:"), 0) << "the character behind '9'";
+    EXPECT_EQ(module.isPartition("/dev/mapper/mpatha-part:"), 0) << "the character after '9'";
     EXPECT_EQ(module.isPartition("/dev/mapper/mpatha-part/"), 0) << "the character before '0'";
     EXPECT_EQ(host.calls(), lines({}));
 }

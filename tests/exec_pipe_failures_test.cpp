@@ -257,7 +257,7 @@ TEST_F(ExecPipe, SucceedsOrReportsTheErrorHoweverFewDescriptorsAreLeft)
 
 namespace {
 
-// As a user who may have no further process; 0 when the runner says so as it should.
+// Runs as a user that may not have another process; 0 when the runner reports that correctly.
 [[noreturn]] void runWithoutProcessesLeft()
 {
     const rlimit none{0, 0};

@@ -73,7 +73,7 @@ TEST_F(ExecPipeFaults, StopsReadingWhenThePipeHoldsLessThanTheKernelSaid)
     EXPECT_TRUE(passesUnder({SYS_ioctl}, lie, [] {
         Lines lines;
         EXPECT_LT(timeOf([&] {
-                      // Somebody out of reach keeps the pipe open.
+                      // A process outside the group keeps the pipe open.
                       const std::string words = " print out@n in-grandchild-while-waiting leave-session sleep 2000";
                       EXPECT_EQ(runCommand(probe + words, limitedTo(100ms), lines).result, 128 + SIGTERM);
                   }),
@@ -110,7 +110,7 @@ TEST_F(ExecPipeFaults, GivesTheStatusOfAToolThatEndedWhileTheHostWasStopped)
 
 TEST_F(ExecPipeFaults, GivesTheStatusOfAToolWhoseEndIsNoticedAtTheLimit)
 {
-    // Somebody else holds the pipes, silently: the limit comes before the second of silence is over.
+    // Another process holds the pipes without writing: the limit comes before the second of silence is over.
     Lines lines;
     const CommandResult result = runCommand(probe + " print out@n in-grandchild sleep 2000", limitedTo(200ms), lines);
     EXPECT_EQ(result.result, 0) << result.failure.message;
@@ -154,7 +154,7 @@ void expectFailureOfKill(int errorNumber, int expected)
         const CommandResult result = runCommand(probe + " print lost sleep 2000", limits, lines);
         EXPECT_FALSE(result.hasRun);
         EXPECT_EQ(result.failure.errorNumber, expected);
-        EXPECT_THAT(result.failure.message, HasSubstr("left behind"));
+        EXPECT_THAT(result.failure.message, HasSubstr("abandoned"));
         EXPECT_THAT(lines, ElementsAre("earlier"));
     }));
 }

@@ -185,7 +185,7 @@ TEST_P(ExecPipeInAHost, AbandonsAToolThatSurvivesSigkillAndCollectsItLater)
         runCommand(probe + " sleep 60000", limits, lines,
                    {kivclaim::host_internal::realSystemCalls().processDescriptor, &reachNobody});
     EXPECT_FALSE(result.hasRun);
-    EXPECT_THAT(result.failure.message, HasSubstr("left behind"));
+    EXPECT_THAT(result.failure.message, HasSubstr("abandoned"));
     ASSERT_GT(unreachable, 0) << "no tool was started";
     ASSERT_EQ(::kill(unreachable, SIGKILL), 0);
     siginfo_t information;

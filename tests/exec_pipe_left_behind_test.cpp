@@ -52,7 +52,7 @@ TEST_F(ExecPipe, AbandonsAChildThatSurvivesSigkillAndCollectsItLater)
     EXPECT_FALSE(result.hasRun);
     EXPECT_EQ(result.failure.errorNumber, ETIMEDOUT);
     EXPECT_EQ(result.failure.waitStatus, -1);
-    EXPECT_THAT(result.failure.message, HasSubstr("left behind"));
+    EXPECT_THAT(result.failure.message, HasSubstr("abandoned"));
     EXPECT_THAT(lines, ElementsAre("earlier"));
 
     ASSERT_GT(unreachable, 0) << "no tool was started";

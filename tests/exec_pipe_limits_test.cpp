@@ -164,7 +164,7 @@ namespace {
 
 std::string readyMark;
 
-// Asks only when somebody of the group has said that it is ready.
+// Sends the signal only after a process of the group has reported that it is ready.
 int signalWhenReady(pid_t process, int signal)
 {
     while (std::ifstream(readyMark).peek() == EOF) {

@@ -43,7 +43,7 @@ protected:
         folder = std::make_unique<tests::TemporaryFolder>();
         return directory.emplace(folder->path());
     }
-    // What the kernel of that machine says of the device behind `path`.
+    // What the kernel of that machine says about the device at `path`.
     void ask(const std::string& path)
     {
         machine.emplace(Machine::read(Root::recorded(folder->path()), KernelTruth::facts));
@@ -268,7 +268,7 @@ TEST_F(KnownQuirks, OnAnUnknownReleaseAPartitionNamedPartIsNotTakenApart)
     EXPECT_EQ(quirkOf(Question::whole), "");
 }
 
-// As for somebody who may not open the nodes of devices. Nobody can open a socket.
+// As for a user that may not open the nodes of devices: no user can open a socket.
 TEST_F(KnownQuirks, ANeighbourCountsWhenItCanBeOpened)
 {
     const tests::TemporaryFolder folder;

@@ -1,4 +1,4 @@
-// The list of LVM logical volumes behind the device-mapper module.
+// The list of LVM logical volumes of the device-mapper module.
 #include "framework/cfistringtool.h"
 #include "modules/kiv_linux_device_mapper_claim.h"
 #include "tests/recording_host.h"
@@ -219,7 +219,7 @@ TEST_F(LvList, LinesBetweenVolumeAndGroupDoNotMatter)
 
 TEST_F(LvList, WithoutAGroupLineTheGroupComesFromTheVolumesLine)
 {
-    // The search leaves the index alone, and the text behind "nothing found" plus seven begins at the sixth character.
+    // The search leaves the index as it was, and npos plus seven is the sixth character.
     EXPECT_EQ(added(lines({"  LV Name                lvol1"})), lines({"/dev/mapper/ame                lvol1-lvol1"}));
     EXPECT_EQ(added(lines({"LV Name /dev/v/a", "VG Name v", "LV Name /dev/v/b"})),
               lines({"/dev/mapper/v-a", "/dev/mapper/e /dev/v/b-b"}));

@@ -22,7 +22,7 @@ constexpr char removeNode[] = "/usr/sbin/ztdisk   rm kiv0_1";
 class NativePath : public testing::Test {
 protected:
     void SetUp() override { module.registerTraceLog(host.log()); }
-    // Whatever happened, nobody but the host and the module holds the log.
+    // Whatever happened, only the host and the module hold the log.
     void TearDown() override { EXPECT_EQ(host.logCount(), 2U); }
 
     Host host;
@@ -487,7 +487,7 @@ TEST_F(NativePathUnderTheVolumeManager, TheSupportObjectReleasesTheLogAfterTheLo
     EXPECT_EQ(counts[0], "3") << "host, module, scope";
     EXPECT_EQ(counts[1], "5") << "the support object and its scope more";
     EXPECT_EQ(counts[counts.size() - 2], "4") << "the active path is traced while the support object lives";
-    EXPECT_EQ(counts.back(), "3") << "the exit is recorded behind its end";
+    EXPECT_EQ(counts.back(), "3") << "the exit is recorded after its end";
 }
 
 TEST_F(NativePathUnderTheVolumeManager, ARunnersExceptionIsAFailedLookup)

@@ -69,7 +69,7 @@ TEST_F(PowerPath, APartitionIsAPathThatEndsInADigit)
     EXPECT_EQ(module.isPartition("/dev/emcpowera9"), 1);
     EXPECT_EQ(module.isPartition("/dev/emcpower"), 0);
     EXPECT_EQ(module.isPartition("emcpowera1"), 0);
-    EXPECT_EQ(module.isPartition("/dev/emcpowera:"), 0) << "the character behind '9'";
+    EXPECT_EQ(module.isPartition("/dev/emcpowera:"), 0) << "the character after '9'";
     EXPECT_EQ(module.isPartition("/dev/emcpowera/"), 0) << "the character before '0'";
     EXPECT_EQ(module.isPartition(""), 0);
     EXPECT_EQ(host.effectsInside(), lines({}));

@@ -126,7 +126,7 @@ TEST(StringToolFind, IsCaseSensitiveUnlessToldOtherwise)
 TEST(StringToolFind, IgnoresTheCaseOfAsciiLettersOnly)
 {
     EXPECT_EQ(look({"@"}, "`", 0, true), (Found{nowhere, 0})) << "before the first letter";
-    EXPECT_EQ(look({"["}, "{", 0, true), (Found{nowhere, 0})) << "behind the last letter";
+    EXPECT_EQ(look({"["}, "{", 0, true), (Found{nowhere, 0})) << "after the last letter";
     EXPECT_EQ(look({"\xc4"}, "\xe4", 0, true), (Found{nowhere, 0})) << "letters of another encoding";
     EXPECT_EQ(look({"AZaz"}, "azAZ", 0, true), (Found{0, 0}));
 }

@@ -73,7 +73,7 @@ TEST_F(Testkit, FailsForAScriptThatWasNotUsed)
         testkit::Host host;
         host.prints("/sbin/lvdisplay", {});
     }
-    EXPECT_EQ(failures, lines({"nobody ran [/sbin/lvdisplay] as often as scripted"}));
+    EXPECT_EQ(failures, lines({"[/sbin/lvdisplay] was not run as often as scripted"}));
 }
 
 TEST_F(Testkit, FailsForADescriptorThatStaysOpen)

@@ -247,7 +247,7 @@ TEST_F(VolumeManagerSupport, WhatTheLogThrowsPassesThroughEveryOperation)
     expectThePassageOf("We will remove", refreshed);
     host.prints(nodeOfSdc, {});
     expectThePassageOf("Obtaining kiv nodes", [&] { support.getZtVMDiskForOSDiskHandler_Waited("sdc", name); });
-    EXPECT_EQ(host.calls().back(), "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]") << "no pause behind it";
+    EXPECT_EQ(host.calls().back(), "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]") << "no pause after it";
     expectThePassageOf("Entering Function isCommandAvailable", [&] { support.isZtKIVInstalled(); });
 }
 

@@ -171,7 +171,7 @@ bool ChildProcess::hasEnded()
     const bool isKnown = isStatusKnownToKernel();
     collect();
     if (!isKnown) {
-        throw RunProblem{ECHILD, "its status was lost, because somebody else collected it"};
+        throw RunProblem{ECHILD, "its status was lost, because the process collected it elsewhere"};
     }
     return true;
 }

@@ -264,7 +264,7 @@ void CommandRun::proceed(Clock::time_point now)
             break;
         case Stage::killed:
             child.leaveBehind();
-            throw RunProblem{ETIMEDOUT, "not even SIGKILL ended it, and it was left behind", unknownWaitStatus,
+            throw RunProblem{ETIMEDOUT, "not even SIGKILL ended it, so it was abandoned", unknownWaitStatus,
                              streams.errorTail()};
     }
 }
@@ -291,7 +291,7 @@ void CommandRun::signalGroup(int signal)
 {
     if (!child.signalGroup(signal) && !hasChildEnded) {
         child.leaveBehind();
-        throw RunProblem{EPERM, "it runs as another user, so it could not be ended, and was left behind",
+        throw RunProblem{EPERM, "it runs as another user, so it could not be ended and was abandoned",
                          unknownWaitStatus, streams.errorTail()};
     }
 }

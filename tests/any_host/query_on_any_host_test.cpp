@@ -35,7 +35,7 @@ void PrintTo(const HostKind& kind, std::ostream* stream)
 
 class QueryOnHost : public testing::TestWithParam<HostKind> {
 protected:
-    // The script leaves a line behind for each run.
+    // The script writes a line for each run.
     void lvdisplay(const std::string& body) const
     {
         tools.addScript("lvdisplay", "echo run >> " + work.path() + "/runs\n" + body);

@@ -40,7 +40,7 @@ answers <<'TABLE'
 claim /dev/mapper/vg00-lvol1               | 16 device-mapper            | logical volume | no-group-line
 TABLE
 entry=$(echo 'claim /dev/mapper/vg00-lvol1' | lab_host --trace 6 2>&1 | sed -nE 's/.*createLvmDeviceNamesList: Output:\[(.*)\]$/\1/p')
-check 'what stands in the list?' '/dev/mapper/ame                lvol1-lvol1' "$entry"
+check 'what does the list contain?' '/dev/mapper/ame                lvol1-lvol1' "$entry"
 
 # claims_while_listing NAME: asks in the background, and waits until lvdisplay runs for it.
 claims_while_listing() {
