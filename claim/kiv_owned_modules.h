@@ -1,5 +1,4 @@
-// The modules that were registered with the claim managers of this process, so that none is registered twice. Not
-// installed.
+// The modules that the claim managers of this process own, so that none is registered twice. Not installed.
 #ifndef KIVCLAIM_CLAIM_KIV_OWNED_MODULES_H
 #define KIVCLAIM_CLAIM_KIV_OWNED_MODULES_H
 
