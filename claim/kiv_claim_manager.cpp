@@ -18,7 +18,7 @@ namespace {
 // Written out instead of __FILE__, so that records show the same name wherever and however the source is compiled.
 constexpr char sourceFile[] = "claim/kiv_claim_manager.cpp";
 
-// The lines that scope records show. Fixed: whoever reads traces knows the operations by them.
+// The line numbers in scope records. They never change: readers of traces recognise the operations by them.
 constexpr int lineOfConstructor = 25;
 constexpr int lineOfGetClaimModule = 48;
 constexpr int lineOfRegisterTraceLog = 69;
@@ -35,13 +35,13 @@ CKivClaimManager::CKivClaimManager()
 {
     const CFiTraceLogFunction scope(traceLog, "CKivClaimManager", lineOfConstructor, sourceFile);
     // Deliberate: modules created before a failure are not deleted. Pinned by
-    // ClaimManager.AFailedConstructionLeavesTheEarlierModulesBehind.
+    // ClaimManager.AFailedConstructionLeaksTheEarlierModules.
     appendBuiltInClaimModules(modules);
 }
 
 CKivClaimManager::~CKivClaimManager()
 {
-    // A module's destructor may register another module; that one is deleted as well.
+    // A module's destructor may register another module, which is deleted as well.
     for (std::size_t i = 0; i < modules.size(); ++i) {  // NOLINT(modernize-loop-convert)
         kivclaim::forgetOwnedModule(modules[i]);
         delete modules[i];
@@ -70,7 +70,7 @@ void CKivClaimManager::registerClaimModule(CKivDeviceClaimBase* module)
 
 void CKivClaimManager::registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log)
 {
-    // The scope holds the log that was registered before, so both of its records go there.
+    // The scope holds the log that was registered before, so both of its records go to that one.
     const CFiTraceLogFunction scope(traceLog, "registerTraceLog", lineOfRegisterTraceLog, sourceFile);
     traceLog = log;
     // A module registered during this loop already got the log from registerClaimModule.

@@ -1,21 +1,21 @@
-// How a claim module in a file of its own is made, and how a host gets it out of that file.
+// How to write a claim module in its own file, and how a host loads it from that file.
 //
-// The file is a shared library with one C function, kivclaim_create_claim_module. Whoever writes a module derives a
-// class from CKivDeviceClaimBase, puts
+// The file is a shared library with one C function, kivclaim_create_claim_module. To write a module, derive a class
+// from CKivDeviceClaimBase, put
 //
 //     KIV_CLAIM_MODULE_ENTRY(CNvmeClaim)
 //
-// into one of the library's sources, outside any namespace, and links kivclaim::kivclaim and no host framework: what
-// the module calls of it, such as CFiTraceLog::trace, comes from the process that loads the file. The name of the
-// class is what `kivclaim` shows as the stack's. examples/nvme_module is a whole module.
+// into one of the library's sources, outside any namespace, and link kivclaim::kivclaim but no host framework: the
+// framework's operations, such as CFiTraceLog::trace, come from the process that loads the file. `kivclaim` shows the
+// name of the class as that of the stack. examples/nvme_module is a complete module.
 //
 // A host loads the file (RTLD_NOW, so that a missing symbol is found at once), looks the function up by
 // `kivCreateClaimModuleName`, calls it with `kivClaimModuleContract` and registers the result. Loading runs the file's
-// code with all the rights of the process: load only what is trusted like the host itself.
+// code with all privileges of the process: load only files that are trusted like the host itself.
 //
-// Threads: the function belongs to the thread that drives the manager; it may be called any number of times.
-// Ownership: each call makes a new module, which is the caller's until a claim manager owns it. The file stays loaded
-// for as long as any of its modules lives, or a host could call code that is gone; never closing it is simplest.
+// Threads: call the function on the thread that uses the manager, any number of times.
+// Ownership: each call creates a new module, which the caller owns until a claim manager does. Keep the file loaded as
+// long as any of its modules exists, or the host calls code that is gone; never closing it is simplest.
 // Failure: null; no exception may leave the function.
 #ifndef KIVCLAIM_CLAIM_KIV_CLAIM_MODULE_ENTRY_H
 #define KIVCLAIM_CLAIM_KIV_CLAIM_MODULE_ENTRY_H
@@ -25,8 +25,8 @@
 
 #include <string>
 
-// The next four: how a compiler was told to deviate from what kivclaim is compiled with. Set for nothing else: the
-// numbers of ordinary hosts and modules are those of earlier releases. With -fno-rtti.
+// The next four bits are set for compiler options that differ from those of kivclaim. They are 0 otherwise, so that
+// ordinary hosts and modules have the numbers of earlier releases. With -fno-rtti.
 inline constexpr unsigned int kivContractNoRtti = 1U << 16;
 // With -D_GLIBCXX_DEBUG.
 inline constexpr unsigned int kivContractDebugMode = 1U << 17;
@@ -34,7 +34,7 @@ inline constexpr unsigned int kivContractDebugMode = 1U << 17;
 inline constexpr unsigned int kivContractNoExceptions = 1U << 18;
 // With -D_GLIBCXX_USE_CXX11_ABI=0.
 inline constexpr unsigned int kivContractOldStrings = 1U << 19;
-// Those of the program that includes this header.
+// The options of the program that includes this header.
 inline constexpr unsigned int kivContractDeviations = 0
 #ifndef __cpp_rtti
                                                       | kivContractNoRtti
@@ -50,17 +50,17 @@ inline constexpr unsigned int kivContractDeviations = 0
 #endif
     ;
 
-// The contract between a module and the host that loads it, as its compiler sees it: the slots of CKivDeviceClaimBase
-// and its bases, the size and layout of the framework's types, and how both were compiled. A module works with hosts of
-// the same number only.
+// The number of the contract between a module and the host that loads it: the slots of CKivDeviceClaimBase and its
+// bases, the size and layout of the framework's types, and the compiler options. A module works only with hosts of the
+// same number.
 //
-// Bits 0 to 7: the size of std::string, which differs between C++ libraries. Bits 8 to 15: counts the releases that
-// changed slots or layout, see docs/contract.md. Bits 16 and up: the deviations above.
+// Bits 0 to 7: the size of std::string, which differs between C++ libraries. Bits 8 to 15: a count; increase it for
+// every new slot or field, because older modules lack it, see docs/contract.md. Bits 16 and up: the options above.
 inline constexpr unsigned int kivClaimModuleContract = (1U << 8) | sizeof(std::string) | kivContractDeviations;
 
-// What a module's file exports; defined by KIV_CLAIM_MODULE_ENTRY. `hostContract` is the caller's
-// kivClaimModuleContract; the function writes its own to `moduleContract`, in every case. Returns a new module, or null
-// when the two differ, or when the module could not be made.
+// The function that a module's file exports; KIV_CLAIM_MODULE_ENTRY defines it. `hostContract` is the caller's
+// kivClaimModuleContract; the function always writes its own to `moduleContract`. Returns a new module, or null when
+// the two differ or the module could not be created.
 extern "C" ZTFI_API CKivDeviceClaimBase* kivclaim_create_claim_module(unsigned int hostContract,
                                                                       unsigned int* moduleContract);
 
@@ -96,7 +96,7 @@ inline std::string contractMismatch(unsigned int hostContract, unsigned int modu
            std::to_string(hostContract);
 }
 
-// The function's body: makes a `Module` with its default constructor, and turns what that throws into null.
+// The function's body: creates a `Module` with its default constructor, and returns null if that throws.
 template <class Module>
 CKivDeviceClaimBase* createClaimModule(unsigned int hostContract, unsigned int* moduleContract) noexcept
 {

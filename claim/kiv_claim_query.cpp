@@ -1,4 +1,4 @@
-// The claim query: what it asks, and how it tells what an answer rests on.
+// The claim query: what it asks, and how it finds out what an answer is based on.
 #include "claim/kiv_claim_query.h"
 
 #include "claim/kiv_queried_volumes.h"
@@ -14,7 +14,7 @@ using ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL_NONE;
 
 namespace kivclaim {
 
-// What an answer holds.
+// The content of an answer.
 struct AnswerFacts {
     std::string path;
     ClaimBasis basis = ClaimBasis::notNeeded;
@@ -41,7 +41,7 @@ const ListingFacts& unread()
     return facts;
 }
 
-// The parts of a raw wait status, as the device-mapper module takes it apart.
+// The parts of a raw wait status, as the device-mapper module decodes it.
 unsigned int signalPart(const ListingFacts& facts)
 {
     return static_cast<std::uint32_t>(facts.waitStatus) & 0x7FU;
@@ -57,7 +57,7 @@ std::string howItFailed(const VolumeListing& listing)
     if (listing.signal() != 0) {
         return "was ended by signal " + std::to_string(listing.signal());
     }
-    // A failure that left 0 in the record: the host knows why, the number does not.
+    // The failure left 0 in the record, so there is neither an exit code nor a signal.
     if (listing.exitCode() > 0) {
         return "exited with status " + std::to_string(listing.exitCode());
     }
@@ -221,7 +221,7 @@ const std::string& ClaimAnswer::message() const
     return facts->message;
 }
 
-// Asks for one query. Threads: belongs to the query's, but for `limits.isCancelled`.
+// Asks the modules for one query. Threads: the query's only, except for `limits.isCancelled`.
 class QueryRun {
 public:
     explicit QueryRun(CKivClaimManager& manager) : manager(manager), volumes(limits) {}
@@ -246,7 +246,7 @@ public:
     QueriedVolumes volumes;
 
 private:
-    // Returns why there is no answer, or nothing.
+    // Returns why there is no answer; nothing when there is one.
     std::optional<ClaimBasis> askModules(AnswerFacts& facts, ClaimFacts wanted)
     {
         const QueriedVolumes::InForce inForce(volumes);
@@ -298,7 +298,7 @@ private:
         return facts.module != nullptr && haveAllLost ? ClaimBasis::notNeeded : ClaimBasis::listFailed;
     }
 
-    // False for a module inside another one, which may have made what it likes of the answer.
+    // False for a module inside another one, which may have changed the answer.
     bool isInList(const CKivDeviceClaimBase* module) const
     {
         const auto& modules = manager.claimModules();

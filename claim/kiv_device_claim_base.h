@@ -21,11 +21,11 @@ enum ZTFI_DEVICE_CLAIM_LEVEL : std::uint32_t {
 
 }  // namespace ztfi_pdk_4_4
 
-// One multipathing stack, as the claim manager and the host see it. Derive from it to teach the manager another one.
+// One multipathing stack, as the claim manager and the host see it. Derive from it to add another stack.
 //
-// Threads: driven by one thread at a time; a module need not lock.
-// Ownership: made with new; once registered, the claim manager deletes it.
-// Failure: what an operation throws passes through the manager to the host.
+// Threads: only one thread at a time calls it; a module need not lock.
+// Ownership: created with new; once registered, the claim manager deletes it.
+// Failure: an operation's exception passes through the manager to the host.
 //
 // The slots below are the binary contract; docs/contract.md says how it may grow.
 class ZTFI_API CKivDeviceClaimBase : public ztfi_pdk_4_4::CFiTraceable {
@@ -33,14 +33,14 @@ public:
     // Slot 1 (complete and deleting destructor): releases the trace log. Slot 2 is the inherited registerTraceLog.
     ~CKivDeviceClaimBase() override = default;
 
-    // Slot 3: the device-path patterns that this module recognises, in an order of its own; may be empty.
+    // Slot 3: the device-path patterns that this module recognises, in any order; may be empty.
     virtual std::vector<std::string> getDeviceClaimStrings() = 0;
 
-    // Slot 4: how strongly the module claims the path; ZTFI_DEVICE_CLAIM_LEVEL_NONE when it does not. Asked of every
-    // module for every request, so it must be cheap to repeat.
+    // Slot 4: how strongly the module claims the path; ZTFI_DEVICE_CLAIM_LEVEL_NONE when it does not. Every request
+    // calls it on every module, so repeated calls must be cheap.
     virtual ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL claim(const std::string& path) = 0;
 
-    // Slots 5 to 7 are asked only of the module whose claim won the path.
+    // The manager calls slots 5 to 7 only on the module whose claim won the path.
     // Slot 5: 1 when the path names a partition of a device that this module claims, otherwise 0.
     virtual int isPartition(const std::string& path) = 0;
 
@@ -48,14 +48,14 @@ public:
     virtual std::string appendPartitionSuffix(const std::string& device, unsigned int partition) = 0;
 
     // Slot 7: the whole device of the partition path `device`; `partition` receives the partition number. A path
-    // that is no partition comes back unchanged.
+    // that is not a partition is returned unchanged.
     virtual std::string removePartitionSuffix(const std::string& device, unsigned int& partition) = 0;
 
-    // Slot 8: forgets a cached list of logical volumes. Here: nothing to forget.
+    // Slot 8: clears a cached list of logical volumes. Here: does nothing.
     virtual void clearLvmDeviceNameList();
 
-    // Slot 9: the path by which the device is used now. Here: the path itself; the flag is ignored. A module may have
-    // one of the same name that takes a reference, in a slot of its own; g++ reports that here, at the hidden one.
+    // Slot 9: the path that is in use for the device now. Here: the path itself; the flag is ignored.
+    // CNativePathClaim adds an overload by reference (slot 12) that hides this one; g++ warns here.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Woverloaded-virtual"
     virtual std::string getActivePath(std::string device, bool waited);

@@ -7,8 +7,8 @@
 
 #include <iterator>
 
-// C++ could name no address of a constructor. An address that is taken here is bound as this library's calls are,
-// whatever other libraries of the process got.
+// By symbol names, because C++ cannot take the address of a constructor. The loader binds these addresses like this
+// library's calls, whatever other libraries of the process are bound to.
 #define KIV_DECLARE(function, name, symbol) \
     extern "C" __attribute__((visibility("default"))) void function() __asm__(symbol);
 KIV_HOST_SYMBOLS(KIV_DECLARE)

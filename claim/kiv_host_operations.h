@@ -1,5 +1,5 @@
-// Which file supplies each operation of the host framework: the query for whoever wonders why the own framework is not
-// the one that is called. It changes no answer and writes no record.
+// Which file supplies each operation of the host framework. Use it to find out why your own framework is not called. It
+// changes no answer and writes no record.
 //
 // The loader binds the eight operations by name when it loads the claim library, and takes the first definition that it
 // finds: docs/host-guide.md says which order wins. A host that is linked with the library calls
@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-// Tells about operation number `index`, 0 to 7: sets `operation` to its name, such as "CFiTraceLog::trace", and `file`
-// to the file whose definition this claim library calls, as the loader names it; for the program itself, as it was
-// started. `file` is null when the loader knows no file. Both texts are static. Returns 1, or 0 for a higher index,
-// which sets nothing.
+// For operation number `index`, 0 to 7, sets `operation` to its name, such as "CFiTraceLog::trace", and `file` to the
+// file whose definition this claim library calls, as the loader names it; for the program itself, the name with which
+// it was started. `file` is null when the loader knows no file. Both texts are static. Returns 1; for a higher index,
+// sets nothing and returns 0.
 extern "C" ZTFI_API int kivclaim_host_operation(unsigned int index, const char** operation, const char** file);
 
 // The type of that function.

@@ -4,7 +4,8 @@
 
 #define KIV_HOST_STRING "NSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"
 
-// KIV_HOST_SYMBOLS(entry) makes entry(function, name, symbol) of each, in the order of the table in docs/host-guide.md.
+// KIV_HOST_SYMBOLS(entry) expands to entry(function, name, symbol) for each, in the order of the table in
+// docs/host-guide.md.
 #define KIV_HOST_SYMBOLS(entry)                                                                                     \
     entry(kivBoundTrace, "CFiTraceLog::trace", "_ZN12ztfi_pdk_4_411CFiTraceLog5traceEiPKcz")                        \
         entry(kivBoundRunner, "CFiExecPipePosix::CFiExecPipePosix", "_ZN12ztfi_pdk_4_416CFiExecPipePosixC1Ei")      \

@@ -1,4 +1,4 @@
-// C functions that make and delete a claim manager, for hosts that open the library with dlopen. They are found by
+// C functions that create and delete a claim manager, for hosts that open the library with dlopen. They are found by
 // their plain names; the manager itself is then used through its slots, as claim/kiv_claim_manager.h declares them:
 //
 //     void* const library = dlopen("libkivclaim.so.1", RTLD_NOW);
@@ -6,8 +6,8 @@
 //     unsigned int libraryContract = 0;
 //     CKivClaimManager* const manager = create(kivClaimManagerContract, &libraryContract);
 //
-// Threads: any. Ownership: the manager is the caller's, who deletes it with kivclaim_delete_claim_manager or with
-// delete, before closing the library. Failure: null; no exception leaves the functions, but what a module's destructor
+// Threads: any. Ownership: the caller owns the manager and deletes it with kivclaim_delete_claim_manager or with
+// delete, before closing the library. Failure: null. No exception leaves the functions; one that a module's destructor
 // throws ends the process, as in a plain delete.
 #ifndef KIVCLAIM_CLAIM_KIV_MANAGER_FUNCTIONS_H
 #define KIVCLAIM_CLAIM_KIV_MANAGER_FUNCTIONS_H
@@ -16,23 +16,23 @@
 #include "claim/kiv_claim_module_entry.h"
 #include "framework/ztfi_export.h"
 
-// The contract between a host and the library that it opens: made like that of modules, by the same rules.
+// The contract between a host and the library that it opens: the same number, with the same rules, as for modules.
 inline constexpr unsigned int kivClaimManagerContract = kivClaimModuleContract;
 
-// `hostContract` is the caller's kivClaimManagerContract. The function writes the library's own to `libraryContract`,
-// in every case. Returns a new manager, or null when the two differ, or when none could be made.
-// kivclaim::contractMismatch(libraryContract, hostContract) tells why they do.
+// `hostContract` is the caller's kivClaimManagerContract. The function always writes the library's own to
+// `libraryContract`. Returns a new manager, or null when the two differ or no manager could be created.
+// kivclaim::contractMismatch(libraryContract, hostContract) says why they differ.
 extern "C" ZTFI_API CKivClaimManager* kivclaim_create_claim_manager(unsigned int hostContract,
                                                                     unsigned int* libraryContract);
 
-// Deletes what the other function made; null is ignored.
+// Deletes a manager that the other function created; null is ignored.
 extern "C" ZTFI_API void kivclaim_delete_claim_manager(CKivClaimManager* manager);
 
-// The type of the function that makes a manager.
+// The type of the function that creates a manager.
 using KivCreateClaimManager = decltype(kivclaim_create_claim_manager);
 // The type of the function that deletes one.
 using KivDeleteClaimManager = decltype(kivclaim_delete_claim_manager);
-// The name of the function that makes a manager, for dlsym.
+// The name of the function that creates a manager, for dlsym.
 inline constexpr char kivCreateClaimManagerName[] = "kivclaim_create_claim_manager";
 // The name of the function that deletes one, for dlsym.
 inline constexpr char kivDeleteClaimManagerName[] = "kivclaim_delete_claim_manager";

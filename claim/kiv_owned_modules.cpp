@@ -11,7 +11,7 @@ namespace kivclaim {
 
 namespace {
 
-// Places are never freed, only used again: whoever walks along them needs no lock.
+// Places are never freed, only reused, so walking along them needs no lock.
 struct OwnedModulePlace {
     std::atomic<const CKivDeviceClaimBase*> module;
     OwnedModulePlace* next;
@@ -38,8 +38,8 @@ bool isOwnedModule(const CKivDeviceClaimBase* module)
 void noteOwnedModule(const CKivDeviceClaimBase* module)
 {
     for (OwnedModulePlace* place = placeOf(nullptr); place != nullptr; place = placeOf(nullptr)) {
-        const CKivDeviceClaimBase* nobody = nullptr;
-        if (place->module.compare_exchange_strong(nobody, module, std::memory_order_relaxed)) {
+        const CKivDeviceClaimBase* noModule = nullptr;
+        if (place->module.compare_exchange_strong(noModule, module, std::memory_order_relaxed)) {
             return;
         }
     }
@@ -56,13 +56,13 @@ void forgetOwnedModule(const CKivDeviceClaimBase* module)
     }
 }
 
-// Between this function's frame and the oldest one: stacks grow downwards. Where the C library does not tell the
-// stack's place, or the thread runs on one that it does not know, nothing counts as being there.
+// True between this function's frame and the oldest one: stacks grow downwards. If the C library does not know where
+// the stack of this thread is, no object counts as being on it.
 bool isOnThisThreadsStack(const void* object)
 {
     const auto place = reinterpret_cast<std::uintptr_t>(object);
     if (place < reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0))) {
-        return false;  // nearly every module of a main thread, whose stack the C library would look up in a file
+        return false;  // nearly every module; spares the C library a look at /proc for the main thread's stack
     }
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0) {

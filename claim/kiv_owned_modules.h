@@ -1,4 +1,4 @@
-// Which modules the claim managers of this process got registered, so that none is taken twice. Not installed.
+// The modules that the claim managers of this process own, so that none is registered twice. Not installed.
 #ifndef KIVCLAIM_CLAIM_KIV_OWNED_MODULES_H
 #define KIVCLAIM_CLAIM_KIV_OWNED_MODULES_H
 
@@ -6,16 +6,17 @@
 
 namespace kivclaim {
 
-// Threads: any, without a lock, since managers have none. Two threads that register one module at the same moment are
-// not told apart. Failure: none.
+// Threads: any, without a lock, because managers have none. It is not detected when two threads register one module at
+// the same moment. Failure: none.
 
-// Whether a manager owns the module, which it noted.
+// Whether a manager has noted the module as its own.
 bool isOwnedModule(const CKivDeviceClaimBase* module);
 
-// Without memory, nothing is noted.
+// When memory has run out, nothing is noted.
 void noteOwnedModule(const CKivDeviceClaimBase* module);
 
-// Before its manager deletes it: the next module may have the same address. Does nothing for a built-in one.
+// Call it before the manager deletes the module: the next one may have the same address. Does nothing for a built-in
+// module.
 void forgetOwnedModule(const CKivDeviceClaimBase* module);
 
 // Whether the object is a variable of a function that runs on this thread.

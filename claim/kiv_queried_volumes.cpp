@@ -12,8 +12,8 @@ namespace {
 constexpr std::chrono::seconds longestCommand{600};
 constexpr std::chrono::seconds shortestCommand{1};
 
-// In static storage of each thread: otherwise the first access on a thread allocates it, and the C library ends the
-// process when that fails.
+// In each thread's static storage: otherwise the first access on a thread allocates it, and the C library ends the
+// process when that allocation fails.
 [[gnu::tls_model("initial-exec")]] thread_local QueriedVolumes* volumesInForce = nullptr;
 
 }  // namespace
@@ -42,13 +42,13 @@ std::optional<ClaimBasis> QueryLimits::reached() const
     return std::nullopt;
 }
 
-// Rounded up: a command that its limit ends has ended after the deadline, so it is not taken for one that failed.
+// Rounded up, so that a command that runs into its limit ends after the deadline and is not taken for a failed one.
 unsigned long QueryLimits::commandSeconds() const
 {
     if (!deadline) {
         return longestCommand.count();
     }
-    // Compared before rounding, which overflows for the end of time.
+    // Compared before rounding, which would overflow for time_point::max().
     const auto left =
         std::min<std::chrono::steady_clock::duration>(*deadline - std::chrono::steady_clock::now(), longestCommand);
     return std::max(std::chrono::ceil<std::chrono::seconds>(left), shortestCommand).count();
@@ -80,7 +80,7 @@ bool QueriedVolumes::areRead(const CKivDeviceClaimBase& module, const LogPointer
             return false;
         }
         auto reading = readLogicalVolumes(limits.commandSeconds(), log);
-        // A command that the deadline or the canceller ended says nothing about the machine.
+        // A command that was ended by the deadline or by cancelling says nothing about the machine.
         if (reading->state != VolumeListing::State::read) {
             stop = limits.reached();
         }

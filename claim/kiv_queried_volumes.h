@@ -17,7 +17,7 @@ namespace kivclaim {
 
 using LogPointer = ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog>;
 
-// What is known of a reading.
+// The facts about one reading of the list.
 struct ListingFacts {
     VolumeListing::State state = VolumeListing::State::threw;
     std::chrono::system_clock::time_point when;
@@ -30,32 +30,33 @@ struct ListingFacts {
 // Defined with the modules. Throws std::bad_alloc only.
 std::shared_ptr<const ListingFacts> readLogicalVolumes(unsigned long timeoutSeconds, const LogPointer& log);
 
-// Whether the answer of `module`, which asked for the list of logical volumes and failed to get it, is the strongest it
-// could have given. Defined with the modules.
+// `module` asked for the list of logical volumes and did not get it: is its answer the strongest that it could have
+// given? Defined with the modules.
 bool claimsWithoutList(const CKivDeviceClaimBase& module);
 
 // The text of the exception that is being handled; empty when it has none. Throws std::bad_alloc.
 std::string textOfException();
 
-// When a query stops. Threads: `isCancelled` is for any, the rest belongs to the query's.
+// When a query stops. Threads: `isCancelled` is for any thread, the rest for the query's thread only.
 struct QueryLimits {
     std::atomic<bool> isCancelled{false};
     std::optional<std::chrono::steady_clock::time_point> deadline;
 
     // ClaimBasis::cancelled or deadlinePassed, or nothing while the query may go on.
     std::optional<ClaimBasis> reached() const;
-    // What is left for a command: whole seconds, from 1 to 600.
+    // The time that is left for a command: whole seconds, from 1 to 600.
     unsigned long commandSeconds() const;
 };
 
 // Reads the list at most once, when a module first needs it, and notes which modules did.
 //
-// Threads: belongs to one. Failure: std::bad_alloc; nothing has been read then.
+// Threads: belongs to one thread. Failure: std::bad_alloc; nothing has been read then.
 class QueriedVolumes {
 public:
     explicit QueriedVolumes(const QueryLimits& limits) : limits(limits) {}
 
-    // Makes `volumes` what the device-mapper modules of this thread answer from; forgets who needed it before.
+    // While it exists, the device-mapper modules of this thread use `volumes`. Clears the notes of which modules needed
+    // the list.
     class InForce {
     public:
         explicit InForce(QueriedVolumes& volumes);
@@ -67,12 +68,12 @@ public:
         QueriedVolumes* before;
     };
 
-    // The list that modules asked on this thread answer from; null: their own.
+    // The list that the modules of this thread use; null: their own.
     static QueriedVolumes* inForce();
 
-    // For a module that needs the list: whether there is one. Reads it if that has not been tried.
+    // Called by a module that needs the list: is there one? Reads the list if that has not been tried.
     bool areRead(const CKivDeviceClaimBase& module, const LogPointer& log);
-    // Whether the list, which is read, holds `path`.
+    // Whether the list contains `path`; it must have been read.
     bool hold(const std::string& path) const;
 
     const std::vector<const CKivDeviceClaimBase*>& modulesInNeed() const { return inNeed; }

@@ -4,8 +4,8 @@
 
 #include "framework/ztfi_export.h"
 
-// Name, version and source revision, separated by blanks, as the build set them; static, ended by a zero byte. Of one
-// size in every release: programs may hold a copy of it.
+// Name, version and source revision, separated by blanks, as the build set them; static, ended by a zero byte. The size
+// is fixed: executables may hold a copy.
 extern "C" ZTFI_API const char kivclaim_release_identification[128];
 
 #endif

@@ -7,7 +7,11 @@
 #include <cxxabi.h>
 
 // Writes one record to the object's log: KIV_TRACE(level, format, arguments...). A macro, so that the compiler checks
-// the arguments against the format and nothing but the null test is evaluated while no log is registered.
+// the arguments against the format, and so that without a log only the null test is evaluated.
+//
+// Scope records show a line number. The manager and the device-mapper module pass fixed numbers, which are part of
+// their contract. The other modules pass __LINE__: theirs may change with any edit, between releases too, so nothing
+// may rely on them.
 #define KIV_TRACE(...)                          \
     do {                                        \
         if (this->traceLog.get() != nullptr) {  \
@@ -15,9 +19,9 @@
         }                                       \
     } while (false)
 
-// The same for an operation that has failed and has its neutral answer already: what the log throws is dropped, except
-// for thread cancellation. Never inside a catch block: catching thread cancellation while another exception is being
-// handled ends the process.
+// The same for an operation that has failed and already has its neutral answer: an exception of the log is dropped,
+// except for thread cancellation. Never use it inside a catch block: catching thread cancellation while another
+// exception is being handled ends the process.
 #define KIV_TRACE_FAILURE(...)                  \
     do {                                        \
         try {                                   \

@@ -1,5 +1,5 @@
-# The options of every target. Warnings are errors on request only: a newer compiler warns of more, in the code of other
-# projects' headers as well once it is inlined into ours, and who builds the project can do nothing about it.
+# The options of every target. Warnings are errors on request only: a newer compiler has more warnings, also about other
+# projects' headers that are inlined into our code, and a user who builds the project cannot fix those.
 option(KIVCLAIM_WARNINGS_AS_ERRORS "Let a compiler's warning stop the build" OFF)
 add_compile_options(-Wall -Wextra -Wpedantic -Wformat=2 -Wshadow=local)
 if(KIVCLAIM_WARNINGS_AS_ERRORS)
@@ -10,7 +10,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     add_compile_options(-Wno-unknown-warning-option -Wshadow)
 endif()
 
-# Debug information, __FILE__ and the like name sources relative to the tree: the bytes do not depend on its place.
+# Debug information and __FILE__ name sources relative to the tree, so that the output does not depend on its path.
 if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=./build)
 endif()
@@ -24,10 +24,11 @@ if(KIVCLAIM_COVERAGE)
     add_link_options(--coverage)
 endif()
 
-# Exports only what `script` lists, and finds a missing symbol when linking or loading, never at the first call.
+# Exports only the symbols that `script` lists. Missing symbols are found when linking or loading, not at the first
+# call.
 function(kivclaim_export_policy target script)
     set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
-    # The dump of the binary contract is read from it, and wants every class whole; an installation strips it.
+    # The dump of the binary contract is made from it and needs every class complete; an installation may strip it.
     target_compile_options(${target} PRIVATE -g $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>)
     target_link_options(${target} PRIVATE -Wl,--version-script=${script} -Wl,-z,now -Wl,-z,relro)
     if(NOT KIVCLAIM_SANITIZERS)

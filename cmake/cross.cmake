@@ -9,5 +9,5 @@ endif()
 set(CMAKE_SYSTEM_NAME Linux)
 string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR "${KIVCLAIM_TRIPLET}")
 set(CMAKE_CXX_COMPILER ${KIVCLAIM_TRIPLET}-g++)
-# What CMake asks about packages is answered for that architecture, not for this machine.
+# CMake looks for packages of that architecture, not of this machine.
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${KIVCLAIM_TRIPLET}/pkgconfig:/usr/share/pkgconfig)

@@ -1,5 +1,4 @@
-# Where things are installed, and in which component: library, kernel, development, host,
-# command.
+# Installs files, each in one of the components library, kernel, development, host and command.
 include(CMakePackageConfigHelpers)
 
 set(KIVCLAIM_ZSH_COMPLETION_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
@@ -9,8 +8,8 @@ set(KIVCLAIM_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/kivclaim)
 set(KIVCLAIM_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/kivclaim)
 set(KIVCLAIM_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-# kivclaim_public_headers([COMPONENT name] header...) installs headers of the current room under the room's name. What is not named
-# stays inside.
+# kivclaim_public_headers([COMPONENT name] header...) installs headers of the current directory, below a directory of
+# the same name. Other headers are not installed.
 function(kivclaim_public_headers)
     cmake_parse_arguments(ARG "" "COMPONENT" "" ${ARGN})
     if(NOT ARG_COMPONENT)
@@ -19,29 +18,29 @@ function(kivclaim_public_headers)
     foreach(header IN LISTS ARG_UNPARSED_ARGUMENTS)
         get_filename_component(path ${header} ABSOLUTE)
         file(RELATIVE_PATH path ${PROJECT_SOURCE_DIR} ${path})
-        get_filename_component(room ${path} DIRECTORY)
-        install(FILES ${PROJECT_SOURCE_DIR}/${path} DESTINATION ${KIVCLAIM_INSTALL_INCLUDEDIR}/${room}
+        get_filename_component(directory ${path} DIRECTORY)
+        install(FILES ${PROJECT_SOURCE_DIR}/${path} DESTINATION ${KIVCLAIM_INSTALL_INCLUDEDIR}/${directory}
                 COMPONENT ${ARG_COMPONENT})
         set_property(GLOBAL APPEND PROPERTY KIVCLAIM_PUBLIC_HEADERS ${path})
     endforeach()
 endfunction()
 
-# kivclaim_install_library(target component) installs a library; its development link goes with the headers.
+# kivclaim_install_library(target component) installs a library; its development link is installed with the headers.
 function(kivclaim_install_library target component)
     install(TARGETS ${target} EXPORT kivclaim
             LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT development)
 endfunction()
 
-# kivclaim_run_path(target component destination folder...) makes the target find its libraries in these folders while
-# it stands in the build tree, and nowhere but in the system's once it is installed. CMake's own exchange of run paths
-# leaves an empty entry in the one of the build tree, which is the current folder of whoever runs it.
+# kivclaim_run_path(target component destination directory...) gives the target a run path with these directories in the
+# build tree, and none when it is installed. CMake's own rewriting of run paths would leave an empty entry in that of
+# the build tree, which means the current directory.
 function(kivclaim_run_path target component destination)
     set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${ARGN}")
     set(installed "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${destination}/$<TARGET_FILE_NAME:${target}>")
     install(CODE "file(RPATH_REMOVE FILE \"${installed}\")" COMPONENT ${component})
 endfunction()
 
-# kivclaim_pkgconfig(name [component]) installs NAME.pc, made of NAME.pc.in in the current room.
+# kivclaim_pkgconfig(name [component]) installs NAME.pc, made from NAME.pc.in in the current directory.
 function(kivclaim_pkgconfig name)
     set(component ${ARGV1})
     if(NOT component)
@@ -56,7 +55,7 @@ function(kivclaim_pkgconfig name)
             COMPONENT ${component})
 endfunction()
 
-# The CMake package. To be called once every library has been added.
+# Installs the CMake package. Call it after every library has been added.
 function(kivclaim_install_package)
     install(EXPORT kivclaim NAMESPACE kivclaim:: FILE kivclaimTargets.cmake DESTINATION ${KIVCLAIM_INSTALL_CMAKEDIR}
             COMPONENT development)

@@ -1,5 +1,6 @@
-# Finds the source revision at every build and rewrites the identification source only when it changed.
-# Included by the project, it makes the target `kivclaim_source_revision`; run with -P, it writes the file.
+# Finds the source revision at every build and rewrites the source with the identification only when it changed. When
+# the project includes this file, it defines the target `kivclaim_source_revision`; when run with -P, it writes the
+# source.
 set(KIVCLAIM_REVISION "" CACHE STRING "Source revision to record, for builds outside a git checkout")
 
 if(NOT CMAKE_SCRIPT_MODE_FILE)
@@ -15,7 +16,7 @@ if(NOT CMAKE_SCRIPT_MODE_FILE)
 endif()
 
 set(KIVCLAIM_SOURCE_REVISION "${KIVCLAIM_REVISION}")
-# A source archive of a release names its revision.
+# In a release's source archive, the revision is in a file.
 if(KIVCLAIM_SOURCE_REVISION STREQUAL "" AND EXISTS ${SOURCE}/REVISION)
     file(READ ${SOURCE}/REVISION KIVCLAIM_SOURCE_REVISION)
 endif()

@@ -1,4 +1,4 @@
-// The host's command runner: what the plug-in runs every external command through.
+// The host's command runner. The plug-in runs every external command with it.
 #ifndef KIVCLAIM_FRAMEWORK_CFIEXECPIPE_H
 #define KIVCLAIM_FRAMEWORK_CFIEXECPIPE_H
 
@@ -23,7 +23,7 @@ public:
 // Runs one command and collects its output.
 //
 // Threads: one runner belongs to one thread; separate runners may run at once.
-// Ownership: made on the stack for one command, handed the caller's trace log, destroyed afterwards.
+// Ownership: created on the stack for one command, given the caller's trace log, destroyed afterwards.
 // Failure: a command that ran and failed gives a non-zero result and a record; one that could not be run may be
 // thrown as EFiExecPipe.
 class ZTFI_API CFiExecPipeBase : public CFiTraceable {
@@ -31,9 +31,9 @@ public:
     // Slots 1 and 2 are those of CFiTraceable.
     ~CFiExecPipeBase() override = default;
 
-    // Runs `command` (program path and arguments, separated by runs of blanks) to its end and appends each line of
-    // its standard output to `output`, in order. `timeoutSeconds` is the limit for the whole run. The texts are the
-    // host's. Returns 0 when the command ran and succeeded. Supplied by the host.
+    // Runs `command` (program path and arguments, separated by one or more blanks) to its end and appends each line of
+    // its standard output to `output`, in order. `timeoutSeconds` is the limit for the whole run. The meaning of the
+    // other texts is the host's. Returns 0 when the command ran and succeeded. Supplied by the host.
     int Exec(std::string command, std::vector<std::string>& output, std::string, unsigned long timeoutSeconds,
              std::string, std::string, std::string);
 
@@ -44,7 +44,7 @@ protected:
     EFiExecPipe lastFailure{};  // filled by Exec
 };
 
-// The runner for POSIX systems. What the number selects is the host's affair; the plug-in passes 1.
+// The runner for POSIX systems. The host defines what the number selects; the plug-in passes 1.
 class ZTFI_API CFiExecPipePosix : public CFiExecPipeBase {
 public:
     // Supplied by the host.

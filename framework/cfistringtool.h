@@ -15,7 +15,7 @@ namespace ztfi_pdk_4_4 {
 // Threads: every operation works on its arguments alone. Failure: only running out of memory, as std::bad_alloc.
 class ZTFI_API CFiStringTool {
 public:
-    // The pieces of `text` between runs of `separators`; a run gives no empty piece.
+    // The pieces of `text` between `separators`; adjacent separators give no empty piece.
     static std::vector<std::string> tokenize(const std::string& text, const std::string& separators);
 
     // `text` without the given characters at both ends.

@@ -1,8 +1,8 @@
-// Tracing and shared ownership, as host and plug-in compile them alike.
+// Tracing and shared ownership, compiled into host and plug-in alike.
 //
-// Everything in this header but `CFiTraceLog::trace` is header code: host and plug-in each carry it, so its
-// layout, its slot order and its locking are a contract between binaries. How it may grow, and how slots are counted,
-// is written in docs/contract.md.
+// Everything in this header except `CFiTraceLog::trace` is header code: host and plug-in each contain it, so its
+// layout, its slot order and its locking are a contract between binaries. docs/contract.md says how it may grow, and
+// how slots are counted.
 #ifndef KIVCLAIM_FRAMEWORK_CFITRACELOG_H
 #define KIVCLAIM_FRAMEWORK_CFITRACELOG_H
 
@@ -36,10 +36,10 @@ class CFiNullAllocator {
 template <class T, class Allocator = CFiContextSingletonAllocator<T>>
 class CFiSmartPtr;
 
-// The reference count that every shared framework object carries; always inherited virtually.
+// The reference count of every shared framework object; always inherited virtually.
 //
-// Threads: none of the operations locks. Whoever changes the count holds `lock` meanwhile, as CFiSmartPtr does.
-// Ownership: an object with a count of n is kept alive by n holders; the last to let go deletes it.
+// Threads: none of the operations locks. A caller that changes the count holds `lock`, as CFiSmartPtr does.
+// Ownership: an object with a count of n is kept alive by n holders; the last one to release it deletes it.
 // Failure: none.
 class ZTFI_API CFiRefCount {
 public:
@@ -51,7 +51,7 @@ public:
     virtual ~CFiRefCount() = default;
     // Slot 2: adds one holder; returns the new count.
     virtual unsigned int increment() { return ++count; }
-    // Slot 3: takes one holder away; returns the new count. The count must be above 0.
+    // Slot 3: removes one holder; returns the new count. The count must be above 0.
     virtual unsigned int decrement() { return --count; }
     // Slot 4: returns the count.
     virtual unsigned int getCount() { return count; }
@@ -70,13 +70,13 @@ protected:
 // thread at a time. The referent's mutex is held only while the count changes, never while it is deleted.
 // Ownership: a held pointer counts for one. `Allocator` is part of the name only: the last holder always deletes
 // the referent through its virtual destructor.
-// Failure: a mutex that cannot be locked gives -1 where there is a result, and nothing is counted.
+// Failure: when a mutex cannot be locked, operations with a result return -1, and nothing is counted.
 template <class T, class Allocator>
 class CFiSmartPtr {
 public:
     CFiSmartPtr() = default;
 
-    // Deliberate: the pointer is stored before the mutex is asked for, so a failed lock leaves a copy that holds
+    // Deliberate: the pointer is stored before the mutex is locked, so a failed lock leaves a copy that holds
     // the referent without having counted it. Pinned by SmartPointer.CopyKeepsThePointerUncountedWhenTheLockFails.
     CFiSmartPtr(const CFiSmartPtr& other) : referent(other.referent)
     {
@@ -86,8 +86,8 @@ public:
         }
     }
 
-    // Lets go of what is held, then holds what `other` holds. When the mutex of the new referent cannot be locked,
-    // the pointer stays as letting go left it: normally empty.
+    // Releases its referent, then holds that of `other`. When the mutex of the new referent cannot be locked, the
+    // pointer stays as the release left it: normally empty.
     CFiSmartPtr& operator=(const CFiSmartPtr& other)
     {
         if (this == &other) {
@@ -106,9 +106,9 @@ public:
 
     ~CFiSmartPtr() { release(); }
 
-    // Lets go of what is held, then holds `object` (null: nothing). Returns the new count; for null what letting go
-    // returned, or -1 when nothing was held; -1 when the mutex could not be locked. Taking what is already held is
-    // allowed only while somebody else holds it too, since it is let go first.
+    // Releases its referent, then holds `object` (null: nothing). Returns the new count; for null the result of the
+    // release, or -1 when nothing was held; -1 when the mutex could not be locked. Acquiring the current referent again
+    // is allowed only while another holder keeps it alive, because it is released first.
     int acquire(T* object)
     {
         int result = -1;
@@ -128,8 +128,8 @@ public:
         return result;
     }
 
-    // Lets go of the referent, and deletes it when this was the last holder. Returns the new count, 0 when the
-    // referent was deleted, -1 when the pointer is empty or the mutex could not be locked (it stays held then).
+    // Releases the referent, and deletes it when this was the last holder. Returns the new count, 0 when the referent
+    // was deleted, -1 when the pointer is empty or the mutex could not be locked (the pointer still holds it then).
     int release()
     {
         if (referent == nullptr || !lockOf(referent)) {  // NOLINT(clang-analyzer-cplusplus.NewDelete): as in get()
@@ -151,9 +151,9 @@ public:
         return 0;
     }
 
-    // The referent, or null. The pointer stays the holder.
+    // The referent, or null. The pointer still holds it.
     T* get() const { return referent; }  // NOLINT(clang-analyzer-cplusplus.NewDelete): it cannot follow the count
-    // The referent, which there must be.
+    // The referent; the pointer must not be empty.
     T* operator->() const { return referent; }
 
 private:
@@ -170,7 +170,7 @@ public:
     ~CFiMessage() override = default;
 };
 
-// The host's table of messages by code. The plug-in never calls it; it only carries its destruction.
+// The host's table of messages by code. The plug-in never calls it; it only contains its destructor.
 //
 // Ownership: holds its messages and owns `buffer` (from new[]).
 class ZTFI_API CFiErrorManager : public virtual CFiRefCount {
@@ -182,14 +182,14 @@ protected:
     char* buffer = nullptr;  // the host's; from new[] or null
 };
 
-// The host's trace log: made and kept by the host, shared by reference count, written to by everybody.
+// The host's trace log: created by the host, shared by reference count, written to by host and plug-in.
 //
 // Threads: a host's `trace` must be callable by several threads at once.
-// Ownership: whoever lets go last deletes it, which may be a module of the plug-in.
-// Failure: what `trace` throws passes through the traced operation to its caller.
+// Ownership: the last holder to release it deletes it; that may be a module of the plug-in.
+// Failure: an exception of `trace` passes through the traced operation to its caller.
 class ZTFI_API CFiTraceLog : public virtual CFiRefCount {
 public:
-    // Lets go of the error manager first, then destroys the texts from the last to the first.
+    // Releases the error manager first, then destroys the texts from the last to the first.
     ~CFiTraceLog() override = default;
 
     // Writes one record. Supplied by the host: the plug-in only calls it. `level` is one of ZTFI_TRACE_LEVEL;
@@ -201,7 +201,7 @@ protected:
     CFiSmartPtr<CFiErrorManager> errorManager{};  // the host's; may be empty
 };
 
-// What every working object of the plug-in and of the host derives from: the holder of a trace log.
+// The holder of a trace log: the base of every object of plug-in and host that does work.
 //
 // Threads: registerTraceLog must not run while another thread uses the object.
 // Ownership: the registered log is counted until another one is registered or the object ends.
@@ -210,26 +210,26 @@ class ZTFI_API CFiTraceable {
 public:
     // Slot 1 (complete and deleting destructor): releases the log.
     virtual ~CFiTraceable() = default;
-    // Slot 2: replaces the held log; an empty pointer ends tracing. The object's own `traceLog` changes nothing.
+    // Slot 2: replaces the log; an empty pointer ends tracing. Registering the object's own `traceLog` does nothing.
     virtual void registerTraceLog(const CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>>& log)
     {
         traceLog = log;
     }
 
 protected:
-    // The registered log; empty: nothing is traced. A module of one's own writes its records through it.
+    // The registered log; empty: nothing is traced. Modules of a host write their records through it.
     CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> traceLog{};
 };
 
-// Writes "Entering Function" when it is made and "Exiting Function" when it ends; lives on the stack of the traced
-// function and holds the log meanwhile.
+// Writes "Entering Function" when it is constructed and "Exiting Function" when it is destroyed; lives on the stack of
+// the traced function and holds the log meanwhile.
 //
 // Threads: belongs to one.
 // Ownership: the name and the path are not copied and must outlive it.
-// Failure: what `trace` throws propagates, from the destructor as well; only while another exception is already on
-// its way through the traced function is the second one dropped, because it would end the process. The log is let
-// go in every case. A function that returns a string or a list declares it before the tracer: g++ and clang++ leak a
-// result that is made behind it when the exit record throws.
+// Failure: an exception of `trace` propagates, from the destructor as well. Only while another exception is already
+// propagating through the traced function is the second one dropped, because it would end the process. The log is
+// released in every case. Declare a returned string or list before the tracer: g++ and clang++ leak a result that is
+// declared after it when the exit record throws.
 class ZTFI_API CFiTraceLogFunction {
 public:
     // Writes the entry record, unless the log is empty or a text is null. `functionName` is the bare name.
@@ -288,7 +288,7 @@ private:
     CFiSmartPtr<CFiTraceLog, CFiContextSingletonAllocator<CFiTraceLog>> log;
     const char* function;
     int line;
-    int exceptionsAtEntry = 0;  // stands in the padding behind `line`: the fields around it keep their places
+    int exceptionsAtEntry = 0;  // in the padding after `line`, so that the other fields keep their offsets
     const char* file;
 };
 

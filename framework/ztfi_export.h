@@ -4,9 +4,9 @@
 
 #include "framework/ztfi_requirements.h"
 
-// On a class, a function or a variable that programs outside the library use.
+// For a class, function or variable that programs outside the library use.
 #define ZTFI_API __attribute__((visibility("default")))
-// What an exported class needs for itself alone.
+// For a member of an exported class that only the class itself uses.
 #define ZTFI_INTERNAL __attribute__((visibility("hidden")))
 
 #endif

@@ -1,6 +1,6 @@
-// What programs must be compiled with to use these headers. Looked at before anything else, and nothing is looked at
-// after it: otherwise the reason would be lost among errors of headers further down. Any header of the C++ library
-// makes the setting of its strings, and so the smallest one is enough here.
+// How programs must be compiled to use these headers. This is checked first, and a failed check ends the compilation:
+// otherwise its error would be lost among those of later headers. Any header of the C++ library defines the macro for
+// its strings, so the smallest one is enough here.
 #ifndef KIVCLAIM_FRAMEWORK_ZTFI_REQUIREMENTS_H
 #define KIVCLAIM_FRAMEWORK_ZTFI_REQUIREMENTS_H
 

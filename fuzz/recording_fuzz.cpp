@@ -1,6 +1,6 @@
 // Whatever an archive holds, reading it as a recording refuses it or gives files that stay within their root.
 //
-// An input that begins with '!' is the archive itself, behind that character. In any other, each line makes an entry of
+// An input that begins with '!' is the archive itself, after that character. In any other, each line makes an entry of
 // an archive with a right manifest: "+sys/a text" a file, ">sys/b a" a link, "=sys" a directory, "|sys/c" a FIFO,
 // "&sys/d sys/a" a hard link; "%" and a text replaces the manifest.
 #include "fuzz/scripted_runner.h"

@@ -32,11 +32,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     std::string node;
     const int nodeResult = support.getZtVMDiskForOSDiskHandler("sdc", node);
     fuzz::check(toolResult == 0 || nodeResult == 1, "a failed query fails");
-    fuzz::check(node.empty() || (nodeResult == 0 && standsIn(lines, node)), "a node stands in a row of the table");
+    fuzz::check(node.empty() || (nodeResult == 0 && standsIn(lines, node)), "a node is in a row of the table");
 
     std::string path;
     const int pathResult = support.getOSDiskHandleForZtVMDisk("kiv0_1", path);
-    fuzz::check(path.empty() || (pathResult == 0 && standsIn(lines, path)), "a path stands in a row of the table");
+    fuzz::check(path.empty() || (pathResult == 0 && standsIn(lines, path)), "a path is in a row of the table");
 
     fuzz::commandsPrint(lines, toolResult);
     support.getZtVMDiskForOSDiskHandler_Waited("sdc", node);

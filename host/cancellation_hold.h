@@ -1,4 +1,4 @@
-// Puts a cancellation of the thread off. Private to the bundled host.
+// Postpones a cancellation of the thread. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_CANCELLATION_HOLD_H
 #define KIVCLAIM_HOST_CANCELLATION_HOLD_H
 
@@ -9,13 +9,13 @@
 
 namespace kivclaim::host_internal {
 
-// While it lives, a cancellation of the thread waits. It would otherwise strike inside destructors that have to end a
-// child, close descriptors or unlock a log, or be swallowed on its way, either of which ends the process.
+// While it exists, a cancellation of the thread is pending. Otherwise it could act inside destructors that have to end
+// a child, close descriptors or unlock a log, or be swallowed by a handler, either of which ends the process.
 //
-// An asynchronous cancellation strikes as soon as it is let: in `end`, which is called where nothing is in the way of
-// the thread's end. A hold that is destroyed without it leaves such a thread with deferred cancellation.
+// An asynchronous cancellation acts in `end`, which is called where the thread may safely end. A hold that is destroyed
+// without `end` leaves such a thread with deferred cancellation.
 //
-// Threads: belongs to the thread that made it. Holds may nest.
+// Threads: belongs to the thread that created it. Holds may nest.
 class CancellationHold {
 public:
     CancellationHold()
@@ -32,7 +32,7 @@ public:
         }
     }
 
-    // Not called while an exception is in flight.
+    // Do not call it while an exception propagates.
     void end()
     {
         isHolding = false;
@@ -46,7 +46,7 @@ private:
     bool isHolding = true;
 };
 
-// What `work` returns or throws. An asynchronous cancellation that came meanwhile strikes before that.
+// Returns or throws what `work` does. An asynchronous cancellation that was requested meanwhile acts first.
 template <class Work>
 auto withoutCancellation(Work work)
 {
@@ -56,7 +56,7 @@ auto withoutCancellation(Work work)
     try {
         result = work();
     } catch (const abi::__forced_unwind&) {
-        throw;  // a receiver of records ends the thread
+        throw;  // a receiver of records may end the thread
     } catch (...) {
         failure = std::current_exception();
     }

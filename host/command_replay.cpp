@@ -49,7 +49,7 @@ namespace kivclaim::host_internal {
 
 std::optional<CommandResult> replayed(const std::string& command, std::vector<std::string>& output)
 {
-    // Held until the end: `outcomeOf` may close the replay.
+    // Held until the function returns, because `outcomeOf` may close the replay.
     const auto replay = host::Scopes::find([](const host::Replayed&) { return true; });
     if (replay == nullptr) {
         return std::nullopt;

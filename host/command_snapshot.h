@@ -1,4 +1,4 @@
-// One look at the system for several questions.
+// Runs a command once for several questions.
 #ifndef KIVCLAIM_HOST_COMMAND_SNAPSHOT_H
 #define KIVCLAIM_HOST_COMMAND_SNAPSHOT_H
 
@@ -10,21 +10,20 @@
 
 namespace kivclaim::host {
 
-// While a snapshot is open, each of its command lines runs once on this thread, whoever asks for it through whichever
-// runner; every further Exec of exactly the same line gets what the first one got: the lines of output, the result,
-// the failure record or the exception, whatever its time limit. All other commands run every time. Callers of Exec need
-// no change. A run that was cancelled is not remembered.
+// While a snapshot is open, each of its command lines runs only once on this thread, for any caller and any runner.
+// Every further Exec of exactly the same line gets the outcome of the first one: the lines of output, the result, the
+// failure record or the exception, whatever its time limit. All other commands run every time. Callers of Exec need no
+// change. A run that was cancelled is not remembered.
 //
-// Snapshots nest: a line that several open ones name belongs to the innermost of them.
+// Snapshots nest: when several open snapshots name a line, the innermost one is used.
 //
-// Threads: holds for the thread that made it; other threads are not concerned. It may be destroyed anywhere, at any
-// time, also on another thread, and by a function that receives the records of a run it holds for. Ownership: owns what
-// it remembers, and forgets it when it ends; what another thread ended is deleted when the thread that made it runs its
-// next command, or ends. What is given again is a copy. Failure: only running out of memory, as std::bad_alloc; a run
-// that ends so is not remembered.
+// Threads: affects only the thread that created it. It may be destroyed at any time, also on another thread, and by a
+// function that receives the records of one of its runs. Ownership: owns the outcomes and deletes them when it is
+// destroyed; if another thread destroys it, they are deleted when the first thread runs its next command or ends.
+// Callers get copies. Failure: only running out of memory, as std::bad_alloc; such a run is not remembered.
 class ZTFI_API CommandSnapshot {
 public:
-    // Opens it for these command lines. Nothing is run yet.
+    // Opens it for these command lines. Runs nothing yet.
     explicit CommandSnapshot(const std::vector<std::string>& commands);
     CommandSnapshot(const CommandSnapshot&) = delete;
     CommandSnapshot& operator=(const CommandSnapshot&) = delete;

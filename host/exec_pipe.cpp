@@ -1,5 +1,5 @@
-// The command runner as the framework shows it: traces, remembers failures and gives snapshots again; the run itself
-// is runOrReplay's.
+// The implementation of the framework's command runner: traces, records failures and uses snapshots. runOrReplay does
+// the run itself.
 #include "framework/cfiexecpipe.h"
 
 #include "host/cancellation_hold.h"
@@ -25,7 +25,7 @@ namespace ztfi_pdk_4_4 {
 
 namespace {
 
-// The clock ends after three hundred years; a limit beyond thirty is as good as none.
+// The clock would overflow after about three hundred years; a limit above thirty years is as good as none.
 RunLimits limitsFor(unsigned long timeoutSeconds)
 {
     constexpr unsigned long longestSeconds = 1000UL * 1000 * 1000;
@@ -36,7 +36,7 @@ RunLimits limitsFor(unsigned long timeoutSeconds)
     return limits;
 }
 
-// Within the limits of the runner that holds for this thread, if there is one.
+// Runs it within the limits of this thread's CommandRunnerScope, if there is one.
 CommandResult run(const std::string& command, unsigned long timeoutSeconds, std::vector<std::string>& output)
 {
     const RunLimits limits = limitsFor(timeoutSeconds);
@@ -48,7 +48,7 @@ CommandResult run(const std::string& command, unsigned long timeoutSeconds, std:
                          [&](const RunLimits& allowed) { return runOrReplay(command, allowed, output); });
 }
 
-// Half an answer that was given up must not stand for the command from then on.
+// A cancelled run must not become the remembered outcome of its command.
 bool isWorthRemembering(const CommandResult& result)
 {
     return result.hasRun || result.failure.errorNumber != ECANCELED;
@@ -62,7 +62,8 @@ CommandResult runAndFill(SnapshotPlace& place, const std::string& command, unsig
     return place.result;
 }
 
-// Runs the command, or gives again what its place remembers; `place` is null for a command that none remembers.
+// Runs the command, or returns the outcome that `place` remembers; `place` is null for a command that no snapshot
+// names.
 CommandResult obtain(SnapshotPlace* place, const std::string& command, unsigned long timeoutSeconds,
                      std::vector<std::string>& output)
 {
@@ -79,18 +80,18 @@ void traceEnd(CFiTraceLog& log, const std::string& command, const CommandResult&
     log.trace(ZTFI_TRACE_LEVEL_DETAIL, "Finished [%s]: result %d, wait status %lld", printableText(command).c_str(),
               result.result, static_cast<long long>(result.failure.waitStatus));
     if (result.result != 0) {
-        // A NUL byte of the tool's would end the record before its time.
+        // A NUL byte in the tool's output would cut the record short.
         std::string message = result.failure.message;
         std::replace(message.begin(), message.end(), '\0', ' ');
         log.trace(ZTFI_TRACE_LEVEL_WARNING, "%s", message.c_str());
     }
 }
 
-// Whatever is thrown, the output is as it was before then.
+// Whatever it throws, the output is as it was before.
 int execute(CFiTraceLog* log, const std::string& command, unsigned long timeoutSeconds,
             std::vector<std::string>& output, EFiExecPipe& lastFailure)
 {
-    // Held until the end: what receives the records may close the snapshot.
+    // Held until the function returns: a receiver of records may close the snapshot.
     const std::shared_ptr<SnapshotPlace> place = kivclaim::host_internal::snapshotPlaceOf(command);
     const bool isGivenAgain = place != nullptr && place->isFilled;
     if (log != nullptr) {

@@ -20,7 +20,7 @@ bool isDirectional(unsigned int codePoint)
            (codePoint >= 0x2066 && codePoint <= 0x2069);
 }
 
-// How many printable ASCII characters `text` begins with.
+// The number of printable ASCII characters at the beginning of `text`.
 std::size_t plainLength(std::string_view text)
 {
     std::size_t length = 0;

@@ -1,4 +1,4 @@
-// Makes foreign text safe to show.
+// Makes untrusted text safe to show.
 #ifndef KIVCLAIM_HOST_PRINTABLE_TEXT_H
 #define KIVCLAIM_HOST_PRINTABLE_TEXT_H
 
@@ -9,10 +9,10 @@
 
 namespace kivclaim::host {
 
-// `text` with every control character (also those above 127 and those that change the direction of writing), and every
-// byte that is not UTF-8, written as \xHH, so that it can neither end a line nor drive a terminal nor show itself in
-// another order. Everything else stays as it is, a backslash included: device
-// names really contain texts such as \x20, and must come out as they are.
+// Returns `text` with every control character (also those above 127 and those that change the direction of text), and
+// every byte that is not UTF-8, written as \xHH. So it can neither end a line, nor control a terminal, nor change the
+// order in which it is shown. Everything else stays as it is, also a backslash: device names really contain texts such
+// as \x20, which must not change.
 //
 // Threads: any. Failure: only running out of memory, as std::bad_alloc.
 ZTFI_API std::string printableText(std::string_view text);

@@ -7,7 +7,7 @@ namespace ztfi_pdk_4_4 {
 
 namespace {
 
-// A set of bytes that is asked in one step, however many there are in it.
+// A set of bytes. A look-up takes one step, whatever the size of the set.
 class ByteSet {
 public:
     explicit ByteSet(const std::string& bytes)
@@ -23,7 +23,7 @@ private:
     std::array<bool, 256> members{};
 };
 
-// Without a branch and without the locale, so that the compiler folds many bytes at once.
+// Branch-free and locale-independent, so it vectorises.
 char foldedAscii(char character)
 {
     const auto byte = static_cast<unsigned char>(character);
@@ -31,7 +31,7 @@ char foldedAscii(char character)
     return static_cast<char>(byte | (isUpperCase ? 0x20 : 0));
 }
 
-// Writes over `result`, so that one buffer serves all lines.
+// Overwrites `result`, so that one buffer can be used for all lines.
 void foldInto(std::string& result, const std::string& text)
 {
     result.resize(text.size());
@@ -118,7 +118,7 @@ ACE_String_Base<char> CFiStringTool::str2tstr(const std::string& text)
 {
     ACE_String_Base<char> result(text.data(), text.size());
     if (result.length() != text.size()) {
-        // The framework's string type says nothing when it runs out of memory: it is only empty.
+        // The framework's string type does not report that memory ran out: it is just empty.
         throw std::bad_alloc();
     }
     return result;

@@ -38,7 +38,7 @@ spdlog::level::level_enum severityOf(int level)
     }
 }
 
-// Shows the levels under their names of the trace contract, all equally wide.
+// Shows the levels with their names in the trace contract, all equally wide.
 class LevelName : public spdlog::custom_flag_formatter {
 public:
     void format(const spdlog::details::log_msg& message, const std::tm& /*time*/,
@@ -53,7 +53,7 @@ public:
     std::unique_ptr<custom_flag_formatter> clone() const override { return std::make_unique<LevelName>(); }
 };
 
-// Says on standard error, the first time only, that a destination lost a record.
+// Reports on standard error, only the first time, that a destination lost a record.
 class FailureReport {
 public:
     explicit FailureReport(std::string destinationName) : destination(std::move(destinationName)) {}
@@ -87,7 +87,7 @@ TraceDestination makeDestination(int threshold, const std::string& name, MakeSin
     logger->set_formatter(std::move(formatter));
     logger->set_error_handler(report);
     logger->set_level(spdlog::level::trace);
-    // Each record reaches the system at once: a log that ends with the record before the crash is of no use.
+    // Each record is flushed at once: after a crash, the last records matter most.
     logger->flush_on(spdlog::level::trace);
     return {threshold, std::move(logger), {}};
 }
@@ -100,7 +100,7 @@ __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, 
     const int length = std::vsnprintf(shortText, sizeof shortText, format, arguments);
     std::string text;
     if (length < 0) {
-        text = format;  // better the bare format than no record
+        text = format;  // the bare format is better than no record
     } else if (static_cast<std::size_t>(length) < sizeof shortText) {
         text.assign(shortText, static_cast<std::size_t>(length));
     } else {
@@ -111,8 +111,8 @@ __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, 
     return text;
 }
 
-// The log that the factory makes. CFiTraceLog itself has no room for more than the contract's fields, and `trace` is
-// no virtual operation: it recognises this class by its type.
+// The log that makeTraceLog creates. CFiTraceLog itself must not have fields beyond those of the contract, and its
+// `trace` is not virtual: it recognises this class by its type.
 class BundledTraceLog : public CFiTraceLog {
 public:
     explicit BundledTraceLog(const std::vector<TraceDestination>& places) : destinations(places)
@@ -200,7 +200,7 @@ void CFiTraceLog::trace(int level, const char* format, ...)
     try {
         log.write(level, kivclaim::host::formatted(format, arguments));
     } catch (...) {
-        // The traced call must not suffer from its trace; the destinations report their own failures.
+        // A failure to trace must not affect the traced call; the destinations report their own failures.
     }
     va_end(arguments);
     hold.end();

@@ -1,4 +1,4 @@
-// Reads UTF-8 without trusting it, and shows what is none. Private to the bundled host.
+// Decodes untrusted UTF-8, and escapes bytes that are not UTF-8. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_UTF8_H
 #define KIVCLAIM_HOST_UTF8_H
 
@@ -7,7 +7,7 @@
 
 namespace kivclaim::host_internal {
 
-// What one character of UTF-8 is made of: its length in bytes (0: the bytes are none) and its code point.
+// One character of UTF-8: its length in bytes (0: the bytes are not UTF-8) and its code point.
 struct Utf8Character {
     std::size_t length;
     unsigned int codePoint;
@@ -18,7 +18,7 @@ inline bool isUtf8Continuation(unsigned char byte)
     return (byte & 0xC0U) == 0x80U;
 }
 
-// The length that the first byte announces; 0 for a byte that cannot begin a character.
+// The length that the first byte implies; 0 for a byte that cannot begin a character.
 inline std::size_t announcedUtf8Length(unsigned char first)
 {
     if (first < 0x80) {
@@ -33,7 +33,7 @@ inline std::size_t announcedUtf8Length(unsigned char first)
     return first >= 0xF0 && first < 0xF5 ? 4 : 0;
 }
 
-// The character that `text`, which must not be empty, begins with.
+// The first character of `text`, which must not be empty.
 inline Utf8Character decodeUtf8(std::string_view text)
 {
     constexpr unsigned int firstByteMask[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
@@ -57,7 +57,7 @@ inline Utf8Character decodeUtf8(std::string_view text)
     return {length, codePoint};
 }
 
-// Appends a byte that is no text, or must not be shown as such, as \xHH to a narrow or wide string.
+// Appends a byte that is not text, or must not be shown as text, as \xHH to a narrow or wide string.
 template <class String>
 void appendEscapedByte(String& result, char character)
 {

@@ -1,19 +1,19 @@
-// The lab's host: keeps one claim manager, reads a question a line from standard input, prints an answer a line.
+// The lab's host: has one claim manager, reads one question a line from standard input, and prints one answer a line.
 //
 //     claim PATH              level and stack, such as "16 device-mapper"
 //     is-partition PATH       yes or no
 //     partition PATH N        the partition's path
 //     whole PATH              whole device and partition number
 //     strings                 the claim strings in the order in which the manager gives them
-//     active-path PATH        what the claiming module's interface gives
+//     active-path PATH        the answer of slot 9 of the claiming module
 //     raw PATH                whether the claiming module calls the device raw: yes or no
 //     clear                   empties the manager's list of logical volumes: the answer is always "done"
-//     STACK: QUESTION         the question, asked of one module: "device-mapper: clear"
-//     release TEXT            uname says TEXT from now on, as if this were another kernel
+//     STACK: QUESTION         asks only one module: "device-mapper: clear"
+//     release TEXT            uname returns the release TEXT from now on, as with another kernel
 //
 // An empty answer is printed as "nothing", a partition number that was not written as "-". With --trace LEVEL, the
 // library's records go to standard error; with --snapshot, /sbin/lvdisplay runs once for all questions. Exit status: 0,
-// or 2 for a line that is no question.
+// or 2 for a line that is not a question.
 #include "claim/kiv_claim_manager.h"
 #include "host/command_snapshot.h"
 #include "host/trace_log.h"
@@ -34,12 +34,12 @@
 
 namespace {
 
-// Empty: what the kernel says.
+// Empty: the real one.
 std::string givenRelease;
 
 }  // namespace
 
-// The plug-in calls the process's own.
+// The plug-in calls this function of the process.
 extern "C" __attribute__((visibility("default"))) int uname(utsname* name)
 {
     const auto result = static_cast<int>(syscall(SYS_uname, name));
@@ -90,7 +90,7 @@ public:
         if (question == "active-path" || question == "raw") {
             CKivDeviceClaimBase* module = nullptr;
             manager.getClaimModule(module, path);
-            return module == nullptr ? "nobody" : answerOfModule(*module, question, path);
+            return module == nullptr ? "no module" : answerOfModule(*module, question, path);
         }
         if (question == "strings") {
             return strings();
@@ -103,7 +103,7 @@ public:
     }
 
 private:
-    // What manager and modules have in common.
+    // The questions that manager and modules have in common.
     template <class Asked>
     static std::string answerOf(Asked& asked, const std::string& question, const std::string& path,
                                 std::istream& further)

@@ -5,8 +5,8 @@
 #include "modules/kiv_nativepath_claim.h"
 #include "modules/kiv_powerpath_claim.h"
 
-// The order settles ties, the earlier module wins: PowerPath stands before device-mapper because both claim at the
-// same level, and native disks come first because everything else outweighs them.
+// Among equal claims the earlier module wins: PowerPath comes before device-mapper, which claims at the same level. No
+// other built-in module has native's level, so its place shows only in the order of records and claim strings.
 void appendBuiltInClaimModules(std::vector<CKivDeviceClaimBase*>& modules)
 {
     modules.push_back(new CNativePathClaim);

@@ -39,7 +39,7 @@ using namespace kivclaim;
 // Written out instead of __FILE__, so that records show the same name wherever and however the source is compiled.
 constexpr char sourceFile[] = "modules/kiv_linux_device_mapper_claim.cpp";
 
-// The lines that scope records show. Fixed: whoever reads traces knows the operations by them.
+// The line numbers in scope records. They never change: readers of traces recognise the operations by them.
 constexpr int lineOfGetDeviceClaimStrings = 51;
 constexpr int lineOfClaim = 60;
 constexpr int lineOfIsPartition = 78;
@@ -69,11 +69,11 @@ constexpr int listBuilt = 0;
 constexpr int listFailed = 6;
 constexpr int listThrew = 1;
 
-// What an operation's handlers caught.
+// The kind of exception that an operation caught.
 enum class Caught { nothing, outOfRange, anything };
 
-// Only that the node can be opened counts, not what it is. No node has a NUL in its path: what stands before it is
-// another one.
+// Only whether the node can be opened counts, not what it is. A path with a NUL names no node: open() would see the
+// part before the NUL, which is another path.
 int openedNode(const std::string& path)
 {
     return path.find('\0') != std::string::npos ? -1 : open(path.c_str(), O_RDONLY);
@@ -94,8 +94,8 @@ std::string withoutLast(const std::string& path, std::size_t count)
     return path.substr(0, path.size() - std::min(count, path.size()));
 }
 
-// The parent of a partition path: the first of the two paths that are left of its name without its last one or two
-// characters that can be opened. It stays open until `close`, because the records about it come before.
+// The parent of a partition path: of the path without its last character and the path without its last two, the first
+// that can be opened. It stays open until `close`, because the records about it come before.
 class ProbedParent {
 public:
     explicit ProbedParent(const std::string& path)
@@ -107,7 +107,7 @@ public:
     }
     ProbedParent(const ProbedParent&) = delete;
     ProbedParent& operator=(const ProbedParent&) = delete;
-    // Closing is a point where a thread can be cancelled, and no exception may leave a destructor.
+    // Without cancellation: close() is a cancellation point, and no exception may leave a destructor.
     ~ProbedParent()
     {
         int cancelState = PTHREAD_CANCEL_ENABLE;
@@ -138,7 +138,7 @@ bool endsInPartAndOneDigit(const std::string& path)
            path.rfind("part") == path.size() - lengthOfPartAndDigit;
 }
 
-// Deliberate: the last digit alone, whatever stands before it. Pinned by
+// Deliberate: only the last digit, whatever precedes it. Pinned by
 // DeviceMapper.TwoDigitPartitionsComeBackWithTheirLastDigit.
 unsigned int lastDigitOf(const std::string& path)
 {
@@ -153,8 +153,8 @@ std::string formattedNumber(const char (&prefix)[Capacity], unsigned int number)
     return suffix;
 }
 
-// Without a known naming: behind a digit "p" and the number, otherwise whichever of the bare number and "p" with the
-// number names a device; the device itself when neither does.
+// For an unknown release: after a digit, "p" and the number; otherwise the bare number or "p" and the number, the first
+// that names a device; the device itself when neither does.
 std::string partitionPathOfUnknownRelease(const std::string& device, unsigned int partition)
 {
     if (isDigit(device.back())) {
@@ -188,7 +188,7 @@ KernelRelease runningKernel()
     utsname system{};
     uname(&system);
     char* rest = nullptr;
-    // strtok_r instead of strtok: the host may be in the middle of a strtok of its own.
+    // strtok_r instead of strtok: the host may itself be using strtok at this moment.
     const char* const major = strtok_r(system.release, ".-", &rest);
     const char* const minor = major != nullptr ? strtok_r(nullptr, ".-", &rest) : nullptr;
     const char* const third = minor != nullptr ? strtok_r(nullptr, ".-", &rest) : nullptr;
@@ -290,7 +290,7 @@ std::string CKivDeviceMapperClaim::appendPartitionSuffix(const std::string& devi
             KIV_TRACE(INFORMATION, "%s: Partition name is empty [%s]", name, device.c_str());
             return result;
         }
-        // Deliberate: the release is asked for a second time, with its record. Pinned by
+        // Deliberate: the release is read a second time, with its record. Pinned by
         // DeviceMapper.AppendAsksTwiceForTheReleaseUnlessItIs11.
         if (getSuSEVersion() == family11) {
             result += formattedNumber("_part", partition);
@@ -305,7 +305,7 @@ std::string CKivDeviceMapperClaim::appendPartitionSuffix(const std::string& devi
     } catch (const abi::__forced_unwind&) {
         throw;  // thread cancellation must propagate
     } catch (...) {
-        // Nothing to do in here.
+        // Handled after the block: see KIV_TRACE_FAILURE.
     }
     KIV_TRACE_FAILURE(ERROR, "%s: Unknown exception caught", name);
     result = device;
@@ -353,7 +353,7 @@ std::string CKivDeviceMapperClaim::removePartitionSuffix(const std::string& devi
         KIV_TRACE_FAILURE(ERROR, "%s: Unknown exception caught", name);
     }
     if (result.empty()) {
-        result = device;  // when making the working copy is what failed
+        result = device;  // if the working copy could not be made
     }
     return result;
 }
@@ -397,13 +397,13 @@ int CKivDeviceMapperClaim::getSuSEVersion()
     return family;
 }
 
-// Deliberate: the list counts as built only while it holds something, so a machine without logical volumes is asked
-// again for every path. Pinned by LvList.AnEmptyListIsBuiltAgainForEveryQuestion.
+// Deliberate: an empty list counts as not built, so on a machine without logical volumes it is built again for every
+// path. Pinned by LvList.AnEmptyListIsBuiltAgainForEveryQuestion.
 int CKivDeviceMapperClaim::isLinuxLogicalVolume(const std::string& path)
 {
     constexpr char name[] = "CKivDeviceMapperClaim::isLinuxLogicalVolume";
     KIV_TRACE(INFORMATION, "%s: Checking for device:[%s]", name, path.c_str());
-    // While a query asks, its list counts, and the module's own stays as it is.
+    // While a query asks, its list is used, and the module's own stays as it is.
     QueriedVolumes* const queried = QueriedVolumes::inForce();
     const bool hasList = queried != nullptr ? queried->areRead(*this, traceLog)
                                             : !logicalVolumePaths.empty() || createLvmDeviceNamesList() == listBuilt;
@@ -479,8 +479,8 @@ int CKivDeviceMapperClaim::addLogicalVolumes(const std::vector<std::string>& out
         if (!logicalVolumeName(output.at(index), volume)) {
             return listFailed;
         }
-        // Deliberate: the search result is used even when nothing was found; only reading outside the lines or
-        // outside a line is turned into an exception. Pinned by LvList.WithoutAGroupLineItComesFromTheVolumesLine.
+        // Deliberate: the search result is used even when nothing was found; only reading outside the lines or a line
+        // throws. Pinned by LvList.WithoutAGroupLineTheGroupComesFromTheVolumesLine.
         const std::size_t label = CFiStringTool::find(output, groupLabel, index, false);
         const std::string group = CFiStringTool::trim(output.at(index).substr(label + labelLength), " \n\t\r");
         // Deliberate: no character is escaped or doubled. Pinned by LvList.DashesInNamesAreNotDoubled.
@@ -488,13 +488,13 @@ int CKivDeviceMapperClaim::addLogicalVolumes(const std::vector<std::string>& out
         path.append(group).append("-").append(volume);
         logicalVolumePaths.insert(path);
         KIV_TRACE(DETAIL, "%s: Output:[%s]", name, path.c_str());
-        // A host whose search goes backwards must not keep us here for ever.
+        // Guards against a host's find() that moves the index backwards.
         next = std::max({next, volumeLine, index}) + 1;
     }
 }
 
-// Puts the name in an "LV Name" line into `name`: behind the last '/' of a path, otherwise behind the last blank.
-// False when the line has neither.
+// Sets `name` to the name in an "LV Name" line: after the last '/' of a path, otherwise after the last blank. False
+// when the line has neither.
 bool CKivDeviceMapperClaim::logicalVolumeName(const std::string& line, std::string& name)
 {
     constexpr char operation[] = "CKivDeviceMapperClaim::createLvmDeviceNamesList";

@@ -1,5 +1,5 @@
 // Native SCSI disks: /dev/sdc is a whole disk, /dev/sdc2 its second partition. The volume manager's multipathing layer
-// makes one node of all OS paths to a disk; its tools tell which node a disk belongs to and which path is in use.
+// combines all OS paths to a disk into one node; its tools tell which node a disk belongs to and which path is in use.
 #include "modules/kiv_nativepath_claim.h"
 
 #include "claim/kiv_trace.h"
@@ -30,7 +30,8 @@ namespace {
 
 using namespace kivclaim;
 
-// Written out instead of __FILE__, so that records show the same name wherever and however the source is compiled.
+// Written out instead of __FILE__, so that records show the same name wherever and however the source is compiled. The
+// lines beside it are __LINE__ and may change with any edit; see claim/kiv_trace.h.
 constexpr char sourceFile[] = "modules/kiv_nativepath_claim.cpp";
 
 constexpr std::string_view claimString = "/dev/sd";
@@ -38,7 +39,7 @@ constexpr std::string_view digits = "0123456789";
 constexpr std::size_t shortestPartitionPath = 3;
 constexpr std::size_t pathCapacity = 1024;
 
-// The pieces of command lines. Their blanks are part of them: a runner takes a run of blanks for one.
+// The parts of command lines, with their exact blanks. Several blanks count as one to the runner.
 constexpr char toolDirectory[] = "/usr/sbin/";
 constexpr char multipathingTool[] = "ztkivadm  ";
 constexpr char diskTool[] = "ztdisk  ";
@@ -82,7 +83,7 @@ std::string joined(const std::vector<std::string>& texts, const char* separator)
     return all;
 }
 
-// Deliberate: nothing is put between the lines of an output. Pinned by
+// Deliberate: nothing separates the lines of an output. Pinned by
 // VolumeManagerSupport.OutputLinesRunTogetherInTheMessages.
 std::string joined(const std::vector<std::string>& lines)
 {
@@ -105,10 +106,10 @@ ACE_String_Base<char> frameworkText(std::string_view text)
     return converted;
 }
 
-// Pauses the whole time, although signals arrive. sleep() rounds the remainder when a signal interrupts it, so that
-// frequent signals would shorten the pause: when all is slept, the clock tells what is missing. If it misses more than
-// the signals can explain, or sleep() leaves as much as it was given without a signal, this process has a sleep() of
-// its own, which is believed.
+// Pauses for the whole time even if signals arrive. sleep() rounds the remainder when a signal interrupts it, so
+// frequent signals would shorten the pause: at the end, the clock tells what is missing, and that is slept as well. If
+// more is missing than the signals can explain, or if sleep() returns its whole argument without a signal, the process
+// has replaced sleep(): its results are accepted.
 void pauseFor(unsigned int seconds)
 {
     using Clock = std::chrono::steady_clock;
@@ -186,7 +187,7 @@ bool CZtKIVSupport::isCommandAvailable(ACE_String_Base<char> path, ACE_String_Ba
         throw std::bad_alloc();
     }
     const std::string command = CFiStringTool::trim(CFiStringTool::tstr2str(path), blanksAroundPath);
-    // No file has a NUL in its path: what stands before it is another one.
+    // A path with a NUL names no file: access() would see the part before the NUL, which is another path.
     return command.find('\0') == std::string::npos && access(command.c_str(), X_OK) == 0;
 }
 
@@ -215,11 +216,11 @@ int CZtKIVSupport::executeCommand(const char* command, std::vector<std::string>&
         runner->registerTraceLog(traceLog);
         result = runner->Exec(commandLine, output, "", commandTimeoutSeconds, "", "", "");
     } catch (const EFiExecPipe&) {  // by reference: the process ends when copying the exception fails
-        // No record in here: a thread that is cancelled while it writes one would end the process.
+        // No record inside the handler: a thread that is cancelled while it writes one would end the process.
         hasThrown = true;
     }
     if (hasThrown) {
-        // Deliberate: what the exception says is not traced. Pinned by
+        // Deliberate: the exception's text is not traced. Pinned by
         // VolumeManagerSupport.ARunnersExceptionAnswersOneAndKeepsTheLinesPrintedBefore.
         KIV_TRACE(ERROR, "ExecuteCommand - exception thrown in command execution.");
         return 1;
@@ -232,8 +233,8 @@ int CZtKIVSupport::executeCommand(const char* command, std::vector<std::string>&
     return result;
 }
 
-// Deliberate: an answer without a header, without rows or with blank rows only is a success with an empty node, which
-// nobody retries. Pinned by VolumeManagerSupport.AnEmptyAnswerCountsAsSuccess.
+// Deliberate: an answer without a header, without rows or with blank rows only is a success with an empty node, and the
+// query is not repeated. Pinned by VolumeManagerSupport.AnEmptyAnswerCountsAsSuccess.
 int CZtKIVSupport::getZtVMDiskForOSDiskHandler(std::string osDisk, std::string& node)
 {
     const CFiTraceLogFunction scope(traceLog, "getZtVMDiskForOSDiskHandler", __LINE__, sourceFile);
@@ -252,7 +253,7 @@ int CZtKIVSupport::getZtVMDiskForOSDiskHandler(std::string osDisk, std::string& 
     return 0;
 }
 
-// Deliberate: asks first, and rescans this disk alone after a failure; the refreshed form does neither. Pinned by
+// Deliberate: asks first, and rescans only this disk after a failure; the refreshed form does neither. Pinned by
 // VolumeManagerSupport.TheWaitedFormGivesUpAfterFourQueriesPausesAndRescans.
 int CZtKIVSupport::getZtVMDiskForOSDiskHandler_Waited(std::string osDisk, std::string& node)
 {
@@ -355,7 +356,7 @@ int CZtKIVSupport::removeDisksFromZtVM(std::string disk)
     return 0;
 }
 
-// Runs a query and looks for the header of its table. The caller traces a failed command, in its own words.
+// Runs a query and looks for the header of its table. The caller traces a failed command with its own message.
 CZtKIVSupport::Answer CZtKIVSupport::query(const std::string& command, std::vector<std::string>& lines)
 {
     if (executeCommand(command.c_str(), lines) != 0) {
@@ -386,7 +387,7 @@ std::vector<std::string> CNativePathClaim::getDeviceClaimStrings()
     return strings;
 }
 
-// Deliberate: a path that is nothing but the claim string names no disk and is not claimed. Pinned by
+// Deliberate: the bare claim string names no disk and is not claimed. Pinned by
 // NativePath.APathThatIsNoLongerThanTheClaimStringIsNotClaimed.
 ZTFI_DEVICE_CLAIM_LEVEL CNativePathClaim::claim(const std::string& path)
 {
@@ -399,7 +400,7 @@ ZTFI_DEVICE_CLAIM_LEVEL CNativePathClaim::claim(const std::string& path)
     return ZTFI_DEVICE_CLAIM_LEVEL_NONE;
 }
 
-// Deliberate: the prefix is not looked at, so a foreign path that ends in a digit is a partition too. Pinned by
+// Deliberate: the prefix is not checked, so another stack's path that ends in a digit is a partition too. Pinned by
 // NativePath.APartitionIsAnyPathOfThreeCharactersOrMoreThatEndsInADigit.
 int CNativePathClaim::isPartition(const std::string& path)
 {
@@ -411,7 +412,7 @@ int CNativePathClaim::isPartition(const std::string& path)
     return 1;
 }
 
-// Deliberate: a path that does not fit is cut, its number first. Pinned by
+// Deliberate: a path that does not fit loses its end, which is the number. Pinned by
 // NativePath.APartitionPathIsCutToOneThousandAndTwentyThreeCharacters.
 std::string CNativePathClaim::appendPartitionSuffix(const std::string& device, unsigned int partition)
 {
@@ -440,14 +441,14 @@ std::string CNativePathClaim::removePartitionSuffix(const std::string& device, u
     return result;
 }
 
-// Deliberate: beside slot 9, not in its place, so the manager and every other holder of the base interface get the
-// path back as it is. Pinned by NativePath.CalledThroughTheBaseInterfaceItLooksNothingUp.
+// Deliberate: adds a slot and does not override slot 9, so a call through the base interface returns the path as it is.
+// Pinned by NativePath.CalledThroughTheBaseInterfaceItLooksNothingUp.
 std::string CNativePathClaim::getActivePath(const std::string& device, bool waited)
 {
     std::string path;
     const CFiTraceLogFunction scope(traceLog, "getActivePath", __LINE__, sourceFile);
     path = device;
-    // The base's rule, even in a class derived from this one: the tools' names are not the module's to choose.
+    // The base's rule, even in a class derived from this one: a module cannot choose the tools' names.
     const std::string name = CKivDeviceClaimBase::removeDevPrefix(device);
     CZtKIVSupport support;
     support.registerTraceLog(traceLog);
@@ -460,13 +461,13 @@ std::string CNativePathClaim::getActivePath(const std::string& device, bool wait
     if (result != 0) {
         return path;
     }
-    // Deliberate: an empty node is looked up like any other. Pinned by
-    // NativePathUnderTheVolumeManager.AnEmptyNodeIsLookedUpAllTheSame.
+    // Deliberate: an empty node is looked up, too. Pinned by
+    // NativePathUnderTheVolumeManager.AnEmptyNodeIsStillLookedUp.
     std::string osDisk;
     if (support.getOSDiskHandleForZtVMDisk(node, osDisk) != 0 || osDisk.empty()) {
         return path;
     }
-    // Deliberate: asked, and the answer left unused. Pinned by
+    // Deliberate: called, but the answer is not used. Pinned by
     // NativePathUnderTheVolumeManager.AsksWhetherTheDeviceIsRawAndIgnoresTheAnswer.
     static_cast<void>(isRawDevice(device));
     path = "/dev/" + osDisk;

@@ -17,7 +17,8 @@ namespace {
 
 using namespace kivclaim;
 
-// Written out instead of __FILE__, so that records show the same name wherever and however the source is compiled.
+// Written out instead of __FILE__, so that records show the same name wherever and however the source is compiled. The
+// lines beside it are __LINE__ and may change with any edit; see claim/kiv_trace.h.
 constexpr char sourceFile[] = "modules/kiv_powerpath_claim.cpp";
 
 constexpr std::string_view claimString = "/dev/emcpower";
@@ -65,7 +66,7 @@ int CKivPowerPathClaim::isPartition(const std::string& path)
     return contains(path, claimString) && isDigit(path.back()) ? 1 : 0;
 }
 
-// Deliberate: the number is written signed, so one above 2147483647 comes out negative. Pinned by
+// Deliberate: the number is written signed, so one above 2147483647 becomes negative. Pinned by
 // PowerPath.AppendsANumberAboveTheSignedRangeAsNegative.
 std::string CKivPowerPathClaim::appendPartitionSuffix(const std::string& device, unsigned int partition)
 {
@@ -81,7 +82,7 @@ std::string CKivPowerPathClaim::appendPartitionSuffix(const std::string& device,
     return result;
 }
 
-// Deliberate: looks for "emcpower" only, so a bare name is taken apart although it is not claimed. Pinned by
+// Deliberate: looks for "emcpower" only, so a bare name is split although it is not claimed. Pinned by
 // PowerPath.TakesABareNameApartThoughItIsNotClaimed.
 std::string CKivPowerPathClaim::removePartitionSuffix(const std::string& device, unsigned int& partition)
 {

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-// Answers for /dev/emcpower followed by letters (the whole device) and decimal digits (the partition), from the path
-// alone: no device is touched.
+// Claims /dev/emcpower followed by letters (the whole device) and decimal digits (the partition). Uses only the path:
+// no device is opened.
 //
-// Threads: no state but the trace log; driven by one thread at a time.
-// Ownership: as every claim module.
+// Threads: no state but the trace log; one thread at a time.
+// Ownership: as for every claim module.
 // Failure: only running out of memory, as std::bad_alloc.
 class ZTFI_API CKivPowerPathClaim : public CKivDeviceClaimBase {
 public:
@@ -24,10 +24,10 @@ public:
     ztfi_pdk_4_4::ZTFI_DEVICE_CLAIM_LEVEL claim(const std::string& path) override;
     // Slot 5: 1 when the path contains "/dev/emcpower" and ends in a digit.
     int isPartition(const std::string& path) override;
-    // Slot 6: the number behind the device, in signed decimal.
+    // Slot 6: the device followed by the number in signed decimal.
     std::string appendPartitionSuffix(const std::string& device, unsigned int partition) override;
     // Slot 7: the device without its trailing digits, and their value (0 when there are none). A path without
-    // "emcpower" comes back unchanged, `partition` untouched.
+    // "emcpower" is returned unchanged, `partition` untouched.
     std::string removePartitionSuffix(const std::string& device, unsigned int& partition) override;
 };
 

@@ -1,4 +1,4 @@
-// How the stacks are called in answers.
+// The names of the stacks in answers.
 #include "claim/kiv_claim_query.h"
 #include "modules/kiv_linux_device_mapper_claim.h"
 #include "modules/kiv_nativepath_claim.h"

@@ -20,7 +20,7 @@ std::shared_ptr<const ListingFacts> readLogicalVolumes(unsigned long timeoutSeco
     return std::make_shared<const ListingFacts>(VolumeReading(log).read(timeoutSeconds));
 }
 
-// What a derived class makes of a missing list is its own affair.
+// A derived class may treat a missing list in another way.
 bool claimsWithoutList(const CKivDeviceClaimBase& module)
 {
     return typeid(module) == typeid(CKivDeviceMapperClaim);
@@ -30,7 +30,7 @@ ListingFacts VolumeReading::read(unsigned long timeoutSeconds)
 {
     facts.when = std::chrono::system_clock::now();
     build(timeoutSeconds);
-    // Once the command has failed, that is what the list fails by, whatever the records of it run into.
+    // Once the command has failed, that is the reason why the list failed, even if its records then threw.
     if (exception != nullptr && facts.state != State::failed) {
         classifyException();
     }
@@ -50,7 +50,7 @@ void VolumeReading::build(unsigned long timeoutSeconds)
 
 void VolumeReading::noteFailure(const EFiExecPipe& failure, const std::vector<std::string>& output)
 {
-    // Without a log: the failed listing is traced line by line already.
+    // Without a log, because the failed listing has already been traced line by line.
     CKivDeviceMapperClaim silent;
     try {
         silent.addLogicalVolumes(output);
@@ -58,7 +58,7 @@ void VolumeReading::noteFailure(const EFiExecPipe& failure, const std::vector<st
         throw;
     } catch (const abi::__forced_unwind&) {
         throw;       // thread cancellation must propagate
-    } catch (...) {  // NOLINT(bugprone-empty-catch): the output of a failed command may stop anywhere
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the output of a failed command may end anywhere
     }
     facts.volumes.assign(silent.logicalVolumePaths.begin(), silent.logicalVolumePaths.end());
     facts.waitStatus = failure.waitStatus;

@@ -1,4 +1,4 @@
-// Reads the list of logical volumes for a claim query, by the device-mapper module's own code. Not installed.
+// Reads the list of logical volumes for a claim query, with the code of the device-mapper module. Not installed.
 #ifndef KIVCLAIM_MODULES_KIV_VOLUME_READING_H
 #define KIVCLAIM_MODULES_KIV_VOLUME_READING_H
 
@@ -13,9 +13,9 @@
 
 namespace kivclaim {
 
-// A device-mapper module that builds its list once and takes notes of what happens.
+// Has a device-mapper module build its list once, and notes what happens.
 //
-// Threads: belongs to one. Failure: std::bad_alloc.
+// Threads: belongs to one thread. Failure: std::bad_alloc.
 class VolumeReading {
 public:
     explicit VolumeReading(const LogPointer& log) { module.registerTraceLog(log); }

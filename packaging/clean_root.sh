@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes a clean Debian with a compiler and what builds programs, as an archive: clean_root.sh ARCHIVE. To be run as root.
-# Takes its packages from where this machine takes them. Does nothing when the archive is there already.
+# Makes an archive of a clean Debian with a compiler and build tools: clean_root.sh ARCHIVE. Run it as root. It takes
+# packages from the same mirror as this machine. Does nothing when the archive exists.
 set -euo pipefail
 archive=$1
 release=bookworm

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Looks at the packages, installs them in a clean Debian, uses them and removes them: package_test.sh PACKAGES OTHERS
-# ARCHIVE ROOT. OTHERS holds the packages of a second build. ROOT is made anew from ARCHIVE. To be run as root. Prints a
+# Checks the packages, installs them in a clean Debian, uses them and removes them: package_test.sh PACKAGES OTHERS
+# ARCHIVE ROOT. OTHERS holds the packages of a second build. ROOT is unpacked from ARCHIVE. Run it as root. Prints a
 # line for each check, and how many passed.
 set -euo pipefail
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
@@ -9,7 +9,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 names=(kivclaim libkivclaim1 libkivclaim-kernel1 libztfi-pdk4.4 libkivclaim-dev libkivclaim-testkit-dev)
 
 passed=0 failed=0
-# check WHAT COMMAND...: what a command says is shown only when it fails.
+# check WHAT COMMAND...: shows the command's output only when it fails.
 check() {
     local what=$1 output
     shift
@@ -64,7 +64,7 @@ answers() {
     [ "$output" = "$1" ] || { printf 'expected: %s\nprinted: %s\n' "$1" "$output" && return 1; }
 }
 
-# Everything in the root but what apt and dpkg write about their own work.
+# Every file in the root directory except the records of apt and dpkg.
 files() {
     find "$root" -xdev ! -path "$root/packages*" ! -path "$root/proc/*" ! -path "$root/sys/*" ! -path "$root/dev/*" \
         ! -path "$root/var/lib/apt/*" ! -path "$root/var/lib/dpkg/*" ! -path "$root/var/cache/apt/*" \
@@ -80,7 +80,7 @@ install_packages() {
     inside "apt-get -o DPkg::Options::=--force-unsafe-io install -y -qq --no-install-recommends ${list[*]}"
 }
 
-# Each example in both ways, out of the documents that are installed.
+# Builds each example in both ways, from the installed documents.
 build_with_cmake() {
     inside "cp -R /usr/share/doc/libkivclaim-dev/examples/$1 /tmp/examples && cd /tmp/examples/$1 &&
         cmake -S . -B build -DCMAKE_CXX_FLAGS='-Wall -Wextra -Werror' && cmake --build build"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Makes a release: release.sh [--check] VERSION; `./dev release VERSION` is the way to start this. --check: says only
-# whether it can be made. Everything is done in a clone, in
-# build/dist/VERSION; commit and tag reach this tree once the packages have passed their test. Nothing is pushed.
+# Makes a release: release.sh [--check] VERSION. Start it as `./dev release VERSION`. With --check, it only checks
+# whether the release can be made. The work is done in a clone in build/dist/VERSION; commit and tag are fetched into
+# this tree after the packages have passed their test. Nothing is pushed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
@@ -11,7 +11,7 @@ die() {
     exit 2
 }
 
-# The version that the header names: the one place, see claim/kiv_version.h.
+# The version in claim/kiv_version.h, the only place where it is defined.
 header=claim/kiv_version.h
 header_version() {
     sed -nE 's/^#define KIVCLAIM_VERSION_(MAJOR|MINOR|PATCH) ([0-9]+)$/\2/p' "$header" | paste -sd .
@@ -31,7 +31,7 @@ check_request() {
     [ $# -le 1 ] || die "'$2' is not understood; it takes one VERSION: ./dev release 1.2.0"
     # Two digits each after the first number: KIVCLAIM_VERSION_NUMBER counts on that.
     [[ ${1:-} =~ ^[1-9][0-9]*(\.(0|[1-9][0-9]?)){2}$ ]] || die "'${1:-}' is no version: three numbers, such as 1.2.0"
-    [ -z "$(git status --porcelain)" ] || die 'the tree has changes: commit them, or put them aside, and try again'
+    [ -z "$(git status --porcelain)" ] || die 'the tree has changes: commit or stash them, and try again'
     git symbolic-ref --quiet HEAD >/dev/null || die 'no branch is checked out: check out the one to release from'
     ! git rev-parse --verify --quiet "refs/tags/v$1" >/dev/null || die "there is a tag v$1: take a later version"
     last=$(last_release)
@@ -42,13 +42,13 @@ check_request() {
         die "CHANGELOG.md does not begin with changes to release: write '## Not released' and what has changed"
 }
 
-# replace FILE EXPRESSION PATTERN: the expression of sed must have left a line that matches.
+# replace FILE EXPRESSION PATTERN: edits the file with sed; afterwards a line must match the pattern.
 replace() {
     sed -i -E "$2" "$1"
     grep -qE -- "$3" "$1" || die "$1 holds no version in the form that is known: look for $3"
 }
 
-# Writes the version and the day wherever they are read.
+# Writes the version and the day into all files that name them.
 set_version() {
     local version=$1 day=$2 number part parts name
     IFS=. read -ra parts <<<"$version"
@@ -67,7 +67,7 @@ set_version() {
         "^lib/libkivclaim\\.so\\.$version\$"
 }
 
-# The entry that is in the making gets version and day; after a release there is none, and a new one is begun.
+# The unreleased entry gets version and day; if there is none, as after a release, a new one is added.
 set_debian_version() {
     local version=$1 date=$2
     if ! head -n 1 debian/changelog | grep -q ' UNRELEASED;'; then
@@ -82,18 +82,19 @@ set_debian_version() {
         "^kivclaim \\($version-1\\) unstable;"
 }
 
-# What CHANGELOG.md says of this version.
+# The section of CHANGELOG.md about this version.
 changes() {
     awk -v heading="## $1, " '/^## /{ inside = index($0, heading) == 1; next } inside' CHANGELOG.md | sed '/./,$!d'
 }
 
-# The same archive wherever it is made: git gives every file the time of the commit, and gzip notes neither time nor name.
+# The archive is reproducible: git gives every file the time of the commit, and gzip -n stores neither time nor name.
 source_archive() {
     git archive --format=tar --add-virtual-file="kivclaim-$1/REVISION:$(git rev-parse --short=12 HEAD)" \
         --prefix="kivclaim-$1/" HEAD | gzip -9n >"$2"
 }
 
-# What is to be published, in $dist: the packages that `./dev package` built twice and tried, and the source archive.
+# Puts the files to publish into $dist: the packages that `./dev package` built twice and tested, and the source
+# archive.
 build_all() {
     local archive=kivclaim-$1.tar.gz clean=$root/build/package/bookworm.tar
     source_archive "$1" "$dist/$archive"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Is this a plain container? Prints what is possible here and should not be, and fails then. To be run in it, as root.
+# Is this a plain container? Prints what should not be possible here but is, and fails then. Run it there, as root.
 set -euo pipefail
 
 expected=00000000a80425fb

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs a command in a root with the rights that container engines give by default: container.sh ROOT REFUSE_CALLS
-# COMMAND [ARGUMENT...]. To be run as root, as the first process of a mount and a process namespace of its own: what is
-# mounted and started here ends with it.
+# Runs a command in a root directory with the privileges that container engines give by default: container.sh ROOT
+# REFUSE_CALLS COMMAND [ARGUMENT...]. Run it as root, as the first process of a new mount and PID namespace: all mounts
+# and processes end with it.
 set -euo pipefail
 root=$1 refuse_calls=$2
 shift 2
@@ -46,8 +46,8 @@ TEXT
 umask 022
 mount_kernel_files
 make_devices
-# The calls are refused while there are still the rights to do so without no_new_privs. A job of a shell script ignores
-# some signals, which a container does not.
+# The filter is installed before the capabilities are dropped, so that no_new_privs is not needed. The signals are reset
+# because a background job of a shell script ignores some, which a container does not.
 exec "$refuse_calls" setpriv --inh-caps=-all "--bounding-set=-all$(printf ',+%s' "${capabilities[@]}")" \
     chroot "$root" env -i --default-signal PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
     ${http_proxy:+"http_proxy=$http_proxy"} ${https_proxy:+"https_proxy=$https_proxy"} \

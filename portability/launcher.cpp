@@ -1,6 +1,6 @@
-// Has the name of a program of another architecture and runs it under qemu-user. Whoever starts the program by that
-// name, be it a test or the command runner, needs no kernel that knows foreign programs (binfmt_misc). The build
-// appends the path of the program to the launcher's file, so that copies of that file run the program as well.
+// Has the name of a program of another architecture and runs it under qemu-user. So tests and the command runner can
+// start the program by that name without binfmt_misc in the kernel. The build appends the path of the program to the
+// launcher's file, so that copies of that file run the program as well.
 #include <sys/auxv.h>
 #include <unistd.h>
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-// What follows the last line feed of the file; empty when it cannot be read.
+// The text after the last line feed of the file; empty when it cannot be read.
 std::string lastLineOf(const char* path)
 {
     std::FILE* const file = std::fopen(path, "rbe");

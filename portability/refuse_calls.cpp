@@ -1,7 +1,7 @@
-// Runs a command with the system calls refused that container engines refuse by default: refuse_calls COMMAND
-// [ARGUMENT...]. The filter is inherited by everything the command starts, and nothing can take it off.
+// Runs a command under a filter that refuses the same system calls as container engines by default: refuse_calls
+// COMMAND [ARGUMENT...]. All processes of the command inherit the filter, which cannot be removed.
 //
-// It needs CAP_SYS_ADMIN, which lets it do without no_new_privs: set-user-ID programs work in a container, too.
+// It needs CAP_SYS_ADMIN, so that it works without no_new_privs: set-user-ID programs work in a container, too.
 #include <sched.h>
 #include <seccomp.h>
 #include <unistd.h>
@@ -22,7 +22,7 @@ void check(int result, const std::string& what)
     }
 }
 
-// Whatever the rules below do not name is allowed.
+// System calls that the rules below do not name are allowed.
 class Filter {
 public:
     Filter() : context(seccomp_init(SCMP_ACT_ALLOW))
@@ -60,16 +60,16 @@ constexpr const char* refusedCalls[] = {
     // Namespaces and mounts.
     "unshare", "setns", "mount", "umount2", "pivot_root", "fsopen", "fsconfig", "fsmount", "fspick", "open_tree",
     "move_mount", "mount_setattr", "open_by_handle_at",
-    // The kernel's keys, which are not of any namespace.
+    // The kernel's keys, which belong to no namespace.
     "keyctl", "add_key", "request_key",
-    // What looks into the kernel or drives it.
+    // Calls that inspect or control the kernel.
     "bpf", "perf_event_open", "userfaultfd", "io_uring_setup", "io_uring_enter", "io_uring_register", "init_module",
     "finit_module", "delete_module", "kexec_load", "kexec_file_load", "swapon", "swapoff", "reboot"};
 
 constexpr int namespaceFlags[] = {CLONE_NEWNS,   CLONE_NEWCGROUP, CLONE_NEWUTS, CLONE_NEWIPC,
                                   CLONE_NEWUSER, CLONE_NEWPID,    CLONE_NEWNET};
 
-// Where clone has its flags.
+// The argument of clone that holds its flags.
 #ifdef __s390x__
 constexpr unsigned int cloneFlags = 1;
 #else
@@ -88,7 +88,7 @@ void refuseCalls()
     }
     // Its flags are in memory, which a filter cannot read: callers fall back to clone.
     filter.refuse("clone3", ENOSYS);
-    // Asking which personality there is changes nothing.
+    // Reading the personality changes nothing.
     constexpr scmp_datum_t query = 0xffffffff;
     filter.refuse("personality", scmp_arg_cmp{0, SCMP_CMP_NE, query, 0});
     filter.load();

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Ends `./dev anywhere` before its time, by signals and without a network, and looks at what is left. To be run as root,
-# with the rights of a machine of one's own. Prints a line for each check, and how many passed.
+# Interrupts `./dev anywhere` with signals and by a missing network, and checks what is left. Run it as root, outside of
+# containers. Prints a line for each check, and how many passed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD/build/anywhere/root
@@ -25,7 +25,7 @@ check() {
     fi
 }
 
-# What there is of a run: processes that work in the root, mounts in it, and the root itself.
+# The remains of a run: processes in the root directory, mounts in it, and the root directory itself.
 left() {
     local links what=''
     links=$(readlink /proc/[0-9]*/root /proc/[0-9]*/cwd 2>/dev/null || true)
@@ -47,10 +47,10 @@ container_is_entered() {
     grep -q 'trixie: ./dev run' "$log" && [ "$(left)" = 'processes mounts root' ]
 }
 
-# interrupted SIGNAL STATUS MOMENT: sends it as soon as the run has come so far.
+# interrupted SIGNAL STATUS MOMENT: sends the signal as soon as the run has reached this moment.
 interrupted() {
     local signal=$1 expected=$2 moment=$3 status=0 before
-    # Signals that a shell's background job ignores could not be caught.
+    # A shell's background job ignores some signals, which it then could not handle.
     env --default-signal ./dev anywhere --preset release trixie >"$log" 2>&1 &
     run=$!
     until "$moment" || ! kill -0 "$run" 2>/dev/null; do sleep 0.2; done

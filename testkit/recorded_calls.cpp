@@ -1,5 +1,5 @@
-// The C library's calls that the plug-in makes, and ACE's mutex, defined in the test program so that every
-// call passes here. While no host plays they do what they always do.
+// The C library's functions that the plug-in calls, and those of ACE's mutex, defined in the test program so that every
+// call comes here. While no mock host exists, they behave as usual.
 #include "testkit/recording_host.h"
 
 #include <string>
@@ -28,7 +28,7 @@ thread_local int lockSuccessesLeft = unlimited;
 thread_local int heldLocks = 0;
 thread_local bool oneFailureOnly = false;
 
-// One pause into which a signal may come.
+// One pause, which a signal may interrupt.
 unsigned int interrupted(Host& host, unsigned int seconds)
 {
     const long whole = static_cast<long>(seconds) * 1000;
@@ -164,7 +164,7 @@ int close(int descriptor)
     const kivclaim::testkit::InsideHost inside;
     Host* const host = Host::current();
     if (host != nullptr && descriptor < 0) {
-        kivclaim::testkit::fail("closed what never was open");
+        kivclaim::testkit::fail("a descriptor is closed that was not open");
     }
     if (host != nullptr && host->closeDescriptor(descriptor)) {
         return 0;

@@ -100,7 +100,7 @@ Host::Host() : rawLog(new RecordingLog(""))
 {
     heldLog.acquire(rawLog);
     if (currentHost != nullptr) {
-        fail("a second host was started while one plays");
+        fail("a second host was made while one exists");
     }
     currentHost = this;
     playCalls();
@@ -111,7 +111,7 @@ Host::~Host()
     currentHost = nullptr;
     for (const auto& script : scripts) {
         if (script->timesLeft != 0) {
-            fail("nobody ran [" + script->command + "] as often as scripted");
+            fail("[" + script->command + "] was not run as often as scripted");
         }
     }
     for (const std::string& path : openPaths) {
@@ -313,10 +313,10 @@ int CFiExecPipeBase::Exec(std::string command, std::vector<std::string>& output,
     }
     kivclaim::testkit::Host* const host = kivclaim::testkit::Host::current();
     if (host == nullptr) {
-        kivclaim::testkit::fail("[" + command + "] is run while no host plays");
+        kivclaim::testkit::fail("[" + command + "] is run while no host exists");
         return 127;
     }
-    // The runner is handed its caller's log: seen as the record that a real runner would write.
+    // Shows that the runner got its caller's log: by the record that a real runner would write.
     host->write(traceLog.get() != nullptr ? "runner with a log" : "runner without a log");
     return host->run(command, output, lastFailure);
 }

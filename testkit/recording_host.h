@@ -1,7 +1,7 @@
-// The test kit: a host that is played, for tests of programs and modules that use kivclaim. No root, no preload.
+// The test kit: a mock host, for tests of programs and modules that use kivclaim. It needs neither root nor a preload.
 //
-// One host for all scenarios: it plays the host framework (trace log, command runner, string tools) and the C
-// library's calls that the claim library makes, and writes down each effect as one line of text, in order:
+// One host for all scenarios: it replaces the host framework (trace log, command runner, string tools) and the C
+// library's functions that the claim library calls, and records each effect as one line of text, in order:
 //
 //     6 Entering Function claim [60, kiv_linux_device_mapper_claim.cpp]     a record, after its level
 //     run [/sbin/lvdisplay]                                                 a command
@@ -11,13 +11,13 @@
 //     access /usr/sbin/ztkivadm: no
 //     sleep 5
 //
-// Link kivclaim::testkit (pkg-config: kivclaim_testkit), and neither a host framework of your own nor the bundled one:
-// the operations are in the test program, and the claim library takes them from there when it is loaded. A command that
-// no script covers, a script that nobody used and a descriptor that stays open fail the test, see onFailure.
+// Link kivclaim::testkit (pkg-config: kivclaim_testkit), and no other host framework, neither your own nor the bundled
+// one: the operations are in the test program, and the loader binds the claim library to them. A command without a
+// script, a script that was not used and a descriptor that stays open fail the test, see onFailure.
 //
-// Threads: the host, and what it plays, belong to one. While it plays, the calls of the whole program go to it: a
-// program that opens files of its own meanwhile does so through streams, which do not pass here.
-// Ownership: the host lends its log. Failure: as said above; std::bad_alloc.
+// Threads: use the host and everything it replaces on one thread. While it exists, it gets these calls of the whole
+// program: to open files of your own meanwhile, use streams, which do not go through it.
+// Ownership: the host owns its log and lends it. Failure: see above; std::bad_alloc.
 #ifndef KIVCLAIM_TESTKIT_RECORDING_HOST_H
 #define KIVCLAIM_TESTKIT_RECORDING_HOST_H
 
@@ -35,7 +35,7 @@
 
 namespace kivclaim::testkit {
 
-// What is printed, recorded and compared.
+// Lines of text: printed by a command, recorded, or expected.
 using Lines = std::vector<std::string>;
 // A trace log, counted for as long as the pointer holds it.
 using LogPointer = ztfi_pdk_4_4::CFiSmartPtr<ztfi_pdk_4_4::CFiTraceLog>;
@@ -46,30 +46,30 @@ inline Lines lines(std::initializer_list<const char*> texts)
     return {texts.begin(), texts.end()};
 }
 
-// Who hears what was wrong. Without a handler, it is written on standard error and the program is aborted. With
+// Sets the handler of failures. Without one, a failure is printed on standard error and the program is aborted. With
 // GoogleTest:
 //
 //     kivclaim::testkit::onFailure([](const std::string& what) { ADD_FAILURE() << what; });
 void onFailure(std::function<void(const std::string& what)> handler);
 
-// Fails the test, as the kit itself does.
+// Reports a failure, as the kit itself does.
 void fail(const std::string& what);
 
-// What lvdisplay prints about volumes, each a volume group and a name: for Host::prints("/sbin/lvdisplay", ...).
+// The output of lvdisplay for these volumes, each a volume group and a name: for Host::prints("/sbin/lvdisplay", ...).
 Lines volumeListing(const std::vector<std::pair<std::string, std::string>>& volumes);
 
-// What the volume manager's tool prints: its two heading lines and these rows, such as "sdd ENABLED(A) PRIMARY". The
-// commands are those of the records "ExecuteCommand command: ...", to the letter.
+// The output of the volume manager's tool: its two heading lines and these rows, such as "sdd ENABLED(A) PRIMARY".
+// Script the commands exactly as they are in the records "ExecuteCommand command: ...".
 Lines volumeManagerTable(const Lines& rows);
 
-// What one scripted command does.
+// The script of one command.
 struct Script {
-    std::string command;            // to the letter
+    std::string command;            // exactly as the library gives it to Exec
     Lines output;                   // of the command
     int result = 0;                 // of Exec
     std::int64_t waitStatus = 0;    // of a failure
-    std::function<void()> thrower;  // called behind the output, when set
-    int timesLeft = 1;              // how often it is still to be run
+    std::function<void()> thrower;  // called after the output, if set
+    int timesLeft = 1;              // how often it must still be run
     std::string message;            // of the failure's record
 
     // Sets the message of the failure.
@@ -88,25 +88,25 @@ struct Script {
 
 class RecordingLog;
 
-// The host that plays, see the head of this header: what it does is scripted, what happens is written down.
+// The mock host, see the top of this header: its behaviour is scripted, and effects are recorded.
 class Host {
 public:
-    // It plays while it lives; one at a time.
+    // It replaces the functions while it exists; one at a time.
     Host();
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
-    // The host that plays now, or null.
+    // The host that exists now, or null.
     static Host* current();
 
     // The host's trace log. The host holds one reference; `logCount` is the number of all holders.
     const LogPointer& log() const { return heldLog; }
-    // How many hold the log.
+    // The number of the log's holders.
     unsigned int logCount() const;
-    // A further log, whose records are written down as "NAME: level text".
+    // Another log, whose records appear as "NAME: level text".
     LogPointer anotherLog(const std::string& name);
 
-    // What happened so far.
+    // All effects so far.
     const Lines& effects() const { return written; }
     // The texts of the records of one level.
     Lines trace(int level) const;
@@ -116,42 +116,44 @@ public:
     Lines effectsWithoutLineNumbers() const;
     // All effects but records.
     Lines calls() const;
-    // Forgets what happened so far.
+    // Clears the effects so far.
     void forget() { written.clear(); }
-    // Takes the scripts back that nobody used.
+    // Removes the scripts that were not used.
     void dropScripts() { scripts.clear(); }
 
-    // A command that succeeds. A command line is taken to the letter; scripts of one command line are used up in order.
+    // A command that succeeds. The command line must match exactly; several scripts of one command line are used in
+    // order.
     Script& prints(const std::string& command, const Lines& output);
     // A command that fails: the result of Exec, and the raw wait status, such as 5 << 8 for exit status 5.
     Script& fails(const std::string& command, int result, std::int64_t waitStatus, const Lines& output);
     // A command for which the runner throws what `thrower` throws.
     Script& throws(const std::string& command, std::function<void()> thrower, const Lines& output = {});
 
-    // What uname tells; without it, 6.1.0.
+    // The kernel release that uname returns; 6.1.0 by default.
     void kernelRelease(const std::string& release) { release_ = release; }
     // A node that can be opened.
     void device(const std::string& path) { devices.insert(path); }
     // A program that is installed.
     void executable(const std::string& path) { executables.insert(path); }
 
-    // Accidents. Each record whose text begins with `text` throws std::runtime_error("trace failed"), or whatever
-    // `thrower` throws.
+    // Faults. Each record whose text begins with `text` throws std::runtime_error("trace failed"), or calls `thrower`
+    // instead.
     void failsTracing(const std::string& text, std::function<void()> thrower = {})
     {
         failingRecord = text;
         recordThrower = std::move(thrower);
     }
-    // What a search without a hit leaves in the line index; the contract is to leave it alone.
+    // The value that a search without a hit leaves in the line index; by contract it is not changed.
     std::optional<unsigned long> indexAfterMiss;
     // Called by the constructor of the command runner, when set.
     std::function<void()> onRunner;
-    // What the next pauses leave over; a pause that is not listed ends by itself. Only such a pause leaves errno alone.
+    // The results of the next calls of sleep; a call that is not listed sleeps its whole time. Only such a call leaves
+    // errno as it is.
     std::vector<unsigned int> leftOverByPauses;
-    // What errno is after such a pause, and after one that a signal cuts short.
+    // The value of errno after such a call, and after one that a signal cuts short.
     int errnoOfPauses = EINTR;
-    // A signal that arrives so many milliseconds after the beginning of each pause, on a clock of the host's own that
-    // pauses alone move on; what a pause leaves over is cut to whole seconds, as sleep() does. 0: no signal.
+    // A signal that arrives so many milliseconds after the beginning of each pause, on the host's own clock, which only
+    // pauses advance; sleep returns the rest cut to whole seconds, as the real one does. 0: no signal.
     long signalMilliseconds = 0;
     // That clock.
     long clockMilliseconds = 0;
@@ -161,9 +163,9 @@ public:
     int firstDescriptor = 100000;
     // The error of every open, instead of the truth.
     int openError = 0;
-    // A line that every search claims to contain its text, at its beginning, whatever it contains.
+    // Every search reports a hit at the beginning of this line, whatever the line contains.
     std::string falseHit;
-    // Where a search with a hit says that the hit is, instead of the truth.
+    // The line that a search with a hit reports, instead of the right one.
     std::optional<unsigned long> indexAfterHit;
     // Accepts any time limit of a command, instead of 600 seconds only; `limitGiven` is that of the last one.
     bool acceptsAnyLimit = false;
@@ -171,10 +173,10 @@ public:
     unsigned long limitGiven = 0;
     // Called by each search through lines, when set.
     std::function<void()> onSearch;
-    // Called before each record is written down.
+    // Called before each record is recorded.
     std::function<void()> onTrace;
 
-    // What the played operations call.
+    // The replaced functions call the following ones.
     void write(const std::string& line) { written.push_back(line); }
     // A record.
     void traced(const RecordingLog& log, int level, const std::string& text);
@@ -219,7 +221,7 @@ public:
     static int destroyed;  // how many logs have been deleted so far
 };
 
-// While it lives, locking a framework mutex fails on this thread: the next `successes` calls still work.
+// While it exists, locking a framework mutex fails on this thread; the next `successes` calls still work.
 class FailingLocks {
 public:
     // From now on.
@@ -227,7 +229,7 @@ public:
     ~FailingLocks();
 };
 
-// While it lives, locking a framework mutex fails on this thread once: behind the next `successes` calls.
+// While it exists, locking a framework mutex fails once on this thread, after the next `successes` calls.
 class OneFailingLock {
 public:
     // From now on.
@@ -237,20 +239,20 @@ public:
     static bool hasFailed();
 };
 
-// Takes the C library's calls out of the kit's archive; called by each host.
+// Makes the linker take the C library's functions out of the kit's archive; each host calls it.
 void playCalls();
 
-// How many framework mutexes this thread holds now.
+// The number of framework mutexes that this thread holds now.
 int locksHeld();
 
-// While it lives, this thread is inside one of the played operations: what happens there is the host's affair.
+// While it exists, this thread is inside one of the replaced functions: its effects there are not recorded.
 class InsideHost {
 public:
     InsideHost();
     ~InsideHost();
     InsideHost(const InsideHost&) = delete;
     InsideHost& operator=(const InsideHost&) = delete;
-    // Whether one lives on this thread.
+    // Whether one exists on this thread.
     static bool isHere();
 };
 

@@ -1,5 +1,5 @@
-// The recording host's own string tools, written for plainness. A test program without this file runs the same
-// scenarios on the bundled ones.
+// The recording host's own string tools, written to be simple. A test program without this file runs the same scenarios
+// with the bundled ones.
 #include "framework/cfistringtool.h"
 #include "testkit/recording_host.h"
 
@@ -8,8 +8,8 @@
 
 using ztfi_pdk_4_4::CFiStringTool;
 
-// What the kit's link options ask for, so that the linker takes these out of the archive. Tests of this project's own
-// do without them, to use the bundled ones.
+// The symbol that the kit's link options require, so that the linker takes this file out of the archive. Some tests of
+// this project leave it out, to use the bundled string tools.
 extern "C" const int kivclaim_testkit_string_tools;
 const int kivclaim_testkit_string_tools = 1;
 

@@ -22,8 +22,8 @@ namespace {
 
 class ActivePath : public testing::Test {
 protected:
-    // Two disks of two paths each, and lines for the mood.
-    void volumeManager(const std::string& mood = "")
+    // Two disks of two paths each, and lines for the behaviour.
+    void volumeManager(const std::string& behaviour = "")
     {
         std::filesystem::copy_file(KIVCLAIM_ZTKIVADM, tools.path() + "/ztkivadm");
         std::filesystem::copy_file(KIVCLAIM_ZTDISK, tools.path() + "/ztdisk");
@@ -32,7 +32,7 @@ protected:
                      "path kiv0_1 sdd ENABLED(A) SECONDARY\n"
                      "path kiv0_2 sde DISABLED PRIMARY\n"
                      "path kiv0_2 sdf ENABLED SECONDARY\n" +
-                         mood);
+                         behaviour);
     }
 
     Process command(std::vector<std::string> arguments, const std::string& program = KIVCLAIM_COMMAND) const
@@ -97,7 +97,7 @@ TEST_F(ActivePath, MayBeThePathThatWasAskedFor)
     EXPECT_EQ(ended.status, 0) << "the volume manager has answered";
 }
 
-TEST_F(ActivePath, ComesBackUnchangedWithoutTheTool)
+TEST_F(ActivePath, IsThePathItselfWithoutTheTool)
 {
     const Ended ended = activePath({"/dev/sdc"});
     EXPECT_EQ(ended.output, "/dev/sdc\n");
@@ -106,7 +106,7 @@ TEST_F(ActivePath, ComesBackUnchangedWithoutTheTool)
     EXPECT_EQ(ended.status, 1);
 }
 
-TEST_F(ActivePath, ComesBackUnchangedWhenTheNodeLookupFails)
+TEST_F(ActivePath, IsThePathItselfWhenTheNodeLookupFails)
 {
     volumeManager("fail getkivnode 3 no\n");
     const Ended waited = activePath({"--waited", "/dev/sdc"});
@@ -118,7 +118,7 @@ TEST_F(ActivePath, ComesBackUnchangedWhenTheNodeLookupFails)
     EXPECT_EQ(pauses(), "sleep 5\nsleep 5\nsleep 5\nsleep 5\nsleep 10\nsleep 10\nsleep 10\nsleep 10\n");
 }
 
-TEST_F(ActivePath, ComesBackUnchangedWhenThePathLookupFails)
+TEST_F(ActivePath, IsThePathItselfWhenThePathLookupFails)
 {
     volumeManager("fail getsubpaths 2\n");
     const Ended ended = activePath({"/dev/sdc"});
@@ -127,7 +127,7 @@ TEST_F(ActivePath, ComesBackUnchangedWhenThePathLookupFails)
     EXPECT_EQ(ended.status, 1);
 }
 
-TEST_F(ActivePath, ComesBackUnchangedWhenNoPathWillDo)
+TEST_F(ActivePath, IsThePathItselfWhenNoPathIsUsable)
 {
     volumeManager("path kiv0_3 sdg DISABLED SECONDARY\n");
     const Ended ended = activePath({"--trace", "2", "/dev/sdg"});
@@ -176,7 +176,7 @@ TEST_F(ActivePath, GarbageFromThePathQueryIsNoAnswer)
     EXPECT_EQ(ended.status, 1);
 }
 
-TEST_F(ActivePath, AnAnswerWithoutANodeIsTheNodeLookupsFault)
+TEST_F(ActivePath, AnAnswerWithoutANodeIsReportedAsAFailedNodeLookup)
 {
     volumeManager();
     tools.addScript("ztkivadm", "echo one\necho two\n");
@@ -195,7 +195,7 @@ TEST_F(ActivePath, FollowsAnAnswerThatChangesBetweenTwoCalls)
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(ActivePath, RefusesWhatIsNoNativeDisk)
+TEST_F(ActivePath, RefusesAPathThatIsNotANativeDisk)
 {
     volumeManager();
     for (const char* const path : {"/dev/mapper/mpatha", "/dev/sd", "sdc", "/dev/sdc rm", "/dev/sdc,sdd", "/dev/sdc\n",
@@ -213,7 +213,7 @@ TEST_F(ActivePath, AnswersForSeveralDisksInTheirOrder)
     EXPECT_EQ(activePath({"/dev/sde", "/dev/sdc"}).output, "/dev/sdf\n/dev/sdd\n");
 }
 
-TEST_F(ActivePath, ReadsDisksFromStandardInputAndPassesOverWhatIsNone)
+TEST_F(ActivePath, ReadsDisksFromStandardInputAndSkipsOtherPaths)
 {
     volumeManager();
     const Ended ended = command({"active-path", "-", "/dev/sdc"}).reads("/dev/sdc1\n/dev/sde\n").run();
@@ -261,7 +261,7 @@ TEST_F(ActivePath, ASignalEndsItWithTheProgramThatItRunsAndStartsNoOther)
     }
 }
 
-TEST_F(ActivePath, ASignalEndsAProgramThatDoesNotWantToAndItsChildren)
+TEST_F(ActivePath, ASignalEndsAProgramThatIgnoresSigtermAndItsChildren)
 {
     volumeManager();
     tools.addScript("ztkivadm", "(trap '' TERM; exec /bin/sleep 300) &\n(trap '' TERM; exec /bin/sleep 300)\n");

@@ -48,7 +48,7 @@ TEST(ClaimManager, AModuleThatCannotBeAppendedHasTheLogAndStaysTheCallers)
     EXPECT_EQ(manager.claim("/dev/emcpowera"), 16U);
 }
 
-TEST(ClaimManager, AFailedConstructionLeavesTheEarlierModulesBehind)
+TEST(ClaimManager, AFailedConstructionLeaksTheEarlierModules)
 {
     const long blocksBefore = blocksAlive();
     int failures = 0;

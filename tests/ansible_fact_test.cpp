@@ -71,7 +71,7 @@ TEST(AnsibleFact, SaysThatTheCommandIsNotInstalled)
     EXPECT_EQ(facts["error"], "kivclaim is not installed");
 }
 
-TEST(AnsibleFact, TakesADifferenceForAnAnswer)
+TEST(AnsibleFact, TreatsADifferenceAsAnAnswer)
 {
     const json facts = factWithCommand("echo '{\"summary\": 1}'\nexit 1\n");
     ASSERT_TRUE(facts.is_object()) << facts;
@@ -79,7 +79,7 @@ TEST(AnsibleFact, TakesADifferenceForAnAnswer)
     EXPECT_EQ(facts["error"], nullptr);
 }
 
-TEST(AnsibleFact, TakesAnUnsureAnswerForAnAnswer)
+TEST(AnsibleFact, TreatsAnUnsureAnswerAsAnAnswer)
 {
     const json facts = factWithCommand("echo '{\"summary\": 1}'\necho 'kivclaim: unsure' >&2\nexit 3\n");
     ASSERT_TRUE(facts.is_object()) << facts;
@@ -87,7 +87,7 @@ TEST(AnsibleFact, TakesAnUnsureAnswerForAnAnswer)
     EXPECT_EQ(facts["error"], nullptr);
 }
 
-TEST(AnsibleFact, HoldsTheComplaintOfACommandThatFails)
+TEST(AnsibleFact, HoldsTheErrorMessageOfACommandThatFails)
 {
     const json facts =
         factWithCommand("echo half an answer\nprintf 'kivclaim: \"odd\" \\\\ \\t text\\nmore\\n' >&2\nexit 2\n");

@@ -1,6 +1,6 @@
 # The plug-in on other hosts than the bundled one.
 
-# A second host framework, as a library and as parts for a process that brings the framework's operations itself.
+# A second host framework, as a library and as objects for a process that defines the framework's operations itself.
 add_library(second_host_parts OBJECT
     second_host/command_runner.cpp second_host/memory_log.cpp second_host/string_tools.cpp)
 set_target_properties(second_host_parts PROPERTIES POSITION_INDEPENDENT_CODE ON)
@@ -8,7 +8,7 @@ target_link_libraries(second_host_parts PUBLIC kivclaim_framework)
 add_library(second_host SHARED $<TARGET_OBJECTS:second_host_parts>)
 target_link_libraries(second_host PUBLIC kivclaim_framework)
 
-# kivclaim_plugin(name) links the plug-in once more, in a folder of its own, as claim/ does but for the host library.
+# kivclaim_plugin(name) links the plug-in again, in its own directory, as claim/ does except for the host library.
 function(kivclaim_plugin name)
     add_library(${name} SHARED $<TARGET_OBJECTS:kivclaim>)
     set_target_properties(${name} PROPERTIES
@@ -20,16 +20,16 @@ endfunction()
 
 kivclaim_plugin(plugin_on_second_host)
 target_link_libraries(plugin_on_second_host PRIVATE second_host)
-# Whatever the host supplies is left to the process.
+# All operations of the host come from the process.
 kivclaim_plugin(plugin_without_host)
 target_link_options(plugin_without_host PRIVATE -Wl,-z,undefs)
 
-# The scenarios of the modules on the second host's string tools.
+# The scenarios of the modules, with the second host's string tools.
 kivclaim_test(claim_on_second_host_test PREFIX OnSecondHost.
     SOURCES $<TARGET_OBJECTS:claim_on_bundled_string_tools_test>
     LIBRARIES plugin_on_second_host second_host recording_host captured_releases)
 
-# One program for all hosts. It knows the plug-in's classes by their headers alone, so checks that need their type
+# One program for all hosts. It has only the headers of the plug-in's classes, so checks that need their type
 # information are left out.
 add_library(claim_questions OBJECT any_host/claim_questions.cpp any_host/opened_manager.cpp)
 target_link_libraries(claim_questions PUBLIC kivclaim_framework)
@@ -43,7 +43,7 @@ target_link_libraries(questions_on_bundled_host PRIVATE kivclaim::kivclaim kivcl
 add_executable(questions_on_second_host ${linked_questions} any_host/second_log.cpp)
 target_link_libraries(questions_on_second_host PRIVATE plugin_on_second_host second_host)
 
-# Opens the plug-in, and has the framework's operations itself: exports all of them, or all but one.
+# Opens the plug-in and defines the framework's operations itself: exports all of them, or all but one.
 add_library(questions_of_process OBJECT any_host/second_log.cpp)
 target_link_libraries(questions_of_process PUBLIC kivclaim_framework)
 function(kivclaim_framework_process name)
@@ -70,7 +70,7 @@ add_dependencies(any_host_test
     questions_on_bundled_host questions_on_second_host questions_of_framework_process kivclaim plugin_without_host
     ztkivadm ztdisk instant_sleep)
 
-# What a missing operation does, and the configuration for another host: no sanitizer would see more of it.
+# A missing operation, and the configuration for another host: a sanitizer would not find more here.
 if(NOT KIVCLAIM_SANITIZERS)
     set(operations "CFiTraceLog::trace" "CFiExecPipeBase::Exec" "CFiExecPipePosix::CFiExecPipePosix"
         "CFiStringTool::tokenize" "CFiStringTool::trim" "CFiStringTool::find" "CFiStringTool::str2tstr"
@@ -88,7 +88,7 @@ if(NOT KIVCLAIM_SANITIZERS)
         list(APPEND without_one process_without_${short_name})
     endforeach()
 
-    # What it would be like without -z now.
+    # The same without -z now, for comparison.
     kivclaim_plugin(plugin_bound_lazily)
     target_link_options(plugin_bound_lazily PRIVATE -Wl,-z,undefs -Wl,-z,lazy)
 
@@ -107,10 +107,11 @@ if(NOT KIVCLAIM_SANITIZERS)
     set_tests_properties(HostLibrary.ThePluginIsConfiguredForAnotherHost PROPERTIES TIMEOUT 300 LABELS long)
 endif()
 
-# Which file supplies each operation, in every arrangement in which a host may be mistaken about it.
+# Which file supplies each operation, in every arrangement that may surprise a host.
 add_library(second_host_archive STATIC $<TARGET_OBJECTS:second_host_parts>)
 target_link_libraries(second_host_archive PUBLIC kivclaim_framework)
-# kivclaim_operation_report(name LIBRARIES...) links the report with the claim library: libraries stand in their order.
+# kivclaim_operation_report(name LIBRARIES...) links the report with these libraries and the claim library, in this
+# order.
 function(kivclaim_operation_report name)
     add_executable(report_on_${name} any_host/operation_report.cpp)
     target_compile_definitions(report_on_${name} PRIVATE LINKED_WITH_THE_PLUGIN)
@@ -123,7 +124,7 @@ kivclaim_operation_report(archive_before second_host_archive kivclaim)
 kivclaim_operation_report(whole_archive -Wl,--whole-archive second_host_archive -Wl,--no-whole-archive kivclaim)
 kivclaim_operation_report(hidden_objects $<TARGET_OBJECTS:second_host_parts> kivclaim)
 set(hides_everything ${CMAKE_CURRENT_BINARY_DIR}/hides_everything.map)
-# A sanitizer's runtime is in the program, and libraries must find it there.
+# The runtime of a sanitizer is in the program, where libraries must find it.
 set(hidden_names "*")
 if(KIVCLAIM_SANITIZERS)
     set(hidden_names "*ztfi_pdk_4_4*")
@@ -132,7 +133,7 @@ file(CONFIGURE OUTPUT ${hides_everything} CONTENT "{ local: ${hidden_names}; };\
 target_link_options(report_on_hidden_objects PRIVATE -Wl,--version-script=${hides_everything})
 kivclaim_operation_report(library_before -Wl,--no-as-needed second_host kivclaim)
 
-# Opens the library; with the framework's operations in the program, and without.
+# Opens the library, with and without the framework's operations in the program.
 add_executable(framework_report any_host/operation_report.cpp $<TARGET_OBJECTS:second_host_parts>)
 set_target_properties(framework_report PROPERTIES ENABLE_EXPORTS ON)
 add_executable(plain_report any_host/operation_report.cpp)

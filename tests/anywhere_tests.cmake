@@ -1,4 +1,4 @@
-# What `./dev anywhere` refuses. Once is enough: nothing of it is built.
+# What `./dev anywhere` refuses. In one preset only, because it does not depend on the build.
 if(NOT is_shipped_build)
     return()
 endif()

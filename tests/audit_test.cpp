@@ -278,7 +278,7 @@ TEST_F(Audit, ShowsOrLeavesOutTheDifferencesOfAQuirk)
     EXPECT_EQ(wrong.status, 2);
 }
 
-TEST_F(Audit, ADiskUnderAVolumeIsADiskAllTheSame)
+TEST_F(Audit, ADiskUnderAVolumeIsStillADisk)
 {
     listings({volume("vg00", "lvol1")});
     machine.disk("sda").mapped("dm-0", "vg00-lvol1", "LVM-AbCd", {"sda"});
@@ -303,7 +303,7 @@ TEST_F(Audit, TheTenthPartitionComesBackWithZero)
                                    "last-digit six characters are cut and the last one is the number"});
 }
 
-TEST_F(Audit, ATwoDigitPartitionWithoutItsNeighbourIsNone)
+TEST_F(Audit, ATwoDigitPartitionWithoutItsNeighbourIsNotRecognised)
 {
     machine.mapped("dm-0", "mpatha", "mpath-36001");
     machine.mapped("dm-12", "mpatha-part12", "part12-mpath-36001", {"dm-0"});
@@ -357,7 +357,7 @@ TEST_F(Audit, TheProposedNodeMayBeAnotherDevices)
                                    "not the nodes"});
 }
 
-TEST_F(Audit, APartitionThatWasRenamedByHandIsNone)
+TEST_F(Audit, APartitionThatWasRenamedByHandIsNotRecognised)
 {
     machine.mapped("dm-0", "mpatha", "mpath-36001").mapped("dm-1", "boot", "part3-mpath-36001", {"dm-0"});
     EXPECT_EQ(differences({"/dev/mapper/boot"}),
@@ -588,7 +588,7 @@ TEST_F(Audit, PrintsJson)
               "      \"quirks\": 0,\n      \"unknown\": 0,\n      \"unsure\": 0\n   }\n}\n");
 }
 
-// A machine without any quirk, and a module of somebody else's that claims all of it.
+// A machine without any quirk, and another module that claims all of it.
 TEST_F(Audit, AModuleThatClaimsTooMuchDiffersByNoKnownQuirk)
 {
     machine.disk("sda").partition("sda", "sda1", 1);
@@ -606,7 +606,7 @@ TEST_F(Audit, AModuleThatClaimsTooMuchDiffersByNoKnownQuirk)
     EXPECT_THAT(audit({"--json", "--module", CLAIMS_TOO_MUCH}).output, HasSubstr("\"unknown\": 2"));
 }
 
-TEST_F(Audit, AModuleThatClaimsWhatIsNotThereDiffersByNoKnownQuirk)
+TEST_F(Audit, AModuleThatClaimsAMissingDeviceDiffersByNoKnownQuirk)
 {
     const Ended ended = audit({"--module", CLAIMS_TOO_MUCH, "/dev/mapper/gone"});
     EXPECT_THAT(ended.output, HasSubstr("no such device differs       no known quirk explains this\n"));
@@ -629,7 +629,7 @@ TEST_F(Audit, ShowsHostileNamesSafely)
     EXPECT_THAT(audit({"--json"}).output, AllOf(HasSubstr("/dev/mapper/a\\\\x1b[31mb"), Not(HasSubstr("\x1b"))));
 }
 
-TEST_F(Audit, PassesOverAnInputThatCanBeNoPath)
+TEST_F(Audit, SkipsAnInputThatCannotBeAPath)
 {
     machine.disk("xvda");
     const Ended ended = audit({"/dev/xvda", ""});

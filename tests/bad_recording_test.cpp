@@ -36,7 +36,7 @@ std::string contentOf(const std::string& path)
     return text.str();
 }
 
-// What is in an archive, as whoever means harm would put it there.
+// An entry of an archive, as an attacker could write it.
 struct Entry {
     std::string path;
     unsigned int type = AE_IFREG;
@@ -143,7 +143,7 @@ std::string objectionToManifest(const std::string& old, const std::string& fresh
 
 }  // namespace
 
-TEST(BadRecording, TheGoodOneIsRead)
+TEST(BadRecording, AnUnchangedRecordingIsRead)
 {
     EXPECT_EQ(objectionTo(smallRecording()), "");
     EXPECT_EQ(archiveIn(archiveOf(entriesOf(smallRecording()))).files.at("sys/a").content, "text");
@@ -193,7 +193,7 @@ TEST(BadRecording, OtherKindsOfFilesAreRefused)
     EXPECT_EQ(objectionTo(archiveOf(entries)), "'sys/b' in it is neither file, link nor directory");
 }
 
-TEST(BadRecording, WhatIsTwiceOrMissingOrUnknownIsRefused)
+TEST(BadRecording, ADuplicateMissingOrUnknownFileIsRefused)
 {
     std::vector<Entry> entries = entriesOf(smallRecording());
     entries.push_back(entries[4]);
@@ -234,7 +234,7 @@ TEST(BadRecording, AnAlteredManifestIsRefused)
     EXPECT_EQ(objectionToManifest("\"sys/a\"", "\"sys/a%00\""), "its manifest was altered");
 }
 
-TEST(BadRecording, WhatUnpacksToMoreThanOneGibibyteIsRefusedUnread)
+TEST(BadRecording, AnArchiveThatUnpacksToMoreThanOneGibibyteIsRefusedUnread)
 {
     EXPECT_EQ(objectionToManifest("\"bytes\": 4", "\"bytes\": 1073741825"), "it unpacks to more than 1 GiB");
     EXPECT_EQ(objectionToManifest("\"bytes\": 4", "\"bytes\": 18446744073709551615"), "it unpacks to more than 1 GiB");
@@ -243,7 +243,7 @@ TEST(BadRecording, WhatUnpacksToMoreThanOneGibibyteIsRefusedUnread)
         "it unpacks to more than 1 GiB");
 }
 
-TEST(BadRecording, WhatDoesNotBeginWithAManifestIsRefused)
+TEST(BadRecording, AnArchiveThatDoesNotBeginWithAManifestIsRefused)
 {
     std::vector<Entry> entries = entriesOf(smallRecording());
     std::swap(entries[0], entries[1]);
@@ -286,7 +286,7 @@ protected:
     tests::TemporaryFolder temporary;
 };
 
-TEST_F(BadRecordingFile, CutAnywhereIsRefused)
+TEST_F(BadRecordingFile, TruncatedAnywhereIsRefused)
 {
     const std::string whole = contentOf(file());
     for (std::size_t length = 0; length < whole.size(); length += 97) {

@@ -41,7 +41,7 @@ std::vector<std::string> sorted(std::vector<std::string> lines)
     return lines;
 }
 
-// Of a list that shows device and stack as its first two columns, whatever stands around them.
+// Device and stack from a list that shows them as its first two columns, whatever else it shows.
 Stacks stacksIn(const std::string& list)
 {
     static const std::regex row(R"re((/dev/[^ "]+)"?( STACK="| +)([a-z-]+))re");
@@ -322,7 +322,7 @@ TEST_P(CapturedMachine, EveryDifferenceIsAKnownQuirk)
               "0 differ otherwise");
 }
 
-TEST_P(PlayedMachine, ListAndAuditSayTheSameOfItAsOfTheCopy)
+TEST_P(PlayedMachine, ListAndAuditAreTheSameAsForTheCopy)
 {
     EXPECT_EQ(livingOutput({"list", "--all"}), output({"list", "--all"}));
     EXPECT_EQ(livingOutput({"audit"}), output({"audit"}));

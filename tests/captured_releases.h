@@ -7,7 +7,7 @@
 
 namespace tests {
 
-// In the order of their names; found by listing the directory, which must hold nothing but directories.
+// In the order of their names. The directory is listed, so it must contain nothing but directories.
 std::vector<std::string> capturedReleases();
 
 // The path and the content of a file of a release. The file must be there and, unless `mayBeEmpty`, not be empty:

@@ -8,7 +8,7 @@
 
 namespace tests {
 
-// Holds the whole machine, what lvdisplay printed there, and its kernel's release. Gone with the object.
+// Contains the whole machine, lvdisplay's output there, and its kernel's release. Removed with the object.
 class CapturedRoot {
 public:
     // `release` is one of capturedReleases(). Throws std::runtime_error when it cannot be unpacked.

@@ -95,7 +95,7 @@ TEST(CheckModule, WritesJson)
     EXPECT_EQ(value["problems"], json::array());
 }
 
-TEST(CheckModule, ACrashOfTheModuleIsAFindingWithTheStep)
+TEST(CheckModule, ACrashOfTheModuleIsReportedWithTheStep)
 {
     EXPECT_THAT(problemsOfTheWrongModule("claim-crashes"),
                 ElementsAre("claim: the process was ended by signal 6 (Aborted)"));
@@ -103,7 +103,7 @@ TEST(CheckModule, ACrashOfTheModuleIsAFindingWithTheStep)
                 ElementsAre("its destructor: the process was ended by signal 6 (Aborted)"));
 }
 
-TEST(CheckModule, AModuleThatEndsTheProcessIsAFinding)
+TEST(CheckModule, AModuleThatEndsTheProcessIsReported)
 {
     EXPECT_THAT(problemsOfTheWrongModule("constructor-exits"),
                 ElementsAre("loading the file and making its module: the process ended before its time"));
@@ -135,7 +135,7 @@ TEST(CheckModule, ASignalEndsItWithTheProcessOfTheModule)
     }
 }
 
-TEST(CheckModule, AnExceptionIsAFindingWithTheStep)
+TEST(CheckModule, AnExceptionIsReportedWithTheStep)
 {
     EXPECT_THAT(problemsOfTheWrongModule("claim-throws"),
                 ElementsAre("claim threw an exception: cannot say anything about /dev/sda1"));
@@ -186,7 +186,7 @@ TEST(CheckHost, AHiddenFrameworkIsAProblem)
                                    EndsWith("libztfi_pdk.so.4.4 supplies it")));
 }
 
-TEST(CheckHost, AFrameworkOfTwoHalvesIsAProblemOfAProgramThatOpensTheLibrary)
+TEST(CheckHost, AMixOfTwoFrameworksIsAProblemOfAProgramThatOpensTheLibrary)
 {
     const json value = report("--check-host", PROCESS_WITHOUT_TRIM, 1);
     EXPECT_EQ(value["isLinked"], false);
@@ -290,7 +290,7 @@ TEST(Check, RefusesWhatItWouldNotLookAt)
     EXPECT_EQ(ended.status, 2);
 }
 
-TEST(Check, RefusesWhatIsNoSuchFile)
+TEST(Check, RefusesAFileThatDoesNotExist)
 {
     const tests::TemporaryFolder folder;
     folder.addFile("text", "nothing to load\n");

@@ -1,5 +1,5 @@
-# The checks of other people's modules and hosts. The loader's answers about a sanitized program, and a preloaded
-# framework, are the same; but a sanitizer's runtime wants to be loaded first.
+# The checks of other modules and hosts. Without sanitizers: their runtime must be loaded first, and the loader's
+# answers would be the same.
 if(KIVCLAIM_SANITIZERS)
     return()
 endif()

@@ -172,7 +172,7 @@ TEST_F(ClaimManager, TheBuiltInModulesClaimTheirPaths)
     EXPECT_EQ(partition, 12U);
 }
 
-TEST_F(ClaimManager, ANativeDiskIsOutweighedByEveryOtherStackAndWinsATieOverLaterModules)
+TEST_F(ClaimManager, ANativeDiskLosesToEveryOtherStackAndWinsATieOverLaterModules)
 {
     EXPECT_EQ(manager->claim("/dev/sda/dev/emcpowera"), 16U);
     add("equal", {{"/dev/sda", 2}});
@@ -222,7 +222,7 @@ TEST_F(ClaimManager, LevelsAreComparedAsUnsignedNumbers)
     EXPECT_EQ(module, second);
 }
 
-TEST_F(ClaimManager, TheCallersModuleStaysWhenNobodyClaims)
+TEST_F(ClaimManager, TheCallersModuleStaysWhenNoModuleClaims)
 {
     auto* const mine = add("mine", {});
     CKivDeviceClaimBase* module = mine;
@@ -242,7 +242,7 @@ TEST_F(ClaimManager, AnUnclaimedPathGetsTheNeutralAnswers)
     EXPECT_EQ(host.effects(), lines({"first: claim x", "first: claim x", "first: claim x", "first: claim x"}));
 }
 
-TEST_F(ClaimManager, ForwardsToTheWinnerAlone)
+TEST_F(ClaimManager, ForwardsToTheWinnerOnly)
 {
     add("first", {{"x", 5}});
     add("second", {{"x", 6}});
@@ -327,7 +327,7 @@ TEST_F(ClaimManager, RegisteringThroughTheTraceableBaseReachesTheManagersOwn)
     EXPECT_EQ(host.effects(), lines({"mine: gets a log"}));
 }
 
-TEST_F(ClaimManager, ALogThatTheManagerCannotLockIsHandedToTheModulesAllTheSame)
+TEST_F(ClaimManager, ALogThatTheManagerCannotLockIsStillPassedToTheModules)
 {
     add("mine", {});
     {
@@ -335,7 +335,7 @@ TEST_F(ClaimManager, ALogThatTheManagerCannotLockIsHandedToTheModulesAllTheSame)
         manager->registerTraceLog(host.log());
     }
     EXPECT_EQ(host.effects(), lines({"mine: gets a log"}));
-    EXPECT_EQ(host.logCount(), 1U) << "nobody could count it";
+    EXPECT_EQ(host.logCount(), 1U) << "its reference could not be counted";
 }
 
 TEST_F(ClaimManager, EveryModuleHoldsTheLogAndReleasesItAtTheEnd)
@@ -517,7 +517,7 @@ TEST_F(ClaimManager, AModuleOfAnotherManagerIsRefusedAndStaysThere)
     EXPECT_EQ(manager->claim("x"), 5U);
 }
 
-TEST_F(ClaimManager, AModuleWithTheAddressOfADeletedOneIsTaken)
+TEST_F(ClaimManager, AModuleWithTheAddressOfADeletedOneIsAccepted)
 {
     alignas(HostModule) static unsigned char storage[sizeof(HostModule)];
     struct InStorage : HostModule {
@@ -637,7 +637,7 @@ TEST_F(ClaimManager, AModuleRegisteredWhileTheManagerEndsIsDeletedAsWell)
     EXPECT_EQ(std::count(host.effects().begin(), host.effects().end(), "second: deleted"), 1);
 }
 
-TEST_F(ClaimManager, ItsOwnLogPointerIsHandedToTheModulesAllTheSame)
+TEST_F(ClaimManager, ItsOwnLogPointerIsStillPassedToTheModules)
 {
     OpenManager own;
     own.registerTraceLog(host.log());

@@ -23,7 +23,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ClaimModuleDefaults, RemoveDevPrefixTakesOneLeadingPrefixAway)
+TEST_F(ClaimModuleDefaults, RemoveDevPrefixRemovesOneLeadingPrefix)
 {
     EXPECT_EQ(module.removeDevPrefix("/dev/sdc"), "sdc");
     EXPECT_EQ(module.removeDevPrefix("sdc"), "sdc");
@@ -44,7 +44,7 @@ TEST_F(ClaimModuleDefaults, IsRawDeviceFindsThePrefixAnywhere)
     EXPECT_FALSE(module.isRawDevice("sda"));
 }
 
-TEST_F(ClaimModuleDefaults, GetActivePathGivesThePathBack)
+TEST_F(ClaimModuleDefaults, GetActivePathReturnsThePath)
 {
     EXPECT_EQ(module.getActivePath("/dev/sdc", true), "/dev/sdc");
     EXPECT_EQ(module.getActivePath("/dev/sdc", false), "/dev/sdc");

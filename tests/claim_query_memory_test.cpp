@@ -85,7 +85,7 @@ class QueryMemory : public testing::TestWithParam<int> {};
 
 INSTANTIATE_TEST_SUITE_P(ExitStatus, QueryMemory, testing::Values(0, 5));
 
-TEST_P(QueryMemory, WhicheverAllocationFailsTheQueryStaysUsableAndNothingIsLost)
+TEST_P(QueryMemory, WhicheverAllocationFailsTheQueryStaysUsableAndNothingIsLeaked)
 {
     hasToFail = GetParam() != 0;
     const std::vector<std::string> paths = {
@@ -117,7 +117,7 @@ TEST_P(QueryMemory, WhicheverAllocationFailsTheQueryStaysUsableAndNothingIsLost)
     EXPECT_GT(failures, 15);
 }
 
-TEST(QueryMemoryOfMaking, AQueryThatCannotBeMadeLeavesNothing)
+TEST(QueryMemoryOfMaking, AQueryThatCannotBeCreatedLeaksNothing)
 {
     CKivClaimManager manager;
     const int blocksBefore = blocksAlive;

@@ -157,7 +157,7 @@ void expectNoAnswer(const ClaimAnswer& answer, ClaimBasis basis)
 
 }  // namespace
 
-TEST_F(Query, AnswersThatRestOnAListThatWasReadAreSure)
+TEST_F(Query, AnswersBasedOnAListThatWasReadAreSure)
 {
     host.prints(lvdisplay, twoVolumes);
     const auto before = std::chrono::system_clock::now();
@@ -222,7 +222,7 @@ TEST_F(Query, AnAnswerFromANameNeedsNoListAfterAnotherPathNeededIt)
     EXPECT_EQ(answer.listing().state(), State::notRead);
 }
 
-TEST_F(Query, OnlyTheFactsThatAreWantedAreAskedFor)
+TEST_F(Query, OnlyTheRequestedFactsAreAskedFor)
 {
     registerLog();
     const ClaimAnswer claim = query.ask("/dev/sdc1", ClaimFacts::claimOnly);
@@ -262,7 +262,7 @@ TEST_F(Query, AFailedListingGivesTheSignalThatEndedIt)
     EXPECT_EQ(query.listing().exitCode(), -1);
 }
 
-TEST_F(Query, AFailureWithoutANumberIsSaidToBeOne)
+TEST_F(Query, AFailureWithoutAStatusIsReportedAsAFailure)
 {
     for (const int waitStatus : {0, 0xFFFF, 0x137F, -1}) {
         host.fails(lvdisplay, -1, waitStatus, {});
@@ -273,7 +273,7 @@ TEST_F(Query, AFailureWithoutANumberIsSaidToBeOne)
     }
 }
 
-TEST_F(Query, VolumesThatAFailedListingPrintedAreToldButDoNotCount)
+TEST_F(Query, VolumesThatAFailedListingPrintedAreReportedButNotUsed)
 {
     host.fails(lvdisplay, 5, exitedWith5, twoVolumes);
     EXPECT_EQ(whyUnsure(),
@@ -315,7 +315,7 @@ TEST_F(Query, AnotherExceptionOfTheListingGivesItsText)
     EXPECT_EQ(query.listing().message(), "out of luck");
 }
 
-TEST_F(Query, AnExceptionWithoutATextIsToldWithoutOne)
+TEST_F(Query, AnExceptionWithoutATextIsReportedWithoutOne)
 {
     host.throws(lvdisplay, [] { throw 5; });
     EXPECT_EQ(whyUnsure(),
@@ -334,7 +334,7 @@ TEST_F(Query, AnExceptionWhileTheOutputIsReadLeavesTheVolumesBeforeIt)
     EXPECT_EQ(query.listing().state(), State::threw);
 }
 
-TEST_F(Query, AnOutputThatIsNotUnderstoodIsToldAsSuch)
+TEST_F(Query, AnOutputThatIsNotUnderstoodIsReported)
 {
     host.falseHit = "LVName";  // has neither a blank nor a slash
     host.prints(lvdisplay, lines({"LV Name lvol1", "VG Name vg00", "LVName"}));
@@ -536,7 +536,7 @@ TEST_F(Query, AWinnerAtTheSameLevelIsSureIfItWasAskedEarlier)
     EXPECT_TRUE(later.isUnsure()) << "a volume of this name would be the host's";
 }
 
-TEST_F(Query, AWeakerClaimThatWinsBecauseThePathIsAVolumeRestsOnTheList)
+TEST_F(Query, AWeakerClaimThatWinsBecauseThePathIsAVolumeIsBasedOnTheList)
 {
     host.prints(lvdisplay, lines({"LV Name dev/sda", "VG Name x", "LV Name /dev/x/sda", "VG Name /dev/sdz"}));
     const ClaimAnswer answer = query.ask("/dev/mapper//dev/sdz-sda");
@@ -597,7 +597,7 @@ TEST_F(Query, AQueryInsideAQueryKeepsItsOwnList)
     EXPECT_EQ(query.ask("/dev/mapper/vg00-lvol1").level(), 1U);
 }
 
-TEST_F(Query, AModuleThatThrowsCostsItsOwnPathOnly)
+TEST_F(Query, AModuleThatThrowsAffectsItsOwnPathOnly)
 {
     auto* const module = add<HostModule>("/dev/sdb", 1U);
     module->thrower = [] { throw std::runtime_error("no such site"); };
@@ -681,7 +681,7 @@ TEST_F(Query, AListingThatCannotLockTheLogIsReadWithoutItsRecords)
     EXPECT_EQ(readWithoutRecords, 1);
 }
 
-TEST_F(Query, NothingIsBegunAfterTheDeadline)
+TEST_F(Query, NothingIsStartedAfterTheDeadline)
 {
     query.setDeadline(std::chrono::steady_clock::now());
     const std::vector<ClaimAnswer> answers = query.askAll({"/dev/mapper/mpatha", "/dev/sda"});
@@ -694,7 +694,7 @@ TEST_F(Query, NothingIsBegunAfterTheDeadline)
     EXPECT_EQ(query.ask("/dev/sda").level(), 2U) << "a later deadline lets it go on";
 }
 
-TEST_F(Query, TheLimitOfTheRunIsWhatIsLeftUntilTheDeadline)
+TEST_F(Query, TheLimitOfTheRunIsTheTimeUntilTheDeadline)
 {
     host.acceptsAnyLimit = true;
     host.prints(lvdisplay, {}).times(3);
@@ -840,7 +840,7 @@ TEST_F(Query, AnswersOutliveTheQuery)
     EXPECT_EQ(moved.listing().volumes(), lines({"/dev/mapper/vg00-lvol1"}));
 }
 
-TEST_F(Query, QueriesOfSeveralThreadsDoNotMeet)
+TEST_F(Query, QueriesOfSeveralThreadsAreIndependent)
 {
     std::vector<std::thread> threads;
     threads.reserve(4);

@@ -5,10 +5,10 @@ add_library(recording_host OBJECT
     ${testkit}/recorded_calls.cpp ${testkit}/recording_host.cpp recording_host_failures.cpp)
 target_link_libraries(recording_host PUBLIC kivclaim_framework GTest::gtest)
 
-# The kit as others link it.
+# The test kit, linked as in other projects.
 kivclaim_test(testkit_test SOURCES testkit_test.cpp LIBRARIES kivclaim::testkit)
 
-# What was captured in the lab, for the tests that read it.
+# The captured outputs of the lab, for the tests that read them.
 add_library(captured_releases OBJECT captured_releases.cpp)
 target_include_directories(captured_releases PUBLIC ${PROJECT_SOURCE_DIR})
 target_compile_definitions(captured_releases PRIVATE KIVCLAIM_CAPTURED="${CMAKE_CURRENT_SOURCE_DIR}/captured")
@@ -31,14 +31,14 @@ kivclaim_test(claim_test
     LIBRARIES kivclaim::kivclaim recording_host captured_releases
     DEFINITIONS KIVCLAIM_OWN_STRING_TOOLS)
 
-# The same scenarios on the bundled string tools.
+# The same scenarios with the bundled string tools.
 kivclaim_test(claim_on_bundled_string_tools_test PREFIX OnBundledStringTools.
     SOURCES ${claim_test_sources}
     LIBRARIES kivclaim::kivclaim kivclaim::ztfi_pdk recording_host captured_releases)
 
 # The same library while memory, locks, log or pauses fail.
 if(NOT KIVCLAIM_SANITIZERS MATCHES thread)
-    # Brings allocation operators of its own, as does the thread sanitizer; it has a single thread anyway.
+    # It replaces the allocation operators, as the thread sanitizer does, and has only one thread.
     kivclaim_test(fault_test
         SOURCES
             faults/every_operation_test.cpp
@@ -52,7 +52,7 @@ if(NOT KIVCLAIM_SANITIZERS MATCHES thread)
 endif()
 
 if(NOT KIVCLAIM_SANITIZERS)
-    # One of its tests loses memory, as the claim manager does when its construction fails.
+    # One of its tests leaks memory, as the claim manager does when its construction fails.
     kivclaim_test(allocation_failure_test
         SOURCES allocation_failure_test.cpp faults/failing_allocations.cpp
         LIBRARIES kivclaim::kivclaim recording_host)

@@ -77,7 +77,7 @@ TEST_F(Replay, ASignalIsWhatARunWouldGive)
     EXPECT_THAT(outcome.lines, ElementsAre("out"));
 }
 
-TEST_F(Replay, ACommandWithoutAnOutcomeIsNotThere)
+TEST_F(Replay, ACommandWithoutAnOutcomeFailsLikeAMissingProgram)
 {
     const Outcome run = exec("/no/such/tool");
     ASSERT_TRUE(run.wasThrown);
@@ -117,7 +117,7 @@ TEST_F(Replay, ASnapshotRemembersWhatWasReplayed)
     EXPECT_EQ(times, 1);
 }
 
-TEST_F(Replay, DoesNotHoldForOtherThreads)
+TEST_F(Replay, DoesNotAffectOtherThreads)
 {
     const CommandReplay replay(always({"recorded\n", "", 0, 0}));
     Outcome other;

@@ -147,7 +147,7 @@ TEST_F(HostCommandRunner, EndsTheWholeGroupOfACancelledCommand)
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(marks), {}), "ran\nran\n") << "it came to its own end";
 }
 
-TEST_F(HostCommandRunner, KillsACancelledCommandThatIgnoresIt)
+TEST_F(HostCommandRunner, KillsACancelledCommandThatIgnoresSigterm)
 {
     const TemporaryFile mark;
     CommandRunner runner(limitOf(0ms));
@@ -182,7 +182,7 @@ TEST_F(HostCommandRunner, StartsNothingAfterItsDeadline)
     EXPECT_EQ(std::ifstream(mark.path).peek(), EOF);
 }
 
-TEST_F(HostCommandRunner, LetsNoCommandGoOnAfterItsDeadline)
+TEST_F(HostCommandRunner, LetsNoCommandRunAfterItsDeadline)
 {
     CommandLimits limits;
     limits.deadline = Clock::now() + 300ms;
@@ -214,7 +214,7 @@ TEST_F(HostCommandRunner, MayBeCancelledInASignalHandler)
     signaller.join();
 }
 
-TEST_F(HostCommandRunner, TellsWhatRunsAndHowLongAtMost)
+TEST_F(HostCommandRunner, ReportsTheRunningCommandsAndTheirLatestEnd)
 {
     const TemporaryFile mark;
     CommandRunner runner(limitOf(60000ms));
@@ -254,7 +254,7 @@ void expectNoLatestEnd(CommandRunner&& runner)
 
 }  // namespace
 
-TEST_F(HostCommandRunner, TellsThatThereIsNoLatestEnd)
+TEST_F(HostCommandRunner, ReportsThatThereIsNoLatestEnd)
 {
     expectNoLatestEnd(CommandRunner());
 }
@@ -289,7 +289,7 @@ TEST_F(HostCommandRunner, RunsCommandsOfSeveralThreadsAtOnce)
 
 // --- Exec within a scope ---
 
-TEST_F(HostCommandRunner, HoldsForEveryExecOfTheThread)
+TEST_F(HostCommandRunner, AppliesToEveryExecOfTheThread)
 {
     CommandRunner runner(limitOf(200ms));
     const CommandRunnerScope scope(runner);
@@ -311,7 +311,7 @@ TEST_F(HostCommandRunner, LeavesTheCallersLimitWhenItHasNone)
     EXPECT_EQ(exec(probe + " sleep 60000", 1).failure.errorNumber, ETIMEDOUT);
 }
 
-TEST_F(HostCommandRunner, HoldsForNoOtherThreadAndNotAfterItsScope)
+TEST_F(HostCommandRunner, AppliesToNoOtherThreadAndNotAfterItsScope)
 {
     CommandRunner runner;
     runner.cancel();
@@ -357,7 +357,7 @@ TEST_F(HostCommandRunner, EndsAnExecThatIsCancelledAndLeavesTheOutputAlone)
     EXPECT_THAT(outcome.lines, IsEmpty());
 }
 
-TEST_F(HostCommandRunner, LeavesACommandItsResultThatHadEndedWhenItWasCancelled)
+TEST_F(HostCommandRunner, KeepsTheResultOfACommandThatHadEndedWhenItWasCancelled)
 {
     const TemporaryFile mark;
     CommandRunner runner;

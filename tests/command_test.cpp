@@ -82,7 +82,7 @@ TEST(CommandPartition, PrintsThePathOfAPartition)
     EXPECT_EQ(kivclaim({"partition", "/dev/emcpowera", "0"}).output, "/dev/emcpowera0\n");
 }
 
-TEST(CommandPartition, SaysWhenNobodyClaimsTheDevice)
+TEST(CommandPartition, SaysWhenNoModuleClaimsTheDevice)
 {
     const Ended ended = kivclaim({"partition", "/dev/null", "3"});
     EXPECT_EQ(ended.output, "");
@@ -90,7 +90,7 @@ TEST(CommandPartition, SaysWhenNobodyClaimsTheDevice)
     EXPECT_EQ(ended.status, 1);
 }
 
-TEST(CommandPartition, RefusesWhatIsNoPartitionNumber)
+TEST(CommandPartition, RefusesAnInvalidPartitionNumber)
 {
     for (const char* const number : {"-1", "4294967296", "1x", "x", "", "1 ", "0x1", "+1", "99999999999999999999"}) {
         const Ended ended = kivclaim({"partition", "/dev/emcpowera", number});
@@ -108,7 +108,7 @@ TEST(CommandWhole, PrintsWholeDeviceAndNumber)
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST(CommandWhole, SaysWhenNobodyClaimsAPathAndGoesOn)
+TEST(CommandWhole, SaysWhenNoModuleClaimsAPathAndContinues)
 {
     const Ended ended = kivclaim({"whole", "/dev/null", "/dev/emcpowerb15"});
     EXPECT_EQ(ended.output, "/dev/emcpowerb 15\n");
@@ -131,14 +131,14 @@ TEST(CommandExplain, ShowsAnswersWinnerAndRecords)
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST(CommandExplain, SaysThatNobodyClaims)
+TEST(CommandExplain, SaysThatNoModuleClaimsThePath)
 {
     const Ended ended = kivclaim({"explain", "/dev/null"});
     EXPECT_THAT(ended.output, HasSubstr("answers 0, not claimed\nClaimed by none, level 0.\n"));
     EXPECT_EQ(ended.status, 1);
 }
 
-TEST(CommandInput, ReadsPathsWhereTheDashStands)
+TEST(CommandInput, ReadsPathsFromStandardInputAtThePlaceOfTheDash)
 {
     const Ended ended = kivclaim({"claim", "/dev/emcpowera", "-", "/dev/emcpowerd"}, "/dev/emcpowerb\n/dev/emcpowerc");
     EXPECT_EQ(ended.output,
@@ -194,7 +194,7 @@ TEST(CommandInput, RefusesAnEmptyPath)
     EXPECT_EQ(lines.status, 2);
 }
 
-TEST(CommandInput, RefusesALineThatNoPathCanBe)
+TEST(CommandInput, RefusesALineThatCannotBeAPath)
 {
     const std::string zero("/dev/emcpowera\0b\n/dev/emcpowerb\n", 32);
     const Ended zeroByte = kivclaim({"claim", "-"}, zero);
@@ -268,7 +268,7 @@ TEST(CommandOutput, SaysWhenOutputCannotBeWritten)
     EXPECT_EQ(ended.status, 2);
 }
 
-TEST(CommandUsage, SaysInOneLineWhatWasWrongAndWhatIsRight)
+TEST(CommandUsage, SaysInOneLineWhatWasWrongAndWhatToDo)
 {
     const auto complaint = [](const std::vector<std::string>& arguments) {
         const Ended ended = kivclaim(arguments);

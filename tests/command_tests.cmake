@@ -78,7 +78,7 @@ kivclaim_test(captured_machine_test
         KIVCLAIM_LAB_RELEASES="${PROJECT_SOURCE_DIR}/lab/releases")
 add_dependencies(captured_machine_test kivclaim_command)
 
-# Sees what a program opens.
+# Records the paths that a program opens.
 kivclaim_preload(opened_paths opened_paths.cpp)
 kivclaim_test(sysroot_command_test
     SOURCES sysroot_command_test.cpp
@@ -107,7 +107,7 @@ kivclaim_test(redaction_test
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
 add_dependencies(redaction_test kivclaim_command)
 
-# promtool is in Debian's package prometheus, which brings a server, too: checked where it is installed.
+# promtool is in Debian's package prometheus, which also contains a server: it is used only if it is installed.
 find_program(KIVCLAIM_PROMTOOL promtool)
 kivclaim_test(comparison_test
     SOURCES comparison_test.cpp
@@ -123,7 +123,7 @@ else()
     message(STATUS "No tests of the metrics with promtool: install prometheus")
 endif()
 
-# The page of a report is looked at everywhere; how it behaves, where there is a browser, which is large.
+# The page of a report is checked everywhere; its script only where a browser is installed, which is large.
 find_program(KIVCLAIM_CHROMIUM chromium)
 kivclaim_test(report_test
     SOURCES report_test.cpp
@@ -136,7 +136,7 @@ else()
     message(STATUS "No tests of reports in a browser: install chromium")
 endif()
 
-# Tells a program that events were lost.
+# Reports to a program that events were lost.
 kivclaim_preload(told_loss told_loss.cpp)
 kivclaim_test(watch_command_test
     SOURCES watch_command_test.cpp

@@ -10,7 +10,7 @@ kivclaim_test(contract_test PREFIX Contract.${CMAKE_CXX_COMPILER_ID}.
     LIBRARIES kivclaim::kivclaim recording_host
     DEFINITIONS KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")
 
-# The golden lists are those of the build that is shipped; in every other one, header code may be carried or not.
+# The golden lists belong to the release build; other builds may contain other parts of the header code.
 set(is_shipped_build FALSE)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KIVCLAIM_SANITIZERS
    AND CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
@@ -41,7 +41,7 @@ add_test(NAME Contract.TypesOfTheHostFramework
 add_test(NAME Contract.TypesOfTheKernelFacts
          COMMAND ${contract_scripts}/check_abi.sh ${contract}/${kernel_name}.abi $<TARGET_FILE:kivclaim_kernel>)
 
-# kivclaim_guard_test(name alteration) shows that a guard sees an alteration.
+# kivclaim_guard_test(name alteration) shows that a check notices an alteration.
 function(kivclaim_guard_test name alteration)
     add_test(NAME Contract.Guard.${name}
              COMMAND ${contract_scripts}/guard_test.sh ${alteration} ${KIVCLAIM_RELEASE_SOURCE} $<TARGET_FILE:ztfi_pdk>)
@@ -59,7 +59,7 @@ kivclaim_guard_test(TheSymbolListShowsALostExport lost_export)
 kivclaim_guard_test(TheSymbolListShowsAnUnwantedExport unwanted_export)
 kivclaim_guard_test(TheSymbolListShowsAnotherParameter other_parameter)
 
-# What is installed, and each header of it alone.
+# The installed files, and each installed header alone.
 set(installed ${PROJECT_BINARY_DIR}/installed)
 add_test(NAME Contract.Installing COMMAND ${contract_scripts}/install.sh ${PROJECT_BINARY_DIR} ${installed})
 set_tests_properties(Contract.Installing PROPERTIES FIXTURES_SETUP installed)

@@ -1,4 +1,4 @@
-# What `./dev` makes of its arguments. Once is enough: it does not depend on how anything was built.
+# How `./dev` handles its arguments. In one preset only, because it does not depend on the build.
 if(NOT is_shipped_build)
     return()
 endif()
@@ -10,7 +10,7 @@ add_test(NAME Dev.NamesSelectTestsOfTheOptimisedOrTheNamedBuild COMMAND ${dev_te
 add_test(NAME Dev.ANameWithoutATestIsRefused COMMAND ${dev_test} unknown_name)
 set(release_test ${CMAKE_CURRENT_SOURCE_DIR}/release_test.sh)
 add_test(NAME Release.EveryFileNamesTheVersionAndTheTagIsOnItsCommit COMMAND ${release_test} made)
-add_test(NAME Release.TheNextOneBeginsADebianEntryOfItsOwn COMMAND ${release_test} next)
+add_test(NAME Release.TheNextOneBeginsANewDebianEntry COMMAND ${release_test} next)
 add_test(NAME Release.WhatCannotBeReleasedIsRefused COMMAND ${release_test} refused)
 add_test(NAME Release.AFailedPackageLeavesTheTreeAsItWas COMMAND ${release_test} failed)
 if(CMAKE_GENERATOR STREQUAL "Ninja")

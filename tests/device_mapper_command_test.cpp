@@ -51,7 +51,7 @@ protected:
             const std::string number = std::to_string(i);
             machine.mappedWithoutName("dm-" + number, "mpath" + number + "-x", "mpath-" + number);
         }
-        // umockdev waits for the disk behind each file that it makes; here is none.
+        // umockdev waits for the disk that holds each file that it makes; here is none.
         return machine.process(KIVCLAIM_COMMAND, std::move(arguments))
             .environment("TMPDIR", "/dev/shm")
             .sees(tools.path(), "/usr/sbin")

@@ -30,7 +30,7 @@ protected:
     CKivDeviceMapperClaim module;
 };
 
-// A module whose partition test is somebody else's.
+// A module that overrides the partition test.
 class EverythingIsAPartition : public CKivDeviceMapperClaim {
 public:
     int isPartition(const std::string& /*path*/) override { return 1; }
@@ -155,7 +155,7 @@ TEST_F(DeviceMapper, ANameWithoutATrailingDigitIsNoPartition)
     EXPECT_EQ(module.isPartition("/dev/mapper/mpatha"), 0);
     EXPECT_EQ(host.effectsInside(),
               lines({"6 CKivDeviceMapperClaim::isPartition: [/dev/mapper/mpatha] is not a partition"}));
-    EXPECT_EQ(module.isPartition("/dev/mapper/mpatha-part:"), 0) << "the character behind '9'";
+    EXPECT_EQ(module.isPartition("/dev/mapper/mpatha-part:"), 0) << "the character after '9'";
     EXPECT_EQ(module.isPartition("/dev/mapper/mpatha-part/"), 0) << "the character before '0'";
     EXPECT_EQ(host.calls(), lines({}));
 }
@@ -226,7 +226,7 @@ TEST_F(DeviceMapper, AppendsNumbersOfAnySizeInSignedDecimal)
     EXPECT_EQ(module.appendPartitionSuffix("/dev/sda", 1), "/dev/sda-part1") << "the directory is not asked for";
 }
 
-TEST_F(DeviceMapper, AppendsPAndTheNumberBehindADigitWhenTheReleaseIsUnknown)
+TEST_F(DeviceMapper, AppendsPAndTheNumberAfterADigitWhenTheReleaseIsUnknown)
 {
     host.kernelRelease("3.5.0");
     EXPECT_EQ(module.appendPartitionSuffix("/dev/mapper/mpath0", 2), "/dev/mapper/mpath0p2");
@@ -295,7 +295,7 @@ TEST_F(DeviceMapper, ALogThatKeepsThrowingChangesNoAnswerOfAHandler)
     EXPECT_EQ(host.logCount(), 2U);
 }
 
-TEST_F(DeviceMapper, AThreadThatEndsInsideTheRecordOfAHandlerIsNotKeptAlive)
+TEST_F(DeviceMapper, TheEndOfAThreadInsideTheRecordOfAHandlerPropagates)
 {
     unsigned int partition = 0;
     const std::pair<const char*, std::function<void()>> operations[] = {
@@ -528,7 +528,7 @@ TEST_F(DeviceMapper, AnExceptionWhileRemovingGivesTheWorkingCopyBack)
     EXPECT_EQ(host.trace(1), lines({"CKivDeviceMapperClaim::removePartitionSuffix: Unknown exception caught"}));
 }
 
-TEST_F(DeviceMapper, AThreadThatEndsInsideAnOperationIsNotKeptAlive)
+TEST_F(DeviceMapper, TheEndOfAThreadInsideAnOperationPropagates)
 {
     unsigned int partition = 0;
     const std::pair<const char*, std::function<void()>> operations[] = {
@@ -641,7 +641,7 @@ TEST_F(DeviceMapper, DecodesAWaitStatus)
     }
 }
 
-TEST_F(DeviceMapper, AWaitStatusOfNoKnownClassComesBackInSilence)
+TEST_F(DeviceMapper, AWaitStatusOfNoKnownClassIsReturnedWithoutARecord)
 {
     EXPECT_EQ(module.getExecPipeWaitPidStatus(511), 511);
     EXPECT_EQ(module.getExecPipeWaitPidStatus(0x1FFFF), 0x1FFFF);

@@ -2,7 +2,7 @@
 //
 // A fenced block begins with its kind, and goes on with a file name where it has one:
 //
-//   console             a session in a shell: lines behind "$ " (and "> ") are typed, the others are what comes back
+//   console             a session in a shell: lines after "$ " (and "> ") are typed, the others are the output
 //   cpp                 compiles without a warning; with a main function, it also runs and prints nothing
 //   KIND FOLDER/FILE    is that file of the tree, to the letter
 //   KIND FILE           is put into the sessions' folder under that name, for them to use
@@ -226,7 +226,7 @@ TEST_P(DocExamples, CompileRunAndPrintWhatThePageShows)
     EXPECT_EQ(run(script).output, sessions);
 }
 
-TEST(DocExamplesOfThePages, AreFewThatAreNotRunAndNoPageIsLeftOut)
+TEST(DocExamplesOfThePages, LeaveNoPageOutAndFewAreNotRun)
 {
     std::vector<std::string> pagesWithBlocks;
     std::size_t notRun = 0;

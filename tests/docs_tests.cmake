@@ -1,4 +1,4 @@
-# What the pages say is so.
+# The pages are correct: their examples, links and lists.
 find_package(nlohmann_json REQUIRED)
 
 kivclaim_test(message_table_test
@@ -10,7 +10,7 @@ kivclaim_test(ansible_fact_test
     DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" KIVCLAIM_SOURCE="${PROJECT_SOURCE_DIR}")
 add_dependencies(ansible_fact_test kivclaim_command)
 
-# Sanitized libraries would need sanitized examples.
+# Without sanitizers: otherwise the examples would need them, too.
 if(NOT KIVCLAIM_SANITIZERS)
     kivclaim_test(doc_examples_test
         SOURCES doc_examples_test.cpp
@@ -20,14 +20,14 @@ if(NOT KIVCLAIM_SANITIZERS)
     add_dependencies(doc_examples_test kivclaim_command)
 endif()
 
-# The same in every build: once is enough.
+# In one preset only, because these do not depend on the build.
 if(NOT KIVCLAIM_SANITIZERS)
     find_program(KIVCLAIM_DOXYGEN doxygen)
     find_program(KIVCLAIM_DOT dot)
     if(KIVCLAIM_DOXYGEN AND KIVCLAIM_DOT)
         add_test(NAME Docs.EveryPublicOperationHasItsTextInTheReferencePages
             COMMAND ${PROJECT_SOURCE_DIR}/docs/reference/build.sh ${PROJECT_BINARY_DIR}/reference)
-        add_test(NAME Docs.ThePicturesAreWhatTheirSourcesAndTheIncludesGive
+        add_test(NAME Docs.TheDiagramsMatchTheirSourcesAndTheIncludes
             COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/pictures_test.sh)
     else()
         message(STATUS "No tests of the reference pages and pictures: install doxygen and graphviz")

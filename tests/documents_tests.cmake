@@ -1,4 +1,4 @@
-# What people read and what their shells offer. Once is enough: it does not depend on how the command was built.
+# Manual pages and shell completion. In one preset only, because they do not depend on the build.
 if(NOT is_shipped_build)
     return()
 endif()

@@ -147,7 +147,7 @@ TEST_F(ExecPipe, BoundsTheRecordWhateverTheCommandsLength)
     }
 }
 
-TEST(WideText, TakesTextForUtf8AndLosesNoByte)
+TEST(WideText, DecodesUtf8AndLosesNoByte)
 {
     EXPECT_EQ(wideText("größe 日 😀\n"), L"größe 日 😀\n");
     EXPECT_EQ(wideText("a\xff\xe4z\xe6\x97"), L"a\\xff\\xe4z\\xe6\\x97");
@@ -219,7 +219,7 @@ TEST_F(ExecPipe, ThrowsForAProgramThatCannotBeStarted)
     expectCannotRun(probe + " " + std::string(300000, 'x'), E2BIG);
 }
 
-TEST_F(ExecPipe, NeverHandsATextToAShell)
+TEST_F(ExecPipe, NeverPassesTextToAShell)
 {
     const TemporaryFile script;
     const TemporaryFile proof;
@@ -230,7 +230,7 @@ TEST_F(ExecPipe, NeverHandsATextToAShell)
     EXPECT_EQ(std::ifstream(proof.path).peek(), EOF);
 }
 
-TEST_F(ExecPipe, SucceedsOrSaysSoWithHoweverFewDescriptorsLeft)
+TEST_F(ExecPipe, SucceedsOrReportsTheErrorHoweverFewDescriptorsAreLeft)
 {
     const int surelyEnough = *openDescriptors().rbegin() + 8;
     int refused = 0;
@@ -257,7 +257,7 @@ TEST_F(ExecPipe, SucceedsOrSaysSoWithHoweverFewDescriptorsLeft)
 
 namespace {
 
-// As a user who may have no further process; 0 when the runner says so as it should.
+// Runs as a user that may not have another process; 0 when the runner reports that correctly.
 [[noreturn]] void runWithoutProcessesLeft()
 {
     const rlimit none{0, 0};

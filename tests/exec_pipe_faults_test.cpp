@@ -61,7 +61,7 @@ bool opensTheNullDevice(const SystemCall& call)
 
 // --- Hostile tools and calls that lie ---
 
-TEST_F(ExecPipeFaults, EndsTheReadingWhenThereIsLessInThePipeThanTheKernelSaid)
+TEST_F(ExecPipeFaults, StopsReadingWhenThePipeHoldsLessThanTheKernelSaid)
 {
     const auto lie = [](const SystemCall& call) {
         if (!call.isOfHost() || call.arguments[1] != FIONREAD) {
@@ -74,7 +74,7 @@ TEST_F(ExecPipeFaults, EndsTheReadingWhenThereIsLessInThePipeThanTheKernelSaid)
     EXPECT_TRUE(passesUnder({SYS_ioctl}, lie, [] {
         Lines lines;
         EXPECT_LT(timeOf([&] {
-                      // Somebody out of reach keeps the pipe open.
+                      // A process outside the group keeps the pipe open.
                       const std::string words = " print out@n in-grandchild-while-waiting leave-session sleep 2000";
                       EXPECT_EQ(runCommand(probe + words, limitedTo(100ms), lines).result, 128 + SIGTERM);
                   }),
@@ -92,7 +92,7 @@ TEST_F(ExecPipeFaults, IsNotHeldByADescendantThatReadsTheOutputItself)
 
 // --- A host that is stopped ---
 
-TEST_F(ExecPipeFaults, JudgesAToolThatEndedWhileTheHostWasStoppedByHowItEnded)
+TEST_F(ExecPipeFaults, GivesTheStatusOfAToolThatEndedWhileTheHostWasStopped)
 {
     EXPECT_TRUE(passesUnder({pollCall}, tests::stoppingTheHostFor(600ms), [] {
         Lines lines;
@@ -109,9 +109,9 @@ TEST_F(ExecPipeFaults, JudgesAToolThatEndedWhileTheHostWasStoppedByHowItEnded)
     }));
 }
 
-TEST_F(ExecPipeFaults, JudgesAToolWhoseEndIsNoticedAtTheLimitByHowItEnded)
+TEST_F(ExecPipeFaults, GivesTheStatusOfAToolWhoseEndIsNoticedAtTheLimit)
 {
-    // Somebody else holds the pipes, silently: the limit comes before the second of silence is over.
+    // Another process holds the pipes without writing: the limit comes before the second of silence is over.
     Lines lines;
     const CommandResult result = runCommand(probe + " print out@n in-grandchild sleep 2000", limitedTo(200ms), lines);
     EXPECT_EQ(result.result, 0) << result.failure.message;
@@ -155,7 +155,7 @@ void expectFailureOfKill(int errorNumber, int expected)
         const CommandResult result = runCommand(probe + " print lost sleep 2000", limits, lines);
         EXPECT_FALSE(result.hasRun);
         EXPECT_EQ(result.failure.errorNumber, expected);
-        EXPECT_THAT(result.failure.message, HasSubstr("left behind"));
+        EXPECT_THAT(result.failure.message, HasSubstr("abandoned"));
         EXPECT_THAT(lines, ElementsAre("earlier"));
     }));
 }
@@ -201,7 +201,7 @@ TEST_F(ExecPipeFaults, ReadsOnWhenThePipeCannotBeEnlarged)
     EXPECT_EQ(made, 1);
 }
 
-TEST_F(ExecPipeFaults, ReadsNothingMoreWhenTheKernelCannotSayWhatIsThere)
+TEST_F(ExecPipeFaults, StopsReadingWhenTheKernelCannotSayWhatThePipeHolds)
 {
     const auto judge = [](const SystemCall& call) {
         return call.isOfHost() && call.arguments[1] == FIONREAD ? fails(ENOTTY) : goesOn();
@@ -292,7 +292,7 @@ void expectFailureOfWaiting(int count, int errorNumber)
 
 }  // namespace
 
-TEST_F(ExecPipeFaults, LeavesNoChildWhenItsEndCannotBeAskedFor)
+TEST_F(ExecPipeFaults, LeavesNoChildWhenWaitingForItFails)
 {
     expectFailureOfWaiting(1, EINVAL);
     expectFailureOfWaiting(1, EPERM);

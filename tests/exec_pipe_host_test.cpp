@@ -185,7 +185,7 @@ public:
 
 }  // namespace
 
-TEST_P(ExecPipeInAHost, LeavesAToolBehindThatNothingEndsAndCollectsItLater)
+TEST_P(ExecPipeInAHost, AbandonsAToolThatSurvivesSigkillAndCollectsItLater)
 {
     const AdoptedOrphans orphans;
     kivclaim::host_internal::RunLimits limits = limitedTo(100ms);
@@ -196,7 +196,7 @@ TEST_P(ExecPipeInAHost, LeavesAToolBehindThatNothingEndsAndCollectsItLater)
         runCommand(probe + " sleep 60000", limits, lines,
                    {kivclaim::host_internal::realSystemCalls().processDescriptor, &reachNobody});
     EXPECT_FALSE(result.hasRun);
-    EXPECT_THAT(result.failure.message, HasSubstr("left behind"));
+    EXPECT_THAT(result.failure.message, HasSubstr("abandoned"));
     ASSERT_GT(unreachable, 0) << "no tool was started";
     ASSERT_EQ(::kill(unreachable, SIGKILL), 0);
     siginfo_t information;
@@ -313,7 +313,7 @@ TEST_F(ExecPipeHost, PassesOnAnEnvironmentOfManyPages)
     EXPECT_EQ(exec(probe + " environment").lines, expected);
 }
 
-TEST_F(ExecPipeHost, OutlivesAThreadThatChangesTheEnvironment)
+TEST_F(ExecPipeHost, WorksWhileAThreadChangesTheEnvironment)
 {
     std::atomic<bool> over{false};
     std::thread changer([&] {

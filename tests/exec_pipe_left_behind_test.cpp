@@ -44,7 +44,7 @@ RunLimits hopelessLimits()
 
 }  // namespace
 
-TEST_F(ExecPipe, LeavesAChildBehindThatNothingEndsAndCollectsItLater)
+TEST_F(ExecPipe, AbandonsAChildThatSurvivesSigkillAndCollectsItLater)
 {
     Lines lines{"earlier"};
     const CommandResult result = runCommand(probe + " print out@n complain stuck sleep 60000", hopelessLimits(), lines,
@@ -52,7 +52,7 @@ TEST_F(ExecPipe, LeavesAChildBehindThatNothingEndsAndCollectsItLater)
     EXPECT_FALSE(result.hasRun);
     EXPECT_EQ(result.failure.errorNumber, ETIMEDOUT);
     EXPECT_EQ(result.failure.waitStatus, -1);
-    EXPECT_THAT(result.failure.message, HasSubstr("left behind"));
+    EXPECT_THAT(result.failure.message, HasSubstr("abandoned"));
     EXPECT_THAT(lines, ElementsAre("earlier"));
 
     ASSERT_GT(unreachable, 0) << "no tool was started";
@@ -77,7 +77,7 @@ int reachNobodyAndUseUpTheDescriptors(pid_t process, int signal)
 
 }  // namespace
 
-TEST_F(ExecPipe, RemembersAChildLeftBehindAlsoWhenNoFileCanBeOpened)
+TEST_F(ExecPipe, RemembersAnAbandonedChildAlsoWhenNoFileCanBeOpened)
 {
     Lines lines;
     {
@@ -128,7 +128,7 @@ TEST_F(ExecPipe, SaysAtOnceThatAToolOfAnotherUserCannotBeEnded)
     EXPECT_EQ(::waitpid(unreachable, nullptr, 0), unreachable.load());
 }
 
-TEST_F(ExecPipe, ForgetsAChildLeftBehindThatTheProcessCollectsItself)
+TEST_F(ExecPipe, ForgetsAnAbandonedChildThatTheProcessCollectsItself)
 {
     Lines lines;
     runCommand(probe + " sleep 60000", hopelessLimits(), lines, {realSystemCalls().processDescriptor, &reachNobody});

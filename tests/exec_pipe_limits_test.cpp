@@ -108,7 +108,7 @@ TEST_P(ExecPipeLimits, UsesNoProcessorTimeWhileTheCommandSleeps)
     EXPECT_LT(processorTimeOfThread() - before, 100ms);
 }
 
-TEST_P(ExecPipeLimits, AsksTheChildToEndAtTheTimeLimit)
+TEST_P(ExecPipeLimits, SendsSigtermToTheChildAtTheTimeLimit)
 {
     const CommandResult result = run("print early@n complain slow sleep 60000", limitedTo(300ms));
     EXPECT_TRUE(result.hasRun);
@@ -119,7 +119,7 @@ TEST_P(ExecPipeLimits, AsksTheChildToEndAtTheTimeLimit)
     EXPECT_THAT(lines, ElementsAre("early"));
 }
 
-TEST_P(ExecPipeLimits, KillsAChildThatIgnoresBeingAsked)
+TEST_P(ExecPipeLimits, KillsAChildThatIgnoresSigterm)
 {
     const CommandResult result = run("ignore 15 print early@n sleep 60000", limitedTo(300ms));
     EXPECT_EQ(result.result, 128 + SIGKILL);
@@ -127,7 +127,7 @@ TEST_P(ExecPipeLimits, KillsAChildThatIgnoresBeingAsked)
     EXPECT_THAT(lines, ElementsAre("early"));
 }
 
-TEST_P(ExecPipeLimits, TakesNoTimedOutCommandForASuccess)
+TEST_P(ExecPipeLimits, NeverTreatsATimedOutCommandAsASuccess)
 {
     const CommandResult result = run("exit-on-term print early@n sleep 60000", limitedTo(300ms));
     EXPECT_EQ(result.result, 128 + SIGTERM);
@@ -164,7 +164,7 @@ namespace {
 
 std::string readyMark;
 
-// Asks only when somebody of the group has said that it is ready.
+// Sends the signal only after a process of the group has reported that it is ready.
 int signalWhenReady(pid_t process, int signal)
 {
     while (std::ifstream(readyMark).peek() == EOF) {
@@ -241,7 +241,7 @@ TEST_P(ExecPipeLimits, DropsAnOutputOverTheCapAndEndsTheWriter)
     EXPECT_THAT(lines, ElementsAre("earlier")) << "half an output must not pass for a whole one";
 }
 
-TEST_P(ExecPipeLimits, KillsAWriterOverTheCapThatIgnoresBeingAsked)
+TEST_P(ExecPipeLimits, KillsAWriterOverTheCapThatIgnoresSigterm)
 {
     RunLimits limits = quickLimits();
     limits.outputBytes = 1000;
@@ -296,7 +296,7 @@ TEST_P(ExecPipeLimits, WorksWhileSignalsInterruptIt)
     EXPECT_GT(tests::SignalStorm::signals(), 100);
 }
 
-TEST_F(ExecPipe, GivesTheMemoryOfADroppedOutputBack)
+TEST_F(ExecPipe, FreesTheMemoryOfADroppedOutput)
 {
     RunLimits limits = quickLimits();
     limits.outputLines = 100000;

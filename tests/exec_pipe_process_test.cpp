@@ -31,7 +31,7 @@ TEST_F(ExecPipe, HonoursTheLimitOfTheCallInSeconds)
     EXPECT_EQ(outcome.failure.waitStatus, SIGTERM);
 }
 
-TEST_F(ExecPipe, TakesAnImmenseLimitForNone)
+TEST_F(ExecPipe, TreatsAnImmenseLimitAsNone)
 {
     EXPECT_EQ(exec(probe + " exit 0", ULONG_MAX).result, 0);
     EXPECT_EQ(exec(probe + " exit 0", 1000000000).result, 0);

@@ -62,14 +62,14 @@ TEST_F(ExecPipe, SplitsTheCommandAtRunsOfBlanks)
                 ElementsAre("<one>", "<two>", "<three>"));
 }
 
-TEST_F(ExecPipe, PassesWhatAShellWouldTakeForItselfAsPlainBytes)
+TEST_F(ExecPipe, PassesShellMetacharactersAsPlainBytes)
 {
     EXPECT_THAT(exec(probe + " arguments ; $(id) `id` 'a \"b c\" * ? ~ && || | > < # \\ $HOME {a,b} !! \xff").lines,
                 ElementsAre("<;>", "<$(id)>", "<`id`>", "<'a>", "<\"b>", "<c\">", "<*>", "<?>", "<~>", "<&&>", "<||>",
                             "<|>", "<>>", "<<>", "<#>", "<\\>", "<$HOME>", "<{a,b}>", "<!!>", "<\xff>"));
 }
 
-TEST_F(ExecPipe, TakesALineFeedForAPlainByteOfAWord)
+TEST_F(ExecPipe, TreatsALineFeedAsAPlainByteOfAWord)
 {
     EXPECT_THAT(exec(probe + " arguments a\nb").lines, ElementsAre("<a", "b>"));
 }

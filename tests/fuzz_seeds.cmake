@@ -1,4 +1,4 @@
-# What the fuzzers start from, on every architecture and without a fuzzer.
+# Runs the fuzzers' seeds on every architecture, without a fuzzer.
 set(fuzz ${PROJECT_SOURCE_DIR}/fuzz)
 
 # kivclaim_seed_test(name LIBRARIES target...) feeds each file of fuzz/seeds/name to name_fuzz.cpp once.

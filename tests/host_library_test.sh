@@ -33,7 +33,7 @@ grep -qF "[$(basename "$host_library")]" <<<"$needed" || fail "the host library 
 
 LD_LIBRARY_PATH="$work/build/claim" "$scenarios" --gtest_filter='*OnSecondHost' --gtest_brief=1
 
-# Who builds against the installation learns of the host library, and links it.
+# A program that is built against the installation finds the host library, and links it.
 installed=$work/installed
 cmake --install "$work/build" --prefix "$installed" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
 cat >"$work/asks.cpp" <<'TEXT'

@@ -7,14 +7,14 @@ add_dependencies(process seen_paths)
 
 kivclaim_test(trace_log_test SOURCES trace_log_test.cpp LIBRARIES kivclaim::ztfi_pdk process)
 
-# kivclaim_test_program(name) builds a tool that the tests run. Uninstrumented: the tests judge the runner, and a
-# sanitizer's own descriptors and signal handlers would stand in the way.
+# kivclaim_test_program(name) builds a tool that the tests run. Without sanitizers: the tests check the runner, and a
+# sanitizer's descriptors and signal handlers would disturb that.
 function(kivclaim_test_program name)
     add_executable(${name} programs/${name}.cpp)
     kivclaim_uninstrumented(${name})
 endfunction()
 
-# kivclaim_runner_test(name) builds a test of the command runner, with its inner parts and the tools it runs.
+# kivclaim_runner_test(name) builds a test of the command runner, with its private headers and the tools that it runs.
 function(kivclaim_runner_test name)
     kivclaim_test(${name} SOURCES ${name}.cpp LIBRARIES ztfi_command_runner kivclaim::ztfi_pdk
                   DEFINITIONS KIVCLAIM_COMMAND_PROBE="$<TARGET_FILE:command_probe>"
@@ -38,7 +38,7 @@ foreach(subject IN ITEMS "" _failures _left_behind _limits _process)
 endforeach()
 kivclaim_runner_test(exec_pipe_trace_test)
 if(NOT KIVCLAIM_SANITIZERS MATCHES thread)
-    # Brings allocation operators of its own, as does the thread sanitizer; it has a single thread anyway.
+    # It replaces the allocation operators, as the thread sanitizer does, and has only one thread.
     kivclaim_runner_test(exec_pipe_memory_test)
 endif()
 kivclaim_runner_test(exec_pipe_faults_test)

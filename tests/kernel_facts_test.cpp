@@ -43,7 +43,7 @@ protected:
 
 }  // namespace
 
-TEST_F(KernelFactsTest, MultipathMapIsTold)
+TEST_F(KernelFactsTest, MultipathMapIsRecognised)
 {
     const KernelFacts map = ask("/dev/mapper/mpatha");
     EXPECT_EQ(map.path(), "/dev/mapper/mpatha");
@@ -76,7 +76,7 @@ TEST_F(KernelFactsTest, PathOfAMapAndItsPartitionNameTheMap)
     EXPECT_EQ(ask("/dev/sda1").description(), "partition 1 of /dev/sda, path of /dev/mapper/mpatha");
 }
 
-TEST_F(KernelFactsTest, LoneDiskIsNativeByAnyOfItsNames)
+TEST_F(KernelFactsTest, DiskWithoutAMapIsNativeByAnyOfItsNames)
 {
     const KernelFacts disk = ask("/dev/disk/by-id/wwn-0x1");
     EXPECT_EQ(disk.device(), KernelDevice::disk);
@@ -86,7 +86,7 @@ TEST_F(KernelFactsTest, LoneDiskIsNativeByAnyOfItsNames)
     EXPECT_EQ(ask("/dev/sdc2").stack(), "native");
 }
 
-TEST_F(KernelFactsTest, OtherDevicesHaveTheirWords)
+TEST_F(KernelFactsTest, OtherDevicesHaveTheirDescriptions)
 {
     EXPECT_EQ(ask("/dev/mapper/ubuntu--vg-ubuntu--lv").description(), "logical volume");
     EXPECT_EQ(ask("/dev/mapper/luks").description(), "other mapping");

@@ -43,7 +43,7 @@ protected:
         folder = std::make_unique<tests::TemporaryFolder>();
         return directory.emplace(folder->path());
     }
-    // What the kernel of that machine says of the device behind `path`.
+    // What the kernel of that machine says about the device at `path`.
     void ask(const std::string& path)
     {
         machine.emplace(Machine::read(Root::recorded(folder->path()), KernelTruth::facts));
@@ -121,7 +121,7 @@ extern "C" int uname(utsname* system)
     return 0;
 }
 
-TEST_F(KnownQuirks, ADiskOfAnotherKindThatIsClaimedAsNativeIsNone)
+TEST_F(KnownQuirks, ADiskOfAnotherKindThatIsClaimedAsNativeIsNoKnownQuirk)
 {
     newMachine().virtualDisk("xvda").virtualDisk("sd0").link("/srv/dev/sda", "/dev/xvda");
     ask("/dev/xvda");
@@ -133,7 +133,7 @@ TEST_F(KnownQuirks, ADiskOfAnotherKindThatIsClaimedAsNativeIsNone)
     EXPECT_EQ(quirkOf(Question::claim), "prefix-anywhere");
 }
 
-TEST_F(KnownQuirks, ANameWithoutADeviceThatIsNotClaimedByItsNameIsNone)
+TEST_F(KnownQuirks, ANameWithoutADeviceThatIsNotClaimedByItsNameIsNoKnownQuirk)
 {
     newMachine();
     ask("/dev/nothing");
@@ -143,7 +143,7 @@ TEST_F(KnownQuirks, ANameWithoutADeviceThatIsNotClaimedByItsNameIsNone)
     EXPECT_EQ(quirkOf(Question::claim), "name-decides");
 }
 
-TEST_F(KnownQuirks, ALinkThatIsNotClaimedThoughItsNameWouldDecideIsNone)
+TEST_F(KnownQuirks, ALinkThatIsNotClaimedThoughItsNameWouldDecideIsNoKnownQuirk)
 {
     newMachine().mapping("dm-0", "mpatha", "mpath-36001", {}).link("/dev/mapper/link", "mpatha");
     ask("/dev/mapper/link");
@@ -153,7 +153,7 @@ TEST_F(KnownQuirks, ALinkThatIsNotClaimedThoughItsNameWouldDecideIsNone)
     EXPECT_EQ(quirkOf(Question::claim), "name-decides");
 }
 
-TEST_F(KnownQuirks, AClaimAtAnotherLevelIsNone)
+TEST_F(KnownQuirks, AClaimAtAnotherLevelIsNoKnownQuirk)
 {
     newMachine().scsiDisk("sda", "0:0:0:0").multipathMap("dm-0", "mpatha", "36001", {"sda"});
     ask("/dev/sda");
@@ -163,7 +163,7 @@ TEST_F(KnownQuirks, AClaimAtAnotherLevelIsNone)
     EXPECT_EQ(quirkOf(Question::claim), "path-of-a-map");
 }
 
-TEST_F(KnownQuirks, AVolumeThatIsClaimedThoughTheLibraryHasListedItIsNone)
+TEST_F(KnownQuirks, AVolumeThatIsClaimedThoughTheLibraryHasListedItIsNoKnownQuirk)
 {
     newMachine().volume("dm-0", "vg00-lvol1", {});
     ask("/dev/mapper/vg00-lvol1");
@@ -173,7 +173,7 @@ TEST_F(KnownQuirks, AVolumeThatIsClaimedThoughTheLibraryHasListedItIsNone)
     EXPECT_EQ(quirkOf(Question::claim, failed, lvol1), "failed-listing");
 }
 
-TEST_F(KnownQuirks, AMapThatIsRefusedThoughNoVolumeIsListedByItsNameIsNone)
+TEST_F(KnownQuirks, AMapThatIsRefusedThoughNoVolumeIsListedByItsNameIsNoKnownQuirk)
 {
     kernelHasMap("vg00-lvol1");
     device.library.stack = "none";
@@ -183,7 +183,7 @@ TEST_F(KnownQuirks, AMapThatIsRefusedThoughNoVolumeIsListedByItsNameIsNone)
     EXPECT_EQ(quirkOf(Question::claim, lvol1, lvol1), "dashed-volume");
 }
 
-TEST_F(KnownQuirks, AOneDigitPartitionThatIsNotRecognisedIsNone)
+TEST_F(KnownQuirks, AOneDigitPartitionThatIsNotRecognisedIsNoKnownQuirk)
 {
     kernelHasPartition("mpatha-part1", 1, "mpatha");
     libraryClaims("device-mapper", 16);
@@ -196,7 +196,7 @@ TEST_F(KnownQuirks, AOneDigitPartitionThatIsNotRecognisedIsNone)
     EXPECT_EQ(quirkOf(Question::isPartition), "missing-neighbour");
 }
 
-TEST_F(KnownQuirks, AMapThatIsTakenForAPartitionWithoutTheNameOfOneIsNone)
+TEST_F(KnownQuirks, AMapThatIsTakenForAPartitionWithoutTheNameOfOneIsNoKnownQuirk)
 {
     kernelHasMap("mpath7");
     libraryTakesApart("/dev/mapp", 7);
@@ -206,7 +206,7 @@ TEST_F(KnownQuirks, AMapThatIsTakenForAPartitionWithoutTheNameOfOneIsNone)
     EXPECT_EQ(quirkOf(Question::isPartition), "partition-like-name");
 }
 
-TEST_F(KnownQuirks, APartitionThatIsTakenApartInAnotherWayIsNone)
+TEST_F(KnownQuirks, APartitionThatIsTakenApartInAnotherWayIsNoKnownQuirk)
 {
     kernelHasPartition("a-part3", 3, "mpatha");
     libraryTakesApart("/dev/mapper/", 3);
@@ -220,7 +220,7 @@ TEST_F(KnownQuirks, APartitionThatIsTakenApartInAnotherWayIsNone)
     EXPECT_EQ(quirkOf(Question::whole), "");
 }
 
-TEST_F(KnownQuirks, ANativePartitionThatIsNotTakenApartIsNone)
+TEST_F(KnownQuirks, ANativePartitionThatIsNotTakenApartIsNoKnownQuirk)
 {
     newMachine().scsiDisk("sda", "0:0:0:0").partition("sda", 1);
     ask("/dev/sda1");
@@ -230,7 +230,7 @@ TEST_F(KnownQuirks, ANativePartitionThatIsNotTakenApartIsNone)
     EXPECT_EQ(quirkOf(Question::whole), "");
 }
 
-TEST_F(KnownQuirks, APartitionPathThatTheReleaseDoesNotDecideOnIsNone)
+TEST_F(KnownQuirks, APartitionPathThatTheReleaseDoesNotDecideOnIsNoKnownQuirk)
 {
     kernelHasPartitionOne("mpatha");
     libraryClaims("device-mapper", 16);
@@ -245,7 +245,7 @@ TEST_F(KnownQuirks, APartitionPathThatTheReleaseDoesNotDecideOnIsNone)
     EXPECT_EQ(quirkOfPartition("/dev/mapper/mpatha-part1"), "release-decides");
 }
 
-TEST_F(KnownQuirks, OnAnUnknownReleaseThePathItselfStandsForAPartition)
+TEST_F(KnownQuirks, OnAnUnknownReleaseThePathItselfIsTakenForThePartition)
 {
     kernelHasPartitionOne("mpatha");
     libraryClaims("device-mapper", 16);
@@ -268,7 +268,7 @@ TEST_F(KnownQuirks, OnAnUnknownReleaseAPartitionNamedPartIsNotTakenApart)
     EXPECT_EQ(quirkOf(Question::whole), "");
 }
 
-// As for somebody who may not open the nodes of devices. Nobody can open a socket.
+// As for a user that may not open the nodes of devices: no user can open a socket.
 TEST_F(KnownQuirks, ANeighbourCountsWhenItCanBeOpened)
 {
     const tests::TemporaryFolder folder;

@@ -90,7 +90,7 @@ TEST_F(List, ShowsABackslashInANameAsItIs)
         << "raw columns are words: blanks and backslashes are encoded in them, as lsblk does";
 }
 
-TEST_F(List, TakesItsOptionsWithoutItsNameAsWell)
+TEST_F(List, AcceptsItsOptionsWithoutItsName)
 {
     disk("xvda");
     EXPECT_EQ(list({"--all", "--noheadings", "-o", "DEVICE"}).output, "/dev/xvda\n");

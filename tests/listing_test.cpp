@@ -193,7 +193,7 @@ TEST_F(Listing, JsonHasTheKeysAndTypesOfLsblk)
     EXPECT_EQ(output({"--all", "--json", "-b", "-o", "SIZE"}), lsblk({"-b", "-o", "SIZE"}));
 }
 
-TEST_F(Listing, ShowsTheColumnsThatAreAddedBehindTheDefaultOnes)
+TEST_F(Listing, ShowsTheColumnsThatAreAddedAfterTheDefaultOnes)
 {
     addSmallMachine();
     EXPECT_EQ(output({"-o", "+HCTL,MAP", "-S", "native"}),
@@ -294,7 +294,7 @@ TEST_F(Listing, ShowsUnderEachDeviceWhatItIsMadeOf)
               "/dev/sdc\n");
 }
 
-TEST_F(Listing, ADeviceThatIsNotShownGivesItsPlaceToThoseOnIt)
+TEST_F(Listing, DevicesOnADeviceThatIsNotShownTakeItsPlace)
 {
     machine.virtualDisk("xvda").mapping("dm-0", "inner", "", {"xvda"}).virtualDisk("md0").stack("dm-0", "md0");
     machine.mapping("dm-1", "outer", "", {"md0"});
@@ -408,7 +408,7 @@ TEST_F(Listing, ACircleIsShownWholeAndMarked)
               "└─/dev/mapper/two any-mapping,circle\n");
 }
 
-TEST_F(Listing, ATallStackAndOneOfManyWaysAreShownInFiniteTime)
+TEST_F(Listing, ADeepStackAndOneWithManyPathsAreShownInFiniteTime)
 {
     machine.virtualDisk("xvda").virtualDisk("xvdb");
     std::vector<std::string> below = {"xvda", "xvdb"};

@@ -1,4 +1,4 @@
-// The list of LVM logical volumes behind the device-mapper module.
+// The list of LVM logical volumes of the device-mapper module.
 #include "framework/cfistringtool.h"
 #include "modules/kiv_linux_device_mapper_claim.h"
 #include "tests/recording_host.h"
@@ -137,7 +137,7 @@ TEST_F(LvList, AnswersWhetherAPathIsALogicalVolume)
               "CKivDeviceMapperClaim::isLinuxLogicalVolume: Checking for device:[/dev/mapper/mpatha]");
 }
 
-TEST_F(LvList, ComparesPathsToTheLetter)
+TEST_F(LvList, ComparesPathsExactly)
 {
     host.prints(listing, oldForm);
     EXPECT_EQ(module.isLinuxLogicalVolume("/dev/mapper/vg00-lvol1"), 1);
@@ -206,7 +206,7 @@ TEST_F(LvList, TheNameBeginsAfterTheLastSlash)
               lines({"/dev/mapper/vg-a b", "/dev/mapper/vg-"}));
 }
 
-TEST_F(LvList, TheGroupMayStandInTheVolumesOwnLine)
+TEST_F(LvList, TheGroupMayBeInTheVolumesOwnLine)
 {
     EXPECT_EQ(added(lines({"VG Name g LV Name v", "VG Name other"})), lines({"/dev/mapper/g LV Name v-v"}));
 }
@@ -217,9 +217,9 @@ TEST_F(LvList, LinesBetweenVolumeAndGroupDoNotMatter)
         << "a second volume before the group is passed over";
 }
 
-TEST_F(LvList, WithoutAGroupLineItComesFromTheVolumesLine)
+TEST_F(LvList, WithoutAGroupLineTheGroupComesFromTheVolumesLine)
 {
-    // The search leaves the index alone, and the text behind "nothing found" plus seven begins at the sixth character.
+    // The search leaves the index as it was, and npos plus seven is the sixth character.
     EXPECT_EQ(added(lines({"  LV Name                lvol1"})), lines({"/dev/mapper/ame                lvol1-lvol1"}));
     EXPECT_EQ(added(lines({"LV Name /dev/v/a", "VG Name v", "LV Name /dev/v/b"})),
               lines({"/dev/mapper/v-a", "/dev/mapper/e /dev/v/b-b"}));
@@ -402,7 +402,7 @@ TEST_F(LvList, AHitThatPointsAfterTheLastLineIsAnException)
     }
 }
 
-TEST_F(LvList, AMissThatTurnsTheIndexBackReadsNoLineAgain)
+TEST_F(LvList, AMissThatMovesTheIndexBackwardsReadsNoLineAgain)
 {
     host.indexAfterMiss = 0;
     EXPECT_EQ(added(lines({"a long enough line", "LV Name a", "LV Name b"})),

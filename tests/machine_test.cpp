@@ -82,7 +82,7 @@ std::vector<std::string> texts(const List<std::string_view>& list)
 
 }  // namespace
 
-TEST_F(MachineTest, DevicesComeInTheOrderInWhichPeopleCount)
+TEST_F(MachineTest, DevicesAreInNaturalOrder)
 {
     directory.virtualDisk("loop10").virtualDisk("loop9").scsiDisk("sda", "0:0:0:0");
     directory.partition("sda", 10).partition("sda", 9);

@@ -52,7 +52,7 @@ std::vector<std::string> formatTexts(const std::string& source, std::size_t plac
     return texts;
 }
 
-// The class and the operation whose definition stands last before `place`.
+// The class and the operation of the last definition before `place`.
 std::pair<std::string, std::string> definitionBefore(const std::string& source, std::size_t place)
 {
     static const std::regex definition(R"(\n[A-Za-z][^\n;=]*?\b(\w+)::(\w+)\()");
@@ -103,9 +103,9 @@ void addMessagesOf(const std::string& path, Messages& messages, const std::strin
 Messages messagesOfSources()
 {
     Messages messages;
-    for (const char* const room : {"framework", "claim", "modules", "host", "host/runner"}) {
-        for (const auto& file : std::filesystem::directory_iterator(std::string(KIVCLAIM_SOURCE) + "/" + room)) {
-            const std::string path = std::string(room) + "/" + file.path().filename().string();
+    for (const char* const directory : {"framework", "claim", "modules", "host", "host/runner"}) {
+        for (const auto& file : std::filesystem::directory_iterator(std::string(KIVCLAIM_SOURCE) + "/" + directory)) {
+            const std::string path = std::string(directory) + "/" + file.path().filename().string();
             const std::string kind = file.path().extension();
             if (path == "framework/cfitracelog.h") {
                 addMessagesOf(path, messages, "CFiTraceLogFunction", "all");

@@ -1,4 +1,4 @@
-// A machine with other block devices than this one: umockdev plays its sysfs and its nodes.
+// A machine with mock block devices: umockdev provides its sysfs and its nodes.
 #ifndef KIVCLAIM_TESTS_MOCK_MACHINE_H
 #define KIVCLAIM_TESTS_MOCK_MACHINE_H
 
@@ -22,7 +22,7 @@ public:
     // The same, with its node under its kernel name only.
     MockMachine& mappedWithoutName(const std::string& kernelName, const std::string& name, const std::string& uuid);
 
-    // Another node, under /dev, for a device that is there already.
+    // Another node, under /dev, for an existing device.
     MockMachine& node(const std::string& name, const std::string& kernelName);
 
     // A process that runs `program` on this machine.

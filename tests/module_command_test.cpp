@@ -249,7 +249,7 @@ TEST(CommandModule, RefusesAModuleOfAnotherContract)
               "headers, with the options that they ask for\n");
 }
 
-TEST(CommandModule, RefusesAModuleThatWasCompiledOtherwise)
+TEST(CommandModule, RefusesAModuleThatWasCompiledWithOtherOptions)
 {
     constexpr char remedy[] = "; build it against this release's headers, with the options that they ask for\n";
     EXPECT_EQ(refusal(MODULES "no_rtti.so"),
@@ -263,7 +263,7 @@ TEST(CommandModule, RefusesAModuleThatDoesNotTellItsContractAndLeavesItAlone)
     EXPECT_THAT(refusal(wrongModule, "contract-forgotten"), StartsWith("it was built against contract 0, "));
 }
 
-TEST(CommandModule, RefusesAModuleThatNeedsASymbolNobodyHas)
+TEST(CommandModule, RefusesAModuleThatNeedsAnUndefinedSymbol)
 {
     EXPECT_THAT(refusal(MODULES "old_strings.so"),
                 AllOf(StartsWith("undefined symbol: _ZN19CKivDeviceClaimBase"), EndsWith(giveAModule)));
@@ -304,12 +304,12 @@ TEST(CommandModule, IsNothingForTheActivePath)
     EXPECT_EQ(ended.status, 2);
 }
 
-TEST(CommandModule, StandsInTheHelp)
+TEST(CommandModule, IsInTheHelp)
 {
     EXPECT_THAT(Process(KIVCLAIM_COMMAND, {"--help"}).run().output, ContainsRegex("\n +--module FILE "));
 }
 
-TEST(ExampleHost, AsksAModuleOfItsUsers)
+TEST(ExampleHost, AsksAModuleThatItsUserNames)
 {
     const Ended ended = Process(EXAMPLE_HOST, {"--module", NVME_MODULE, "/dev/nvme0n1p12", "/dev/nvme0"}).run();
     EXPECT_EQ(ended.output, "/dev/nvme0n1 12\n/dev/nvme0: not claimed\n");

@@ -1,4 +1,4 @@
-# Claim modules in files of their own: the example, one that claims too much, and wrong ones.
+# Claim modules in their own files: the example, one that claims too much, and wrong ones.
 function(kivclaim_test_module name source)
     add_library(${name} MODULE ${source})
     set_target_properties(${name} PROPERTIES
@@ -11,16 +11,16 @@ kivclaim_test_module(claims_too_much modules/claims_too_much.cpp)
 kivclaim_test_module(wrong_module modules/wrong_module.cpp)
 kivclaim_test_module(no_entry modules/no_entry.cpp)
 kivclaim_test_module(needs_nobodys_function modules/needs_nobodys_function.cpp)
-# Bound at the first call, unless whoever loads it asks for everything at once.
+# Its symbols are bound at the first call, unless the program that loads it asks for all at once.
 target_link_options(needs_nobodys_function PRIVATE -Wl,-z,lazy)
 set_target_properties(needs_nobodys_function PROPERTIES CXX_VISIBILITY_PRESET default)
 
-# The example, compiled otherwise than the library.
+# The example, compiled with other options than the library.
 kivclaim_test_module(no_rtti ${nvme_claim})
 target_compile_options(no_rtti PRIVATE -fno-rtti)
 kivclaim_test_module(debug_mode ${nvme_claim})
 target_compile_definitions(debug_mode PRIVATE _GLIBCXX_DEBUG)
-# With the C++ library's other string type, past the header that refuses it.
+# With the C++ library's old string type, bypassing the header that refuses it.
 kivclaim_test_module(old_strings ${nvme_claim})
 target_compile_definitions(old_strings PRIVATE _GLIBCXX_USE_CXX11_ABI=0 KIVCLAIM_FRAMEWORK_ZTFI_REQUIREMENTS_H)
 

@@ -22,7 +22,7 @@ constexpr char removeNode[] = "/usr/sbin/ztdisk   rm kiv0_1";
 class NativePath : public testing::Test {
 protected:
     void SetUp() override { module.registerTraceLog(host.log()); }
-    // Whatever happened, nobody but the host and the module holds the log.
+    // Whatever happened, only the host and the module hold the log.
     void TearDown() override { EXPECT_EQ(host.logCount(), 2U); }
 
     Host host;
@@ -91,7 +91,7 @@ TEST_F(NativePath, APathThatIsNoLongerThanTheClaimStringIsNotClaimed)
     EXPECT_EQ(module.claim(""), 0U);
 }
 
-TEST_F(NativePath, ClaimsNothingElse)
+TEST_F(NativePath, ClaimsNoOtherPath)
 {
     for (const char* const path : {"/dev/emcpowera", "sda", "/dev/mapper/sda", "/dev/hda1", "/DEV/SDA"}) {
         EXPECT_EQ(module.claim(path), 0U) << path;
@@ -120,7 +120,7 @@ TEST_F(NativePath, APartitionIsAnyPathOfThreeCharactersOrMoreThatEndsInADigit)
     }
 }
 
-TEST_F(NativePath, WhatIsTooShortOrEndsInNoDigitIsNoPartitionAndNothingIsRecorded)
+TEST_F(NativePath, APathThatIsTooShortOrEndsInNoDigitIsNoPartitionAndNothingIsRecorded)
 {
     for (const char* const path : {"/dev/sdc", "/dev/sd", "a1", "12", "1", "", "/dev/sdc:", "/dev/sdc/", "/dev/sdc1x",
                                    "/dev/sdc\xB2", "/dev/sdc1 "}) {
@@ -342,7 +342,7 @@ TEST_F(NativePathUnderTheVolumeManager, TheWaitedLookupGoesFromTheDiskToItsNodeA
               }));
 }
 
-TEST_F(NativePathUnderTheVolumeManager, TheOtherLookupHasTheNodeForgottenAndFoundAnew)
+TEST_F(NativePathUnderTheVolumeManager, TheRefreshedLookupRemovesTheNodeAndFindsItAgain)
 {
     host.prints(nodeOfSdc, nodeTable).times(2);
     host.prints(removeNode, {});
@@ -413,7 +413,7 @@ TEST_F(NativePathUnderTheVolumeManager, AFailedReverseLookupGivesThePathBack)
     EXPECT_EQ(host.effectsInside().back(), "2 Unable to get enabled disk path for kiv node 'kiv0_1'");
 }
 
-TEST_F(NativePathUnderTheVolumeManager, AnEmptyReverseAnswerGivesThePathBackAndNothingIsSaidAboutIt)
+TEST_F(NativePathUnderTheVolumeManager, AnEmptyReverseAnswerGivesThePathBackWithoutARecord)
 {
     host.prints(nodeOfSdc, nodeTable);
     host.prints(pathsOfNode, lines({"nothing", "here"}));
@@ -421,7 +421,7 @@ TEST_F(NativePathUnderTheVolumeManager, AnEmptyReverseAnswerGivesThePathBackAndN
     EXPECT_EQ(host.effectsInside().back(), "6 ExecuteCommand passed with output 'nothinghere'");
 }
 
-TEST_F(NativePathUnderTheVolumeManager, AnEmptyNodeIsLookedUpAllTheSame)
+TEST_F(NativePathUnderTheVolumeManager, AnEmptyNodeIsStillLookedUp)
 {
     constexpr char pathsOfNothing[] = "/usr/sbin/ztkivadm   getsubpaths  kivnodename=";
     host.prints(nodeOfSdc, lines({"NAME", "===="}));
@@ -487,7 +487,7 @@ TEST_F(NativePathUnderTheVolumeManager, TheSupportObjectReleasesTheLogAfterTheLo
     EXPECT_EQ(counts[0], "3") << "host, module, scope";
     EXPECT_EQ(counts[1], "5") << "the support object and its scope more";
     EXPECT_EQ(counts[counts.size() - 2], "4") << "the active path is traced while the support object lives";
-    EXPECT_EQ(counts.back(), "3") << "the exit is recorded behind its end";
+    EXPECT_EQ(counts.back(), "3") << "the exit is recorded after its end";
 }
 
 TEST_F(NativePathUnderTheVolumeManager, ARunnersExceptionIsAFailedLookup)

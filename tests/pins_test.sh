@@ -9,7 +9,7 @@ existing=$({
 } | sort -u)
 named=$({
     grep -ohE "\`[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+\`" docs/*.md SECURITY.md | tr -d "\`"
-    # A comment may go on in the next line behind "Pinned by".
+    # A comment may continue in the next line after "Pinned by".
     cat claim/*.cpp claim/*.h modules/*.cpp modules/*.h framework/*.h host/*.cpp host/*.h host/runner/*.cpp host/runner/*.h |
         sed -E 's#^ *// ?##' | tr '\n' ' ' | grep -oE 'Pinned by +[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+' | sed -E 's/Pinned by +//'
 } | sort -u)

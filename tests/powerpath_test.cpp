@@ -45,7 +45,7 @@ TEST_F(PowerPath, ClaimsAPathThatContainsItsStringAnywhere)
     }
 }
 
-TEST_F(PowerPath, ClaimsNothingElseAndSaysNothing)
+TEST_F(PowerPath, ClaimsNoOtherPathAndRecordsNothing)
 {
     for (const char* const path : {"/dev/sda", "emcpowera", "/dev/mapper/emcpowera", "/dev/emcpowe", ""}) {
         EXPECT_EQ(module.claim(path), 0U) << path;
@@ -69,7 +69,7 @@ TEST_F(PowerPath, APartitionIsAPathThatEndsInADigit)
     EXPECT_EQ(module.isPartition("/dev/emcpowera9"), 1);
     EXPECT_EQ(module.isPartition("/dev/emcpower"), 0);
     EXPECT_EQ(module.isPartition("emcpowera1"), 0);
-    EXPECT_EQ(module.isPartition("/dev/emcpowera:"), 0) << "the character behind '9'";
+    EXPECT_EQ(module.isPartition("/dev/emcpowera:"), 0) << "the character after '9'";
     EXPECT_EQ(module.isPartition("/dev/emcpowera/"), 0) << "the character before '0'";
     EXPECT_EQ(module.isPartition(""), 0);
     EXPECT_EQ(host.effectsInside(), lines({}));
@@ -107,7 +107,7 @@ TEST_F(PowerPath, TakesTheTrailingDigitsAway)
     EXPECT_EQ(partition, 7U);
 }
 
-TEST_F(PowerPath, AWholeDeviceHasPartitionZeroAndTheRecordIsWrittenAllTheSame)
+TEST_F(PowerPath, AWholeDeviceHasPartitionZeroAndTheRecordIsStillWritten)
 {
     unsigned int partition = 77;
     EXPECT_EQ(module.removePartitionSuffix("/dev/emcpowerb", partition), "/dev/emcpowerb");

@@ -37,7 +37,7 @@ TEST(PrintableText, WritesControlCharactersAbove127InHexadecimal)
     EXPECT_EQ(printableText("\xc2\xa0"), "\xc2\xa0");
 }
 
-TEST(PrintableText, WritesCharactersThatTurnTheTextAroundInHexadecimal)
+TEST(PrintableText, WritesCharactersThatChangeTheDirectionOfTextInHexadecimal)
 {
     EXPECT_EQ(printableText("a\xe2\x80\xae|\xe2\x81\xa6|\xe2\x80\x8f|"),
               "a\\xe2\\x80\\xae|\\xe2\\x81\\xa6|\\xe2\\x80\\x8f|");

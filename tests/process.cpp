@@ -212,7 +212,7 @@ long Process::peakKilobytes() const
     return std::atol(kilobytes.c_str());
 }
 
-// Feeds the input and collects both outputs at once, so that neither side waits for the other for ever.
+// Feeds the input and collects both outputs at the same time, so that the two sides cannot deadlock.
 void Process::drain(Ended& ended)
 {
     std::signal(SIGPIPE, SIG_IGN);

@@ -1,4 +1,4 @@
-// Runs a program as a process and looks at what it does.
+// Runs a program as a process and collects its output and status.
 #ifndef KIVCLAIM_TESTS_PROCESS_H
 #define KIVCLAIM_TESTS_PROCESS_H
 
@@ -25,13 +25,13 @@ public:
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
-    // What to run with; before start().
+    // How to run it; call these before start().
     Process& reads(std::string text);
     Process& readsFile(const std::string& path);
     Process& writesFile(const std::string& path);
     Process& environment(const std::string& name, const std::string& value);
-    // The process, and what it starts, sees `folder` in the place of `path`; nobody else does. It takes no rights:
-    // tests/seen_paths is preloaded.
+    // The process, and the programs that it starts, see `folder` at `path`; other processes do not. It needs no
+    // privileges: tests/seen_paths is preloaded.
     Process& sees(const std::string& folder, const std::string& path);
 
     // Runs it to its end.
@@ -42,11 +42,11 @@ public:
     void write(const std::string& text) const;
     void writeIgnoringClosedPipe(const std::string& text) const;
     std::string readLine();
-    // Waits until `text` stands on standard error.
+    // Waits until standard error contains `text`.
     void awaitError(const std::string& text);
     void closeOutput();
     void signal(int number) const;
-    // The most memory that the running process has had so far.
+    // The running process's peak memory so far.
     long peakKilobytes() const;
     Ended finish();
     pid_t pid() const { return child; }
@@ -69,7 +69,7 @@ private:
     std::string pendingErrors;
 };
 
-// A folder of its own, gone with the object.
+// A temporary directory, removed with the object.
 class TemporaryFolder {
 public:
     TemporaryFolder();
@@ -77,7 +77,7 @@ public:
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
     const std::string& path() const { return folder; }
-    // Puts a shell script there, for a Process that sees this folder.
+    // Puts a shell script there, for a Process that sees this directory.
     void addScript(const std::string& name, const std::string& body) const;
     void addFile(const std::string& name, const std::string& content) const;
     std::string contentOf(const std::string& name) const;

@@ -1,4 +1,4 @@
-// What the kernel says of a process, for tests: read apart from the runner's own look, which they judge.
+// Facts about a process from /proc, for tests. They do not use the runner's own code, because they test it.
 #ifndef KIVCLAIM_TESTS_PROCESS_STATUS_H
 #define KIVCLAIM_TESTS_PROCESS_STATUS_H
 
@@ -18,7 +18,7 @@ inline std::string processStatus(const std::string& process, const std::string& 
     return "";
 }
 
-// Whether the process is there and no zombie.
+// Whether the process exists and is not a zombie.
 inline bool isRunning(const std::string& process)
 {
     const std::string state = processStatus(process, "State");

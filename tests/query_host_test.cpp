@@ -16,7 +16,7 @@ namespace {
 
 class QueryHost : public testing::Test {
 protected:
-    // The script leaves a line behind for each run.
+    // The script writes a line for each run.
     void lvdisplay(const std::string& body) const
     {
         tools.addScript("lvdisplay", "echo run >> " + work.path() + "/runs\n" + body);

@@ -39,7 +39,7 @@ protected:
 
 }  // namespace
 
-TEST_F(RecordedFilesTest, TheWholeContentIsGivenToTheByte)
+TEST_F(RecordedFilesTest, TheWholeContentIsReadByteForByte)
 {
     const std::string text(std::string("a\0b\n", 4) + std::string(9000, 'x'));
     directory.file("some/file", text);
@@ -56,7 +56,7 @@ TEST_F(RecordedFilesTest, AFileThatIsNotThereIsNone)
     EXPECT_FALSE(files.content("some/link", 100));
 }
 
-TEST_F(RecordedFilesTest, WhatIsNoFileIsAnErrorThatNamesIt)
+TEST_F(RecordedFilesTest, AnythingButAFileIsAnErrorThatNamesIt)
 {
     directory.link("/some/circle", "circle");
     ASSERT_EQ(mkfifo((folder.path() + "/fifo").c_str(), 0600), 0);

@@ -186,7 +186,7 @@ TEST_F(Recording, LeavesNothingBesideItself)
     EXPECT_THAT(namesIn(recordings.path()), testing::UnorderedElementsAre("machine.tar.zst", "machine"));
 }
 
-TEST_F(Recording, IsForItsMakerAlone)
+TEST_F(Recording, IsReadableByItsMakerOnly)
 {
     recordedAs("machine.tar.zst");
     recordedAs("machine");
@@ -215,7 +215,7 @@ TEST_F(Recording, ReplacesAnEarlierFileAndAnEmptyDirectoryOnly)
     EXPECT_EQ(contentOf(place("note")), "kept");
 }
 
-TEST_F(Recording, IsNotBegunWhereItCannotBeWritten)
+TEST_F(Recording, IsNotStartedWhereItCannotBeWritten)
 {
     const Ended ended = recordedAs("no/such/machine.tar.zst");
     EXPECT_EQ(ended.errors, "kivclaim: cannot write the recording '" + place("no/such/machine.tar.zst") + "': '" +
@@ -225,7 +225,7 @@ TEST_F(Recording, IsNotBegunWhereItCannotBeWritten)
     EXPECT_EQ(ended.status, 2);
 }
 
-TEST_F(Recording, UnpackedForACommandGoesWithIt)
+TEST_F(Recording, UnpackedForACommandIsRemovedWithIt)
 {
     recordedAs("machine.tar.zst");
     const tests::TemporaryFolder temporary;
@@ -298,7 +298,7 @@ TEST_F(LiveRecording, AnswersLikeTheMachine)
     }
 }
 
-TEST_F(LiveRecording, TellsOfAFailedListing)
+TEST_F(LiveRecording, ReportsAFailedListing)
 {
     tools.addScript("lvdisplay", "echo no rights >&2\nexit 5\n");
     const std::string recording = recordings.path() + "/machine";
@@ -334,7 +334,7 @@ TEST_F(RecordedNodes, AMissingNodeIsMissing)
     EXPECT_EQ(ask({"is-partition", "/dev/mapper/plain1"}).output, "no /dev/mapper/plain1\n");
 }
 
-TEST_F(RecordedNodes, ANodeThatItsMakerCouldNotReadCannotBeOpened)
+TEST_F(RecordedNodes, ANodeThatTheRecordingUserCouldNotReadCannotBeOpened)
 {
     const std::string path = "/x/../dev/mapper/../sdb1";
     EXPECT_EQ(ask({"is-partition", path}).output, "no " + path + "\n");

@@ -110,7 +110,7 @@ case $1 in
         refuses "'now' is not understood; it takes one VERSION: ./dev release 1.2.0" 1.2.0 now
         refuses '1.1.10 is not later than 1.2.0, which claim/kiv_version.h names: take a later version' 1.1.10
         echo more >>dev
-        refuses 'the tree has changes: commit them, or put them aside, and try again' 1.2.0
+        refuses 'the tree has changes: commit or stash them, and try again' 1.2.0
         git checkout -q dev
         git tag v1.3.0
         refuses 'there is a tag v1.3.0: take a later version' 1.3.0

@@ -191,7 +191,7 @@ TEST_F(Report, AnUnsureAnswerIsShownAndMakesTheStatusThree)
     EXPECT_EQ(ended.status, 3);
 }
 
-TEST_F(Report, IsWrittenAsAWholeAndForThisUserAlone)
+TEST_F(Report, IsWrittenCompletelyAndReadableByThisUserOnly)
 {
     const std::string path = place.path() + "/machine.html";
     place.addFile("machine.html", "before");
@@ -205,7 +205,7 @@ TEST_F(Report, IsWrittenAsAWholeAndForThisUserAlone)
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(place.path()), {}), 1);
 }
 
-TEST_F(Report, AFailureLeavesWhatWasThere)
+TEST_F(Report, AFailureKeepsTheEarlierFile)
 {
     place.addFile("machine.html", "before");
     const Ended ended = kivclaim({"--sysroot", "/no/such", "report", "-o", place.path() + "/machine.html"});
@@ -214,7 +214,7 @@ TEST_F(Report, AFailureLeavesWhatWasThere)
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(place.path()), {}), 1);
 }
 
-TEST_F(Report, GoesToNoDeviceAndNoMissingDirectory)
+TEST_F(Report, IsNotWrittenToADeviceOrAMissingDirectory)
 {
     EXPECT_EQ(kivclaim({"--sysroot", root.path(), "report", "-o", "/dev/null"}).errors,
               "kivclaim: '/dev/null' is no file; give a new name, or - for standard output\n");
@@ -224,7 +224,7 @@ TEST_F(Report, GoesToNoDeviceAndNoMissingDirectory)
     EXPECT_EQ(ended.status, 2);
 }
 
-TEST_F(Report, OfARecordingTellsWhenAndWithWhatItWasMade)
+TEST_F(Report, OfARecordingShowsWhenAndWithWhatItWasMade)
 {
     const std::string recording = place.path() + "/machine.tar.zst";
     ASSERT_EQ(kivclaim({"--sysroot", root.path(), "record", "--redact", recording}).status, 0);
@@ -240,7 +240,7 @@ TEST_F(Report, OfThisMachineHasItsName)
     EXPECT_THAT(ended.output, HasSubstr("From this machine, <time>"));
 }
 
-TEST(ReportOfTheLab, ShowsThePictureOfAllItsDevices)
+TEST(ReportOfTheLab, ShowsADiagramOfAllItsDevices)
 {
     const tests::CapturedRoot lab("bookworm");
     const Ended ended = kivclaim({"--sysroot", lab.path(), "report", "-o", "-"});

@@ -1,4 +1,4 @@
-// What all tests of the command runner watch: that a run leaves no descriptor and no child behind.
+// The fixture of all tests of the command runner: checks that a run leaves no descriptor and no child.
 #ifndef KIVCLAIM_TESTS_RUNNER_FIXTURE_H
 #define KIVCLAIM_TESTS_RUNNER_FIXTURE_H
 
@@ -23,8 +23,7 @@
 
 #include <gtest/gtest.h>
 
-// How many times as long everything takes as on a machine of its own: an emulator needs longer until a child has done
-// its first words.
+// How many times longer everything may take than natively: under an emulator, a child needs longer for its first steps.
 #if defined(KIVCLAIM_TEST_SLOWNESS)
 constexpr int slowness = KIVCLAIM_TEST_SLOWNESS;
 #else
@@ -47,7 +46,7 @@ inline std::set<int> openDescriptors()
     return descriptors;
 }
 
-// Collects nothing, and sees every kind of child.
+// Does not collect the child, and sees every kind of child.
 inline bool hasNoChildren()
 {
     siginfo_t information;
@@ -69,7 +68,7 @@ private:
 
 using Lines = std::vector<std::string>;
 
-// One Exec with everything that comes of it.
+// One Exec and its outcome.
 struct Outcome {
     Lines lines;
     int result = 0;
@@ -107,7 +106,7 @@ std::chrono::milliseconds timeOf(Work work)
 // No run of these tests takes this long unless it hangs.
 constexpr auto muchTooLong = slowness * std::chrono::seconds(8);
 
-// A file that is gone at the end.
+// A file that is removed at the end.
 class TemporaryFile {
 public:
     TemporaryFile()
@@ -139,7 +138,7 @@ private:
     rlimit before{};
 };
 
-// Sets the handling of one signal and puts it back at the end.
+// Sets the handling of one signal and restores it at the end.
 class SignalHandling {
 public:
     SignalHandling(int number, void (*handler)(int)) : signal(number)

@@ -1,4 +1,4 @@
-# Directories that a program under test sees in the place of others: what is preloaded for it, and that it is right.
+# Directories that a program under test sees at the place of others: the preloaded library, and its tests.
 kivclaim_preload(seen_paths seen_paths/calls.cpp seen_paths/seen_paths.cpp)
 kivclaim_test_program(path_probe)
 kivclaim_test_program(in_mount_namespace)

@@ -66,7 +66,7 @@ callSlot(void* object, std::size_t slot, Arguments... arguments)
 template <class T>
 constexpr std::size_t words = sizeof(T) / sizeof(void*);
 
-// What it adds comes behind the last slot of a claim module.
+// Its own slot follows the last slot of a claim module.
 class OneSlotMore : public CKivDeviceClaimBase {
 public:
     virtual void oneMore() {}
@@ -108,7 +108,7 @@ TEST(SlotOrder, OfTheScopeTracerIsItsDestructors)
     EXPECT_EQ(host.logCount(), 1U);
 }
 
-TEST(Layout, FieldsOfTheScopeTracerStandInOrder)
+TEST(Layout, FieldsOfTheScopeTracerAreInOrder)
 {
     Host host;
     const char* const function = "claim";
@@ -159,7 +159,7 @@ TEST(SlotOrder, OfTheDeviceMapperModuleIsThatOfAClaimModule)
     EXPECT_EQ(slotOf(&CKivDeviceMapperClaim::removeDevPrefix), 11U);
 }
 
-TEST(SlotOrder, OfTheNativePathModuleWithTheSecondGetActivePathBehindTheBase)
+TEST(SlotOrder, OfTheNativePathModuleWithTheSecondGetActivePathAfterTheBase)
 {
     class Further : public CNativePathClaim {
     public:
@@ -176,7 +176,7 @@ TEST(SlotOrder, OfTheNativePathModuleWithTheSecondGetActivePathBehindTheBase)
     EXPECT_EQ(slotOf(&CNativePathClaim::removeDevPrefix), 11U);
     using SecondGetActivePath = std::string (CNativePathClaim::*)(const std::string&, bool);
     EXPECT_EQ(slotOf(static_cast<SecondGetActivePath>(&CNativePathClaim::getActivePath)), 12U);
-    EXPECT_EQ(slotOf(&Further::next), 13U) << "and nothing behind it";
+    EXPECT_EQ(slotOf(&Further::next), 13U) << "and no slot after it";
 }
 
 TEST(SlotOrder, OfTheVolumeManagerSupport)
@@ -230,7 +230,7 @@ TEST(RawSlots, OfAClaimModuleAnswer)
     EXPECT_TRUE((callSlot<bool, std::string>(module, 10, path)));
     EXPECT_EQ((callSlot<std::string, std::string>(module, 11, path)), "emcpowera5");
     callSlot<void>(module, 1);
-    EXPECT_EQ(host.logCount(), 1U) << "the deleting destructor lets go of the log";
+    EXPECT_EQ(host.logCount(), 1U) << "the deleting destructor releases the log";
 }
 
 TEST(RawSlots, OfTheDeviceMapperModuleAnswer)
@@ -274,7 +274,7 @@ TEST(RawSlots, OfTheNativePathModuleAnswer)
     EXPECT_EQ((callSlot<std::string, std::string, bool>(module, 9, path, true)), path);
     EXPECT_TRUE((callSlot<bool, std::string>(module, 10, path)));
     EXPECT_EQ((callSlot<std::string, std::string>(module, 11, path)), "sda5");
-    EXPECT_EQ(host.calls(), lines({})) << "no lookup behind slot 9";
+    EXPECT_EQ(host.calls(), lines({})) << "slot 9 looks nothing up";
     EXPECT_EQ((callSlot<std::string, const std::string&, bool>(module, 12, path, true)), path);
     EXPECT_EQ(host.calls(), lines({"access /usr/sbin/ztkivadm: no"}));
     callSlot<void>(module, 1);
@@ -289,7 +289,7 @@ TEST(RawSlots, OfTheVolumeManagerSupportAnswer)
     callSlot<void, const LogPointer&>(support, 2, log);
     EXPECT_EQ(host.logCount(), 2U);
     callSlot<void>(support, 1);
-    EXPECT_EQ(host.logCount(), 1U) << "the deleting destructor lets go of the log";
+    EXPECT_EQ(host.logCount(), 1U) << "the deleting destructor releases the log";
 }
 
 TEST(RawSlots, OfTheClaimManagerAnswer)
@@ -352,7 +352,7 @@ TEST(Layout, AlignmentIsThatOfAPointer)
     EXPECT_EQ(alignof(CZtKIVSupport), alignof(void*));
 }
 
-TEST(Layout, FieldsOfTheExecutionFailureStandInOrder)
+TEST(Layout, FieldsOfTheExecutionFailureAreInOrder)
 {
     EXPECT_EQ(offsetof(EFiExecPipe, message), 0U);
     EXPECT_EQ(offsetof(EFiExecPipe, wideMessage), 32U);
@@ -382,9 +382,9 @@ TEST(Contract, OnlyTheManagerDerivesVirtuallyFromTheTraceableBase)
     EXPECT_EQ(static_cast<void*>(static_cast<CFiTraceable*>(&support)), static_cast<void*>(&support));
 }
 
-TEST(Contract, OfModulesInFilesStandsForTheseSlotsAndTypes)
+TEST(Contract, OfModulesInFilesCoversTheseSlotsAndTypes)
 {
-    EXPECT_EQ(kivClaimModuleContract, (1U << 8) + 32U) << "whoever changes one of the following counts it up";
+    EXPECT_EQ(kivClaimModuleContract, (1U << 8) + 32U) << "increase it when one of the following changes";
     EXPECT_EQ(slotOf(&OneSlotMore::oneMore), 12U);
     EXPECT_EQ(sizeof(CKivDeviceClaimBase), 16U);
     EXPECT_EQ(sizeof(CFiTraceable), 16U);

@@ -115,7 +115,7 @@ TEST(StringToolFind, FindsTheEmptyTextAtTheBeginningOfTheLine)
     EXPECT_EQ(look({"a", ""}, "", 1, true), (Found{0, 1}));
 }
 
-TEST(StringToolFind, MindsCaseUnlessToldOtherwise)
+TEST(StringToolFind, IsCaseSensitiveUnlessToldOtherwise)
 {
     const Lines lines{"device: SDA", "Device: sda"};
     EXPECT_EQ(look(lines, "sda", 0), (Found{8, 1}));
@@ -126,7 +126,7 @@ TEST(StringToolFind, MindsCaseUnlessToldOtherwise)
 TEST(StringToolFind, IgnoresTheCaseOfAsciiLettersOnly)
 {
     EXPECT_EQ(look({"@"}, "`", 0, true), (Found{nowhere, 0})) << "before the first letter";
-    EXPECT_EQ(look({"["}, "{", 0, true), (Found{nowhere, 0})) << "behind the last letter";
+    EXPECT_EQ(look({"["}, "{", 0, true), (Found{nowhere, 0})) << "after the last letter";
     EXPECT_EQ(look({"\xc4"}, "\xe4", 0, true), (Found{nowhere, 0})) << "letters of another encoding";
     EXPECT_EQ(look({"AZaz"}, "azAZ", 0, true), (Found{0, 0}));
 }

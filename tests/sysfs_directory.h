@@ -10,8 +10,8 @@
 
 namespace tests {
 
-// Devices are added below others: what a partition or a mapping names must be there already. Kernel names are those of
-// the kernel, such as "cciss/c0d0". Throws std::system_error when something cannot be written.
+// Add a device before those on top of it: the devices that a partition or a mapping names must exist. Names are the
+// kernel's, such as "cciss/c0d0". Throws std::system_error when something cannot be written.
 class SysfsDirectory {
 public:
     // Writes below `root`, which exists.
@@ -19,7 +19,7 @@ public:
 
     const std::string& path() const { return root; }
 
-    // A SCSI disk at H:C:T:L with the directories of its host; `wwid` as sysfs has it ("naa.6001405…").
+    // A SCSI disk at H:C:T:L with the directories of its host; `wwid` as in sysfs ("naa.6001405…").
     SysfsDirectory& scsiDisk(const std::string& name, const std::string& address, const std::string& wwid = "");
     // A namespace of an NVMe controller: "nvme0n1".
     SysfsDirectory& nvme(const std::string& name);
@@ -40,11 +40,11 @@ public:
     // Makes one device a slave of another one, in both directories.
     SysfsDirectory& stack(const std::string& slave, const std::string& holder);
 
-    // Another content of a file of the device, such as "size" or "device/state"; it is written as it is.
+    // Replaces the content of a file of the device, such as "size" or "device/state"; it is written as it is.
     SysfsDirectory& attribute(const std::string& name, const std::string& file, const std::string& content);
     // "/dev/disk/by-id/wwn-0x1", "../../sda"
     SysfsDirectory& link(const std::string& path, const std::string& target);
-    // What a prober found on the device: lines such as "ID_FS_TYPE=ext4", in the file of its node.
+    // udev's properties of the device: lines such as "ID_FS_TYPE=ext4", in the file of its node.
     SysfsDirectory& record(const std::string& name, const std::string& lines);
     SysfsDirectory& mount(const std::string& name, const std::string& place);
 

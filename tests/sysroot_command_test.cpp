@@ -133,7 +133,7 @@ TEST_F(Sysroot, AnAnswerThatNeedsAMissingReleaseIsUnsure)
     EXPECT_EQ(ask({"claim", "/dev/mapper/mpatha"}).errors, "");
 }
 
-TEST_F(Sysroot, NodesThatWereNotRecordedAreThereWhenTheirDevicesAre)
+TEST_F(Sysroot, NodesThatWereNotRecordedExistWhenTheirDevicesDo)
 {
     EXPECT_EQ(ask({"is-partition", "/dev/mapper/mpatha-part12"}).output, "yes /dev/mapper/mpatha-part12\n");
     directory.remove("sys/class/block/dm-1").remove("sys/block/dm-1");
@@ -150,7 +150,7 @@ TEST_F(Sysroot, OnAnUnknownReleaseTheRecordedNodesDecide)
     EXPECT_EQ(ask({"partition", "/dev/mapper/mpatha", "3"}).output, "/dev/mapper/mpathap3\n");
 }
 
-TEST_F(Sysroot, NodesOfThisMachineDoNotCount)
+TEST_F(Sysroot, NodesOfThisMachineAreIgnored)
 {
     const tests::TemporaryFolder here;
     ASSERT_EQ(mkdir((here.path() + "/dev").c_str(), 0700), 0);
@@ -272,7 +272,7 @@ TEST_F(Sysroot, WhatIsNoDirectoryIsRefused)
                 HasSubstr("--sysroot: names no directory"));
 }
 
-TEST_F(Sysroot, ARecordedStatusThatIsNoneIsRefused)
+TEST_F(Sysroot, AnInvalidRecordedStatusIsRefused)
 {
     for (const std::string text : {"", "ok", "256", "-1", "0x5", "5 ", "0\n0", "signal", "signal 0", "signal 128"}) {
         record("status", text);

@@ -67,13 +67,13 @@ TEST_F(Testkit, FailsForACommandWithoutAScript)
     EXPECT_EQ(failures, lines({"unscripted command [/sbin/lvdisplay]"}));
 }
 
-TEST_F(Testkit, FailsForAScriptThatNobodyUsed)
+TEST_F(Testkit, FailsForAScriptThatWasNotUsed)
 {
     {
         testkit::Host host;
         host.prints("/sbin/lvdisplay", {});
     }
-    EXPECT_EQ(failures, lines({"nobody ran [/sbin/lvdisplay] as often as scripted"}));
+    EXPECT_EQ(failures, lines({"[/sbin/lvdisplay] was not run as often as scripted"}));
 }
 
 TEST_F(Testkit, FailsForADescriptorThatStaysOpen)
@@ -86,7 +86,7 @@ TEST_F(Testkit, FailsForADescriptorThatStaysOpen)
     EXPECT_EQ(failures, lines({"[/dev/sdb] was opened and never closed"}));
 }
 
-TEST_F(Testkit, FailsForAPauseWhileNoHostPlays)
+TEST_F(Testkit, FailsForAPauseWhileNoHostExists)
 {
     sleep(1);
     EXPECT_EQ(failures, lines({"a test must not sleep"}));

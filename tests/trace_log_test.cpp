@@ -135,7 +135,7 @@ TEST_F(TraceLogFile, WritesLongTextsWhole)
     EXPECT_THAT(lines[4], testing::EndsWith(" [" + device + "]"));
 }
 
-TEST_F(TraceLogFile, ADeviceNameCanNeitherForgeARecordNorDriveATerminal)
+TEST_F(TraceLogFile, ADeviceNameCanNeitherForgeARecordNorControlATerminal)
 {
     const TraceLogPointer traceLog = log(6);
     traceLog->trace(3, "[%s]", "/dev/x\n2026-01-01 00:00:00.000 error forged\x1b[2J\r");
@@ -144,7 +144,7 @@ TEST_F(TraceLogFile, ADeviceNameCanNeitherForgeARecordNorDriveATerminal)
                 testing::EndsWith(" [/dev/x\\x0a2026-01-01 00:00:00.000 error forged\\x1b[2J\\x0d]"));
 }
 
-TEST_F(TraceLogFile, ATextOfBracesIsNoFormat)
+TEST_F(TraceLogFile, BracesInATextAreNotAFormat)
 {
     log(6)->trace(3, "%s", "{} {0} %v %s");
     EXPECT_THAT(linesOf(path).front(), testing::EndsWith(" {} {0} %v %s"));
@@ -219,7 +219,7 @@ TEST_F(TraceLogFile, AThreadThatIsCancelledWhileItTracesJustEnds)
     EXPECT_THAT(linesOf(path).back(), testing::EndsWith(" the last")) << "the log is not left locked";
 }
 
-TEST(TraceLogFailure, AnUnwritableFileIsReportedOnceAndDisturbsNobody)
+TEST(TraceLogFailure, AnUnwritableFileIsReportedOnceAndTheTracedCallGoesOn)
 {
     const StandardError errors;
     const TraceLogPointer traceLog = makeTraceLog({traceToFile(6, "/dev/null/no\nfile", manyBytes, 1)});
@@ -231,7 +231,7 @@ TEST(TraceLogFailure, AnUnwritableFileIsReportedOnceAndDisturbsNobody)
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
 }
 
-TEST(TraceLogFailure, AFullDiskIsReportedOnceAndDisturbsNobody)
+TEST(TraceLogFailure, AFullDiskIsReportedOnceAndTheTracedCallGoesOn)
 {
     const tests::TemporaryFolder folder;
     const std::string path = folder.path() + "/full.log";
@@ -290,14 +290,14 @@ TEST(TraceLogDestinations, EachHasItsOwnThreshold)
     EXPECT_THAT(errors, ElementsAre("one"));
 }
 
-TEST(TraceLogDestinations, ALogWithoutAnyWritesNowhere)
+TEST(TraceLogDestinations, ALogWithoutAnyWritesNothing)
 {
     const StandardError errors;
     makeTraceLog({})->trace(1, "nowhere");
     EXPECT_EQ(StandardError::text(), "");
 }
 
-TEST(TraceLogDestinations, ALogThatTheFactoryDidNotMakeWritesNowhere)
+TEST(TraceLogDestinations, ALogThatTheFactoryDidNotMakeWritesNothing)
 {
     const StandardError errors;
     ztfi_pdk_4_4::CFiTraceLog plain;

@@ -88,7 +88,7 @@ protected:
 
 }  // namespace
 
-TEST_F(UnsureCommand, AFailedListingIsSaidWithItsWordsAndTheRemedy)
+TEST_F(UnsureCommand, AFailedListingIsReportedWithItsMessageAndTheRemedy)
 {
     lvdisplay("", "  WARNING: something\n  no locking\n", 5);
     const Ended ended =
@@ -101,7 +101,7 @@ TEST_F(UnsureCommand, AFailedListingIsSaidWithItsWordsAndTheRemedy)
     EXPECT_EQ(ended.status, 3);
 }
 
-TEST_F(UnsureCommand, AMissingToolIsSaidWithThePackage)
+TEST_F(UnsureCommand, AMissingToolIsReportedWithThePackage)
 {
     EXPECT_THAT(command({"claim", "/dev/mapper/vg00-lvol1"}).run().errors,
                 HasSubstr("is unsure, because /sbin/lvdisplay could not be run: it cannot be started (No such file or "
@@ -109,7 +109,7 @@ TEST_F(UnsureCommand, AMissingToolIsSaidWithThePackage)
 }
 
 // As with a missing disk. The test may run as root or not.
-TEST_F(UnsureCommand, AListingThatFailedAfterPrintingVolumesIsSaid)
+TEST_F(UnsureCommand, AListingThatFailedAfterPrintingVolumesIsReported)
 {
     lvdisplay(volume, "  Couldn't find device\n", 5);
     const Ended ended = command({"claim", "/dev/mapper/vg00-lvol1"}).run();
@@ -119,14 +119,14 @@ TEST_F(UnsureCommand, AListingThatFailedAfterPrintingVolumesIsSaid)
     EXPECT_EQ(ended.status, 3);
 }
 
-TEST_F(UnsureCommand, AToolThatASignalEndedIsSaid)
+TEST_F(UnsureCommand, AToolThatASignalEndedIsReported)
 {
     tools.addScript("lvdisplay", "kill -9 $$\n");
     EXPECT_THAT(command({"claim", "/dev/mapper/x"}).run().errors,
                 HasSubstr("because /sbin/lvdisplay was ended by signal 9; "));
 }
 
-TEST_F(UnsureCommand, EveryQuestionEndsWithThree)
+TEST_F(UnsureCommand, EveryQuestionExitsWithThree)
 {
     lvdisplay("", "", 5);
     for (const std::vector<std::string>& question :
@@ -166,7 +166,7 @@ TEST_F(UnsureCommand, ExplainSaysThatAVolumeWouldBeClaimedToo)
                       Not(HasSubstr("the only module"))));
 }
 
-TEST_F(UnsureCommand, WithoutLvmNothingIsSaidAboutDevices)
+TEST_F(UnsureCommand, WithoutLvmNothingIsReportedAboutDevices)
 {
     machine.mapped("dm-0", "mpatha", "mpath-36001");
     const Ended ended = onMachine({"claim", "/dev/mapper/mpatha"});
@@ -178,7 +178,7 @@ TEST_F(UnsureCommand, WithoutLvmNothingIsSaidAboutDevices)
     EXPECT_EQ(onMachine({"claim", "/dev/mapper/mpatha"}).status, 3) << "there are volumes";
 }
 
-TEST_F(UnsureCommand, ListSaysItOnceForAllDevices)
+TEST_F(UnsureCommand, ListReportsItOnceForAllDevices)
 {
     lvdisplay("", "", 5);
     machine.mapped("dm-0", "a", "mpath-1").mapped("dm-1", "b", "mpath-2").disk("sda");
@@ -190,7 +190,7 @@ TEST_F(UnsureCommand, ListSaysItOnceForAllDevices)
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(UnsureCommand, APathWithoutADeviceIsSaid)
+TEST_F(UnsureCommand, APathWithoutADeviceIsReported)
 {
     lvdisplay(volume);
     const Ended claim = onMachine({"claim", "/dev/sdzzz"});
@@ -202,7 +202,7 @@ TEST_F(UnsureCommand, APathWithoutADeviceIsSaid)
     EXPECT_EQ(audit.status, 0);
 }
 
-TEST_F(UnsureCommand, ANameThatHidesAnotherAnswerIsSaid)
+TEST_F(UnsureCommand, ANameThatHidesAnotherAnswerIsReported)
 {
     lvdisplay(volume);
     machine.mapped("dm-0", "plain", "").node("dm-0", "dm-0").disk("sda").node("emcpowera", "sda");
@@ -233,7 +233,7 @@ TEST_F(UnsureCommand, ResolveAsksByTheKernelsName)
 }
 
 // As Ubuntu names its root.
-TEST_F(UnsureCommand, AVolumeThatIsClaimedBecauseOfItsDashesIsCalledOne)
+TEST_F(UnsureCommand, AVolumeThatIsClaimedBecauseOfItsDashesIsReported)
 {
     lvdisplay("  LV Name                ubuntu-lv\n  VG Name                ubuntu-vg\n");
     machine.mapped("dm-0", "ubuntu--vg-ubuntu--lv", "LVM-AbCd");
@@ -303,7 +303,7 @@ TEST_F(UnsureCommand, ASignalEndsTheToolOfARecordingAndOfACheckToo)
 }
 
 // A command that is started with SIGCHLD ignored has its tools started by another process.
-TEST_F(UnsureCommand, ASignalEndsAToolThatIsNoChildToo)
+TEST_F(UnsureCommand, ASignalAlsoEndsAToolThatIsNoChild)
 {
     hangingLvdisplay();
     Process process = command({"--ignore-signal=CHLD", KIVCLAIM_COMMAND, "claim", "/dev/mapper/x"}, "env");
@@ -337,7 +337,7 @@ TEST_F(UnsureCommand, ASignalEndsItWhileItWaitsForPaths)
     EXPECT_EQ(process.finish().signal, SIGTERM);
 }
 
-TEST_F(UnsureCommand, ALineOnATerminalTellsWhatIsWaitedForUntilItIsOver)
+TEST_F(UnsureCommand, ALineOnATerminalNamesTheToolUntilItHasEnded)
 {
     tools.addScript("lvdisplay", "/bin/sleep 4\n");
     const std::string line = std::string(KIVCLAIM_COMMAND) + " --no-warn claim /dev/mapper/x";

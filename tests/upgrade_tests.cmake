@@ -1,6 +1,6 @@
 # Hosts, modules and host frameworks that were compiled against the headers of an earlier release, with the libraries of
-# this one. The headers are kept in an archive: a copy of the sources, and a shallow clone, have no history to take them
-# from.
+# this one. The headers are in an archive, because a copy of the sources, and a shallow clone, have no history to
+# extract them from.
 set(kept_release 1.0.0)
 set(kept_headers ${CMAKE_CURRENT_BINARY_DIR}/headers-${kept_release})
 set(kept_archive ${PROJECT_SOURCE_DIR}/contract/headers-${kept_release}.tar.xz)
@@ -11,7 +11,7 @@ if(NOT EXISTS ${kept_headers}/claim/kiv_claim_manager.h OR EXISTS ${kept_headers
     message(FATAL_ERROR "${kept_archive} does not hold the headers of ${kept_release}")
 endif()
 
-# Whatever reaches this release's headers by mistake ends here.
+# Code that includes this release's headers by mistake fails here.
 file(WRITE ${kept_headers}/framework/ztfi_requirements.h "#error \"this release's headers are used\"\n")
 
 # kivclaim_of_before(target) compiles a target against those headers.
@@ -25,7 +25,7 @@ function(kivclaim_of_before target)
     endif()
 endfunction()
 
-# The library and the host framework by their files: their targets would bring this release's headers.
+# The files of library and host framework: their targets would add this release's headers.
 function(kivclaim_linked_of_before target)
     target_link_libraries(${target} PRIVATE ${ARGN})
     foreach(library IN LISTS ARGN)

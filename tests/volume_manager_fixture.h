@@ -1,4 +1,4 @@
-// What the tests of the volume manager's gateway share: the commands that it runs, and a gateway on a played host.
+// Shared by the tests of CZtKIVSupport: the commands that it runs, and one object with a mock host.
 #ifndef KIVCLAIM_TESTS_VOLUME_MANAGER_FIXTURE_H
 #define KIVCLAIM_TESTS_VOLUME_MANAGER_FIXTURE_H
 
@@ -20,10 +20,10 @@ inline constexpr char removeNode[] = "/usr/sbin/ztdisk   rm kiv0_1";
 class VolumeManagerSupport : public testing::Test {
 protected:
     void SetUp() override { support.registerTraceLog(host.log()); }
-    // Whatever happened, nobody but the host and the support object holds the log.
+    // Whatever happened, only the host and the support object hold the log.
     void TearDown() override { EXPECT_EQ(host.logCount(), 2U); }
 
-    // Looks the node of sdc up in a table of these rows; the result must be 0.
+    // Looks up the node of sdc in a table of these rows; the result must be 0.
     std::string nodeIn(const recording::Lines& rows)
     {
         recording::Lines table = recording::lines({"NAME   STATE", "============"});
@@ -34,7 +34,7 @@ protected:
         return node;
     }
 
-    // Looks for the path of kiv0_1 in a table of these rows; the result must go with the answer.
+    // Looks up the path of kiv0_1 in a table of these rows; the result must match the answer.
     std::string pathIn(const recording::Lines& rows)
     {
         recording::Lines table = recording::lines({"NAME STATE TYPE", "==============="});

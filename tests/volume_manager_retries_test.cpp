@@ -87,7 +87,7 @@ TEST_F(VolumeManagerSupport, TheWaitedFormGivesUpAfterFourQueriesPausesAndRescan
 
 // The refreshed form.
 
-TEST_F(VolumeManagerSupport, TheRefreshedFormRemovesTheNodeAndFindsItAnew)
+TEST_F(VolumeManagerSupport, TheRefreshedFormRemovesTheNodeAndFindsItAgain)
 {
     host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
     host.fails(removeNode, 1, 256, {});
@@ -235,7 +235,7 @@ TEST_F(VolumeManagerSupport, TheRefreshedFormPausesBeforeItAsksAgain)
 
 // Pauses into which signals come.
 
-TEST_F(VolumeManagerSupport, WhatASignalLeavesOfAPauseIsSleptAsWell)
+TEST_F(VolumeManagerSupport, TheRestOfAnInterruptedPauseIsSleptAsWell)
 {
     host.fails(nodeOfSdc, 1, 256, {});
     host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
@@ -248,7 +248,7 @@ TEST_F(VolumeManagerSupport, WhatASignalLeavesOfAPauseIsSleptAsWell)
                      "runner with a log", "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]"}));
 }
 
-TEST_F(VolumeManagerSupport, WhatASignalLeavesOfARefreshedPauseIsSleptAsWell)
+TEST_F(VolumeManagerSupport, TheRestOfAnInterruptedRefreshedPauseIsSleptAsWell)
 {
     host.fails(nodeOfSdc, 1, 256, {}).times(2);
     host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));
@@ -271,7 +271,7 @@ TEST_F(VolumeManagerSupport, APauseThatEndsByItselfIsOverWhateverWasInterruptedB
               lines({"sleep 5", "sleep 4", "sleep 3", "sleep 2", "sleep 1", "runner with a log"}));
 }
 
-TEST_F(VolumeManagerSupport, ASleepThatLeavesEverythingWithoutASignalIsCalledOnce)
+TEST_F(VolumeManagerSupport, ASleepThatReturnsTheWholePauseWithoutASignalIsCalledOnce)
 {
     host.fails(nodeOfSdc, 1, 256, {});
     host.prints(nodeOfSdc, lines({"NAME", "====", "kiv0_1"}));

@@ -43,7 +43,7 @@ TEST_F(VolumeManagerSupport, ACommandWithANulIsNotAvailable)
     EXPECT_EQ(host.calls(), lines({}));
 }
 
-TEST_F(VolumeManagerSupport, TheMultipathingToolIsLookedUpAnewEveryTime)
+TEST_F(VolumeManagerSupport, TheMultipathingToolIsLookedUpEveryTime)
 {
     EXPECT_FALSE(support.isZtKIVInstalled());
     host.executable("/usr/sbin/ztkivadm");
@@ -79,7 +79,7 @@ TEST_F(VolumeManagerSupport, OutputLinesRunTogetherInTheMessages)
                                            "2 Warning - failed with message='ab' and error no '3'."}));
 }
 
-TEST_F(VolumeManagerSupport, OneEmptyLineIsOutputAllTheSame)
+TEST_F(VolumeManagerSupport, OneEmptyLineIsStillOutput)
 {
     host.prints("/bin/x", lines({""}));
     EXPECT_EQ(support.executeCommand("/bin/x", output), 0);
@@ -145,7 +145,7 @@ TEST_F(VolumeManagerSupport, NoCommandAtAllAnswersOneAndRunsNothing)
                      "6 Exiting Function executeCommand [kiv_nativepath_claim.cpp]"}));
 }
 
-TEST_F(VolumeManagerSupport, AnExceptionOfTheRunnersConstructorIsOneOfItsRuns)
+TEST_F(VolumeManagerSupport, AnExceptionOfTheRunnersConstructorCountsAsAFailedRun)
 {
     host.onRunner = [] { throw EFiExecPipe{"secret", L"secret", 13, 256}; };
     EXPECT_EQ(support.executeCommand("/bin/x", output), 1);
@@ -247,7 +247,7 @@ TEST_F(VolumeManagerSupport, WhatTheLogThrowsPassesThroughEveryOperation)
     expectThePassageOf("We will remove", refreshed);
     host.prints(nodeOfSdc, {});
     expectThePassageOf("Obtaining kiv nodes", [&] { support.getZtVMDiskForOSDiskHandler_Waited("sdc", name); });
-    EXPECT_EQ(host.calls().back(), "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]") << "no pause behind it";
+    EXPECT_EQ(host.calls().back(), "run [/usr/sbin/ztkivadm   getkivnode  nodename=sdc]") << "no pause after it";
     expectThePassageOf("Entering Function isCommandAvailable", [&] { support.isZtKIVInstalled(); });
 }
 

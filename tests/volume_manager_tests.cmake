@@ -1,4 +1,4 @@
-# The volume manager for tests: its two tools, and what they print.
+# The mock volume manager: its two tools, and what they print.
 add_library(volume_manager OBJECT volume_manager/volume_manager.cpp)
 target_include_directories(volume_manager PUBLIC ${PROJECT_SOURCE_DIR})
 foreach(tool IN ITEMS ztkivadm ztdisk)
@@ -12,7 +12,7 @@ kivclaim_test(volume_manager_tools_test
     DEFINITIONS KIVCLAIM_ZTKIVADM="$<TARGET_FILE:ztkivadm>" KIVCLAIM_ZTDISK="$<TARGET_FILE:ztdisk>")
 add_dependencies(volume_manager_tools_test ztkivadm ztdisk)
 
-# A pause that takes no time and leaves a line behind, for programs that are run as processes.
+# Replaces pauses: they take no time and write a line, for programs that are run as processes.
 kivclaim_preload(instant_sleep volume_manager/instant_sleep.cpp)
 
 kivclaim_test(active_path_command_test

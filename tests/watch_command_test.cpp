@@ -94,7 +94,7 @@ protected:
 
 }  // namespace
 
-TEST_F(WatchedMachine, AChangedDeviceIsALine)
+TEST_F(WatchedMachine, AChangedDeviceIsPrintedAsALine)
 {
     start();
     resize("sda", "16");
@@ -106,7 +106,7 @@ TEST_F(WatchedMachine, AChangedDeviceIsALine)
     EXPECT_EQ(end().output, "");
 }
 
-TEST_F(WatchedMachine, JsonIsAnObjectALine)
+TEST_F(WatchedMachine, JsonHasOneObjectALine)
 {
     start({"--json"});
     resize("sdb", "16");
@@ -121,7 +121,7 @@ TEST_F(WatchedMachine, JsonIsAnObjectALine)
     end();
 }
 
-TEST_F(WatchedMachine, AThousandEventsAtOnceAreOneLook)
+TEST_F(WatchedMachine, AThousandEventsAtOnceCauseOneReading)
 {
     start();
     resize("sda", "16");
@@ -135,7 +135,7 @@ TEST_F(WatchedMachine, AThousandEventsAtOnceAreOneLook)
     EXPECT_THAT(ended.errors, Not(HasSubstr("lost")));
 }
 
-TEST_F(WatchedMachine, LostEventsAreToldAndTheChangeIsSeen)
+TEST_F(WatchedMachine, LostEventsAreReportedAndTheChangeIsStillPrinted)
 {
     start();
     resize("sda", "16");

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds the reference pages into FOLDER/html. Fails when something in a public header has no text, and when a line of
-# a public header's comments is on no page.
+# Builds the reference pages into DIRECTORY/html. Fails when something in a public header has no text, and when a line
+# of a public header's comments is on no page.
 set -euo pipefail
-folder=$(realpath -m "${1:?usage: build.sh FOLDER}")
+directory=$(realpath -m "${1:?usage: build.sh DIRECTORY}")
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
 public_headers() {
@@ -11,7 +11,7 @@ public_headers() {
 
 # What the pages say, in one line: without tags, source listings and the marks for special characters.
 page_text() {
-    find "$folder/html" -name '*.html' ! -name '*_8h_source.html' -exec cat {} + |
+    find "$directory/html" -name '*.html' ! -name '*_8h_source.html' -exec cat {} + |
         sed -E 's/<[^>]*>//g; s/&lt;/</g; s/&gt;/>/g; s/&quot;/"/g; s/&(#160|nbsp);/ /g' |
         sed -E "s/&#39;/'/g; s/&amp;/\&/g" | tr -s ' \n' ' '
 }
@@ -29,19 +29,19 @@ comment_lines() {
     done | tr -s ' ' | sed 's,\\\\,\\,g' | tr -d '`'
 }
 
-rm -rf "$folder/html"
-mkdir -p "$folder"
+rm -rf "$directory/html"
+mkdir -p "$directory"
 {
     cat docs/reference/Doxyfile
-    printf 'OUTPUT_DIRECTORY = "%s"\n' "$folder"
+    printf 'OUTPUT_DIRECTORY = "%s"\n' "$directory"
 } | doxygen -
 
-page_text >"$folder/page_text"
-comment_lines | awk -v pages="$folder/page_text" '
+page_text >"$directory/page_text"
+comment_lines | awk -v pages="$directory/page_text" '
     BEGIN { getline text <pages }
     index(text, $0) == 0 { printf "on no reference page: %s\n", $0; missing++ }
     END {
         if (NR < 250) { printf "only %d lines of comments were found: is the search wrong?\n", NR; exit 1 }
         exit missing > 0
     }'
-rm "$folder/page_text"
+rm "$directory/page_text"

@@ -4,7 +4,7 @@
 s,  // NOLINT.*,,
 /^ *\/\/ NOLINT/d
 
-# Comments of their own lines, whose backslashes are no commands; then those behind code.
+# Comments on separate lines, whose backslashes are not commands; then those after code.
 /^ *\/\//s,\\,\\\\,g
 s,^( *)//( |$),\1///\2,
 s,([^ ]) +// ,\1  ///< ,

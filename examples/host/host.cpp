@@ -13,8 +13,8 @@
 
 namespace {
 
-// A new module out of `file`, or an exception that says why there is none. The file stays loaded: the module is code in
-// it.
+// Returns a new module from `file`, or throws an exception with the reason. The file stays loaded, because it contains
+// the module's code.
 CKivDeviceClaimBase* loadModule(const char* file)
 {
     void* const library = dlopen(file, RTLD_NOW | RTLD_LOCAL);
@@ -27,7 +27,7 @@ CKivDeviceClaimBase* loadModule(const char* file)
     }
     unsigned int moduleContract = 0;
     CKivDeviceClaimBase* const module = create(kivClaimModuleContract, &moduleContract);
-    // First: what another contract made, if anything, must not be touched.
+    // Checked first: a module of another contract must not be used.
     if (moduleContract != kivClaimModuleContract) {
         throw std::runtime_error(kivclaim::contractMismatch(kivClaimModuleContract, moduleContract));
     }

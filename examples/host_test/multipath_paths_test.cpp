@@ -1,5 +1,5 @@
-// The test of a host's own code on the test kit: a machine, its tools and its failures are scripted; no root, no
-// device. Any test framework will do, or none, as here.
+// Tests a host's code with the test kit: a machine, its tools and its failures are scripted, and neither root nor a
+// device is needed. Use any test framework, or none, as here.
 #include "multipath_paths.h"
 
 #include "testkit/recording_host.h"
@@ -46,7 +46,7 @@ void partitionsAreLeftOut()
 void aFailedListingIsInTheLog()
 {
     testkit::Host host;
-    // As long as the list cannot be read, every question runs the tool: the claim, and the partition with its own.
+    // While the list cannot be read, every question runs the tool: the claim, and again the claim for the partition.
     host.fails("/sbin/lvdisplay", 5, 5 << 8, {}).times(2);
     CKivClaimManager manager;
     manager.registerTraceLog(host.log());

@@ -16,13 +16,13 @@ namespace {
 constexpr char sourceFile[] = "nvme_module/nvme_claim.cpp";
 constexpr std::string_view claimString = "/dev/nvme";
 
-// What a path names. Not a disk: `whole` is empty.
+// The disk and partition that a path names. `whole` is empty if it names none.
 struct NvmeDisk {
     std::string_view whole;
     unsigned int partition = 0;  // 0: the whole disk
 };
 
-// Takes `text` off the front of `rest`.
+// Removes `text` from the beginning of `rest`.
 bool take(std::string_view& rest, std::string_view text)
 {
     if (rest.compare(0, text.size(), text) != 0) {
@@ -32,7 +32,7 @@ bool take(std::string_view& rest, std::string_view text)
     return true;
 }
 
-// Takes a number as the kernel writes it, without leading zeros, off the front of `rest`.
+// Removes a number in the kernel's form, without leading zeros, from the beginning of `rest`.
 bool takeNumber(std::string_view& rest, unsigned int& number)
 {
     const std::from_chars_result result = std::from_chars(rest.data(), rest.data() + rest.size(), number);
@@ -48,7 +48,7 @@ bool takeNumber(std::string_view& rest, unsigned int& number)
 NvmeDisk diskAt(std::string_view path)
 {
     std::string_view rest = path;
-    unsigned int number = 0;  // of controller and namespace: any will do
+    unsigned int number = 0;  // of controller and namespace: any number is accepted
     if (!take(rest, claimString) || !takeNumber(rest, number) || !take(rest, "n") || !takeNumber(rest, number)) {
         return {};
     }

@@ -1,5 +1,5 @@
-// A host framework in one file: the eight operations that kivclaim takes from its host. It is kept short. A real runner
-// also ends the tool's own children, gives the tool an empty standard input, keeps its standard error for the failure
+// A host framework in one file: the eight operations that kivclaim needs of its host. It is kept short. A real runner
+// also ends the tool's children, gives the tool an empty standard input, keeps its standard error for the failure
 // record, and limits the time between the end of the output and the end of the tool.
 #include "framework/cfiexecpipe.h"
 #include "framework/cfistringtool.h"
@@ -78,7 +78,7 @@ EFiExecPipe failureOf(const std::string& message, int errorNumber, int waitStatu
     return {message, std::wstring(message.begin(), message.end()), errorNumber, waitStatus};
 }
 
-// A program that runs, with its output in a pipe.
+// A running program, with its output in a pipe.
 struct Child {
     pid_t process;
     int output;
@@ -124,7 +124,7 @@ std::string readUntil(Clock::time_point end, const Child& child)
             return text;
         }
         if (ready < 0) {
-            continue;  // a signal came
+            continue;  // interrupted by a signal
         }
         char buffer[4096];
         const ssize_t length = read(child.output, buffer, sizeof buffer);

@@ -14,7 +14,7 @@
 
 namespace {
 
-// How long this host waits for all answers.
+// The time that this host waits for all answers together.
 constexpr std::chrono::seconds patience{10};
 
 std::vector<std::string> linesOf(std::istream& stream)
@@ -26,7 +26,7 @@ std::vector<std::string> linesOf(std::istream& stream)
     return lines;
 }
 
-// What a tool said may hold anything; a terminal is shown plain characters.
+// A tool's message may contain any bytes; only plain characters are printed.
 std::string printable(std::string text)
 {
     for (char& character : text) {
@@ -37,7 +37,7 @@ std::string printable(std::string text)
     return text;
 }
 
-// What is printed after the claim.
+// The text that is printed after the claim.
 std::string remarkOn(const kivclaim::ClaimAnswer& answer, const kivclaim::KernelReading* kernel)
 {
     std::string remark = answer.isUnsure() ? " unsure" : answer.isAnswered() ? "" : " no answer";

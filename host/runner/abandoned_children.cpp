@@ -20,13 +20,13 @@ struct AbandonedChild {
     unsigned long long rememberedAt = 0;  // in clock ticks since the machine was booted
 };
 
-// No destructor runs for these at the end of the process: another thread may still be running a command then.
+// These have no destructor at the end of the process: another thread may still be running a command then.
 std::mutex placesLock;
 std::array<AbandonedChild, 64> places;
 std::size_t nextPlace = 0;
 std::atomic<bool> anyRemembered{false};
 
-// As the kernel counts the start times of processes: in clock ticks since the machine was booted.
+// In the unit of the kernel's start times of processes: clock ticks since the machine was booted.
 unsigned long long ticksSinceBoot() noexcept
 {
     constexpr unsigned long long nanosecondsPerSecond = 1000UL * 1000 * 1000;
@@ -37,7 +37,7 @@ unsigned long long ticksSinceBoot() noexcept
            static_cast<unsigned long long>(now.tv_nsec) / (nanosecondsPerSecond / ticksPerSecond);
 }
 
-// Whether nothing is left to do about it: it is collected, now or by somebody else.
+// Whether the child is collected, by this call or by other code of the process.
 bool isCollected(const AbandonedChild& child) noexcept
 {
     siginfo_t information;
@@ -49,7 +49,7 @@ bool isCollected(const AbandonedChild& child) noexcept
         return false;
     }
     if (state.startTime > child.rememberedAt) {
-        return true;  // somebody else collected it, and this is another child
+        return true;  // other code collected it, and this is another child with the same process ID
     }
     return ::waitpid(child.process, nullptr, WNOHANG | __WALL) > 0;
 }
@@ -69,7 +69,7 @@ void collectAbandonedChildren() noexcept
     if (!anyRemembered) {
         return;
     }
-    // Tried only: after a fork by the process the lock may be held by a thread that does not exist any more.
+    // try_lock: after the process has forked, the lock may be held by a thread that no longer exists.
     const std::unique_lock<std::mutex> guard(placesLock, std::try_to_lock);
     if (!guard.owns_lock()) {
         return;

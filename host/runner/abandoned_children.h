@@ -6,13 +6,13 @@
 
 namespace kivclaim::host_internal {
 
-// A child that is stuck in the kernel outlives its run, and becomes a zombie when the kernel can end it. Nothing
-// process-wide may be set to have it collected, so it is remembered here, and each later run collects those that have
-// ended meanwhile. Only a child that was started before it was remembered is collected: when the process collects a
-// remembered child itself, the system may give its number to another child.
+// A child that is stuck in the kernel outlives its run, and becomes a zombie when the kernel can end it. A library must
+// not change process-wide settings to have it collected, so it is remembered here, and each later run collects those
+// that have ended meanwhile. A child is collected only if it was started before it was remembered: when the process
+// collects a remembered child itself, the system may give its process ID to another child.
 //
-// Remembered are the last 64; an older one stays a zombie until the process ends, unless the process collects it.
-// While /proc cannot be read, a remembered child stays as it is.
+// The last 64 children are remembered; an older one stays a zombie until the process collects it or ends. While /proc
+// cannot be read, no child is collected.
 //
 // Threads: any. Ownership: keeps no descriptor and no memory. Failure: none.
 void rememberAbandonedChild(pid_t process) noexcept;

@@ -15,7 +15,7 @@ namespace kivclaim::host_internal {
 
 namespace {
 
-// Replaced or left out, however often the process's environment names them.
+// The variables that are replaced or left out, even if the environment contains them several times.
 constexpr std::array<std::string_view, 3> ownVariables{"LC_ALL=", "LANGUAGE=", "LVM_SUPPRESS_FD_WARNINGS="};
 constexpr std::size_t beginningBytes = 25;  // of an entry: the longest of these names
 constexpr std::size_t entriesAtOnce = KernelCopy::mostBytes / beginningBytes;
@@ -24,7 +24,7 @@ constexpr int mostAttempts = 20;
 char localeSetting[] = "LC_ALL=C";
 char descriptorWarningSetting[] = "LVM_SUPPRESS_FD_WARNINGS=1";
 
-// How an entry begins, and what follows it when it is shorter.
+// The beginning of an entry; if the entry is shorter, also the bytes that follow it.
 using Beginning = std::array<char, beginningBytes>;
 
 bool isOwnVariable(const Beginning& beginning)
@@ -33,7 +33,7 @@ bool isOwnVariable(const Beginning& beginning)
                        [&](std::string_view name) { return std::string_view(beginning.data(), name.size()) == name; });
 }
 
-// Memory is there or not by the page; KernelCopy's limit is no larger than the smallest one.
+// Memory is readable or not by whole pages; KernelCopy's limit is not larger than the smallest page.
 std::size_t bytesToEndOfPage(const void* address)
 {
     return KernelCopy::mostBytes - reinterpret_cast<std::uintptr_t>(address) % KernelCopy::mostBytes;
@@ -46,7 +46,7 @@ public:
 
     std::vector<char*> read();
 
-    // Nothing was missing, and the list was the same at the end.
+    // True when nothing was missing, and the list was still the same at the end.
     bool isWhole() const { return whole; }
 
 private:
@@ -74,7 +74,7 @@ std::vector<char*> EnvironmentReader::read()
     return kept;
 }
 
-// As far as it can be read, without the final null pointer.
+// The list as far as it can be read, without the final null pointer.
 std::vector<char*> EnvironmentReader::readList(char** list)
 {
     std::vector<char*> all;
@@ -93,7 +93,7 @@ std::vector<char*> EnvironmentReader::readList(char** list)
     return all;
 }
 
-// Reads how the entries begin, all at once when none is missing.
+// Reads the beginnings of the entries, all in one step when none is missing.
 void EnvironmentReader::keepOthers(char** entries, std::size_t count, std::vector<char*>& kept)
 {
     for (std::size_t i = 0; i < count; ++i) {
@@ -114,7 +114,7 @@ void EnvironmentReader::keepOthers(char** entries, std::size_t count, std::vecto
     }
 }
 
-// An entry at the end of a page may go on in the next one, or end with it.
+// An entry near the end of a page may continue in the next page, which need not be readable.
 bool EnvironmentReader::readRest(const iovec& part, Beginning& beginning)
 {
     const std::size_t length = part.iov_len;

@@ -21,7 +21,7 @@ namespace kivclaim::host_internal {
 
 namespace {
 
-// How often a start is repeated while other threads free the environment under it.
+// The number of attempts to start a program while other threads free the environment.
 constexpr int mostStarts = 20;
 
 int descriptorOfKernel(int ofKernel)
@@ -40,7 +40,7 @@ std::vector<char*> argumentPointers(const std::vector<std::string>& words)
     return pointers;
 }
 
-// Asks for the end of the child without collecting it. Returns waitid's result; si_pid is 0 while the child runs.
+// Asks whether the child has ended, without collecting it. Returns waitid's result; si_pid is 0 while the child runs.
 int peek(pid_t process, siginfo_t& information)
 {
     int result;
@@ -146,7 +146,7 @@ ChildProcess::Look ChildProcess::lookDirectly() noexcept
     return Look::hasEnded;
 }
 
-// Somebody else has collected the child.
+// Other code of the process has collected the child.
 bool ChildProcess::isStatusKnownToKernel() noexcept
 {
     if (keeper.isUsed()) {
@@ -171,12 +171,12 @@ bool ChildProcess::hasEnded()
     const bool isKnown = isStatusKnownToKernel();
     collect();
     if (!isKnown) {
-        throw RunProblem{ECHILD, "its status was lost, because somebody else collected it"};
+        throw RunProblem{ECHILD, "its status was lost, because the process collected it elsewhere"};
     }
     return true;
 }
 
-// A child that cannot be asked for is ours until it is known that it is not.
+// A child whose state is unknown is ours until we know that it is not.
 bool ChildProcess::isOurs() const
 {
     if (process == 0) {
@@ -206,7 +206,7 @@ bool ChildProcess::signalGroup(int signal)
     return calls.sendSignal(process, 0) == 0 || errno != EPERM;
 }
 
-// Somebody else may have collected the child since hasEnded, which learnt the status; so this must not block.
+// Other code may have collected the child after hasEnded, which has the status; so this must not block.
 int ChildProcess::collect()
 {
     if (keeper.isUsed()) {

@@ -1,4 +1,4 @@
-// The course of a run: started, heard to its end, ended by force when it must be, and judged.
+// The steps of a run: start the child, read its output, end it if necessary, and determine the result.
 #include "host/runner/command_run.h"
 
 #include "host/printable_text.h"
@@ -33,11 +33,11 @@ constexpr Clock::time_point never = Clock::time_point::max();
 constexpr milliseconds longestWait = std::chrono::hours(1);  // poll counts milliseconds in an int
 constexpr milliseconds shortestPause{1};
 constexpr milliseconds longestPause{20};
-constexpr milliseconds pauseBeforeDescriptor{10};  // a tool that takes longer is waited for with a descriptor
+constexpr milliseconds pauseBeforeDescriptor{10};  // to wait for a tool that takes longer, a descriptor is opened
 constexpr int signalResultBase = 128;
 constexpr int exitCodeUnit = 256;  // of a wait status
 
-// How a run that was not given up ended.
+// How a run ended that was neither cancelled nor ended at its limit.
 struct RunEnd {
     int waitStatus;
     bool wasTimedOut;
@@ -86,10 +86,10 @@ private:
     bool isSilent = false;
     bool isGroupEmpty = false;
     bool isCancelled = false;
-    bool wasDueBefore = false;      // the child was asked when its pipes had ended
-    bool hasHeardSinceEnd = false;  // from others than the child, who hold its pipes
+    bool wasDueBefore = false;      // the child was polled when its pipes had ended
+    bool hasHeardSinceEnd = false;  // other processes that hold its pipes have written after its end
     Clock::time_point start = Clock::now();
-    milliseconds pause = pauseBeforeDescriptor;  // between two questions, when the kernel does not announce the end
+    milliseconds pause = pauseBeforeDescriptor;  // between two polls, when the kernel does not announce the end
     Clock::time_point lastHeard;
 };
 
@@ -105,7 +105,7 @@ CommandRun::CommandRun(const std::vector<std::string>& words, const RunLimits& r
     if (!child.canOpenEndDescriptor()) {
         pause = shortestPause;
     }
-    // Our own write ends would keep the pipes from ever ending.
+    // While our own write ends are open, the pipes would never report end of file.
     outputPipe.writeEnd.reset();
     errorPipe.writeEnd.reset();
 }
@@ -118,7 +118,7 @@ RunEnd CommandRun::toItsEnd()
     return conclude();
 }
 
-// When the group has been asked to end, everybody in it gets the time for that, also when the child ended at once.
+// After SIGTERM, every process of the group gets the time to end, even if the child itself ended at once.
 bool CommandRun::isOver() const
 {
     if (!hasChildEnded) {
@@ -135,7 +135,7 @@ bool CommandRun::isOver() const
     return true;
 }
 
-// Waits until something happens, and takes note of it.
+// Waits until something happens, and records what.
 void CommandRun::hear()
 {
     const int endDescriptor = hasChildEnded ? -1 : child.endDescriptor();
@@ -152,7 +152,7 @@ void CommandRun::hear()
     if (isReady(0)) {
         noticeOutput(streams.readOutput());
     }
-    // Most often both come to their ends together: looking is cheaper than being woken once more.
+    // Mostly both pipes end together: another read is cheaper than another poll.
     const bool hasOutputEnded = isReady(0) && streams.outputDescriptor() < 0;
     if (isReady(1) || (hasOutputEnded && streams.errorDescriptor() >= 0)) {
         noticeOutput(streams.readError());
@@ -172,7 +172,7 @@ milliseconds CommandRun::timeToWait() const
     return std::clamp(left, milliseconds(0), mustAsk ? pause : longestWait);
 }
 
-// Those who outlive the child may go on writing; only their silence ends the run.
+// Processes that outlive the child may continue to write; the run ends when they have been silent for long enough.
 Clock::time_point CommandRun::silenceDeadline() const
 {
     return hasChildEnded && stage == Stage::running ? lastHeard + limits.silenceAfterEnd : never;
@@ -185,7 +185,7 @@ void CommandRun::noticeOutput(std::size_t count)
 
 void CommandRun::noticeEnd(bool isAnnounced)
 {
-    // When both pipes have come to their ends, the child is about to end: asking it is cheaper than waiting.
+    // When both pipes have ended, the child is about to end: polling it is cheaper than waiting.
     const bool isDue = !streams.anyOpen() && !wasDueBefore;
     if (hasChildEnded || (!isAnnounced && !isDue && child.endDescriptor() >= 0)) {
         return;
@@ -197,11 +197,11 @@ void CommandRun::noticeEnd(bool isAnnounced)
     }
 }
 
-// The child runs: how to learn of its end the next time.
+// The child runs: chooses how to notice its end next time.
 void CommandRun::waitOn(bool wasAnnounced)
 {
     if (wasAnnounced) {
-        child.closeEndDescriptor();  // spurious readiness: the child is asked from now on
+        child.closeEndDescriptor();  // spurious readiness: poll the child from now on
         pause = shortestPause;
     } else if (!child.canOpenEndDescriptor()) {
         pause = std::min(2 * pause, longestPause);
@@ -211,7 +211,7 @@ void CommandRun::waitOn(bool wasAnnounced)
     }
 }
 
-// All that the child itself wrote is in the pipes when it has ended; what comes later is from others.
+// When the child has ended, everything that it wrote is in the pipes; later output is from other processes.
 void CommandRun::askForEnd()
 {
     hasChildEnded = child.hasEnded();
@@ -264,13 +264,13 @@ void CommandRun::proceed(Clock::time_point now)
             break;
         case Stage::killed:
             child.leaveBehind();
-            throw RunProblem{ETIMEDOUT, "not even SIGKILL ended it, and it was left behind", unknownWaitStatus,
+            throw RunProblem{ETIMEDOUT, "not even SIGKILL ended it, so it was abandoned", unknownWaitStatus,
                              streams.errorTail()};
     }
 }
 
-// The child may have ended long ago, when this process was stopped or the machine slept. Then only those who still
-// write to its output are ended; those who hold it silently are left alone, as they are when their silence ends the
+// The child may have ended long ago, while this process was stopped or the machine slept. Then only processes that
+// still write to its output are ended; those that hold it open without writing are left alone, as at the end of any
 // run.
 void CommandRun::endAtLimit(Clock::time_point now)
 {
@@ -282,7 +282,7 @@ void CommandRun::endAtLimit(Clock::time_point now)
         return;
     }
     signalGroup(SIGTERM);
-    signalGroup(SIGCONT);  // a stopped process ends no earlier
+    signalGroup(SIGCONT);  // a stopped process cannot end
     stage = Stage::askedToEnd;
     deadline = now + limits.fromTermToKill;
 }
@@ -291,7 +291,7 @@ void CommandRun::signalGroup(int signal)
 {
     if (!child.signalGroup(signal) && !hasChildEnded) {
         child.leaveBehind();
-        throw RunProblem{EPERM, "it runs as another user, so it could not be ended, and was left behind",
+        throw RunProblem{EPERM, "it runs as another user, so it could not be ended and was abandoned",
                          unknownWaitStatus, streams.errorTail()};
     }
 }
@@ -299,7 +299,7 @@ void CommandRun::signalGroup(int signal)
 RunEnd CommandRun::conclude()
 {
     if (stage != Stage::running) {
-        // Those of the group who outlived the child, before its number is given back.
+        // Processes of the group that outlived the child, before its process ID can be reused.
         child.signalGroup(SIGKILL);
         streams.drain();
     }
@@ -340,7 +340,7 @@ std::string describe(const RunEnd& end)
     return end.wasTimedOut ? text + " after its time limit" : text;
 }
 
-// The whole command, or its beginning: not more than 4 KiB, whatever its bytes are.
+// The command, or its beginning: at most 4 KiB, whatever its bytes are.
 std::string shown(const std::string& command)
 {
     constexpr std::size_t mostBytes = 1024;
@@ -354,8 +354,7 @@ std::string shown(const std::string& command)
     return host::printableText(std::string_view(command).substr(0, length)) + "...";
 }
 
-// Not more than 64 KiB: a wide text takes four bytes for each character, and four characters for a byte that is no
-// text.
+// At most 64 KiB: a wide text takes four bytes for each character, and four characters for a byte that is not UTF-8.
 EFiExecPipe failureRecord(std::string message, const std::string& errorTail, int errorNumber, int waitStatus)
 {
     if (!errorTail.empty()) {

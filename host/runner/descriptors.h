@@ -12,8 +12,8 @@ struct Pipe {
     FileDescriptor writeEnd;
 };
 
-// All descriptors lie above the three standard ones, also when the process runs with some of those closed: there the
-// child's own standard descriptors would overwrite them, and another thread that prints would write into them.
+// All descriptors are above the three standard ones, also when the process runs with some of those closed. Otherwise
+// the child's standard descriptors would overwrite them, and another thread that prints would write into them.
 //
 // Failure: RunProblem when there are no descriptors left.
 Pipe makePipe();

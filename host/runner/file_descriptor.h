@@ -6,10 +6,10 @@
 
 namespace kivclaim::host_internal {
 
-// Threads: belongs to one at a time.
-// Ownership: the only owner of its descriptor; -1 is none. Moving leaves the other one empty.
-// Failure: none. What closing says is ignored: nothing is ever written through these, and on Linux the descriptor is
-// gone even when closing was interrupted.
+// Threads: one at a time.
+// Ownership: the only owner of its descriptor; -1 is none. Moving leaves the source empty.
+// Failure: none. Errors of close() are ignored: nothing is written through these descriptors, and on Linux the
+// descriptor is closed even when close() was interrupted.
 class FileDescriptor {
 public:
     explicit FileDescriptor(int owned = -1) : number(owned) {}

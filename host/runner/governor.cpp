@@ -12,7 +12,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A clock that far in the future would overflow; thirty years are as good as no limit.
+// A time too far in the future would overflow; thirty years are as good as no limit.
 constexpr std::chrono::hours longest{24 * 365 * 30};
 
 Clock::time_point latestEndOf(const RunLimits& limits, Clock::time_point start)
@@ -65,7 +65,7 @@ RunLimits Governor::limitsFor(std::chrono::milliseconds timeLimit) const
 
 void Governor::cancel() noexcept
 {
-    const int errorBefore = errno;  // of what a signal handler has interrupted
+    const int errorBefore = errno;  // of the code that a signal handler interrupted
     cancelled = true;
     ::eventfd_write(cancellation.get(), 1);
     errno = errorBefore;

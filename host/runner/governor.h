@@ -1,4 +1,4 @@
-// What a CommandRunner says about the runs of a thread. Private to the bundled host.
+// The state of a CommandRunner, which its runs share. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_RUNNER_GOVERNOR_H
 #define KIVCLAIM_HOST_RUNNER_GOVERNOR_H
 
@@ -16,7 +16,7 @@
 
 namespace kivclaim::host_internal {
 
-// The limits, the cancellation and the present runs of one CommandRunner.
+// The limits, the cancellation and the current runs of one CommandRunner.
 //
 // Threads: any. Ownership: shared by the runner, its scopes and its runs.
 // Failure: std::system_error, std::bad_alloc.
@@ -24,7 +24,7 @@ class Governor {
 public:
     explicit Governor(const host::CommandLimits& commandLimits);
 
-    // Has `work` run the command within the limits that it is given; `timeLimit` holds when the governor's name none.
+    // Calls `work` with the limits for the command; `timeLimit` applies when the governor's limits have none.
     template <class Work>
     CommandResult run(const std::string& command, std::chrono::milliseconds timeLimit, Work work)
     {
@@ -40,7 +40,7 @@ public:
     std::vector<host::RunningCommand> running() const;
 
 private:
-    // A present run; leaves the list when it ends.
+    // An entry in the list of current runs; removed when the run ends.
     class Entry {
     public:
         Entry(Governor& itsGovernor, const std::string& command, const RunLimits& allowed);
@@ -58,11 +58,11 @@ private:
     const host::CommandLimits limits;
     std::atomic<bool> cancelled{false};
     FileDescriptor cancellation;  // readable once it is cancelled
-    mutable std::mutex lock;      // of the list
+    mutable std::mutex lock;      // for the list
     std::list<host::RunningCommand> commands;
 };
 
-// Of the innermost scope that is open on this thread; null when there is none.
+// The governor of the innermost scope that is open on this thread; null when there is none.
 std::shared_ptr<Governor> governorOfThread();
 
 }  // namespace kivclaim::host_internal

@@ -33,7 +33,7 @@ ssize_t uninterrupted(Call call)
 bool KernelCopy::copy(const iovec* parts, int count, void* target) const
 {
     const auto size = static_cast<ssize_t>(sizeOf(parts, count));
-    // Not as the C library's function: the sanitizers' replacements of it would read the memory themselves.
+    // A direct system call, because the sanitizers' replacements of the function would read the memory themselves.
     const ssize_t written =
         uninterrupted([&] { return ::syscall(SYS_writev, static_cast<long>(pipe.writeEnd.get()), parts, count); });
     if (written < 0 && errno != EFAULT) {
@@ -55,7 +55,7 @@ bool KernelCopy::copy(const void* source, std::size_t size, void* target) const
     return copy(&part, 1, target);
 }
 
-// A write that failed in its middle may have left something in the pipe.
+// A write that failed halfway may have left bytes in the pipe.
 void KernelCopy::empty() const
 {
     char bytes[mostBytes];

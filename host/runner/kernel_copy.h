@@ -1,4 +1,4 @@
-// Reads memory that may not be there any more. Private to the bundled host.
+// Reads memory that may have been unmapped. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_RUNNER_KERNEL_COPY_H
 #define KIVCLAIM_HOST_RUNNER_KERNEL_COPY_H
 
@@ -10,14 +10,14 @@
 
 namespace kivclaim::host_internal {
 
-// Has the kernel copy memory of the process, by way of a pipe: it says no where a read of our own would end the
-// process.
+// Has the kernel copy memory of the process through a pipe: the kernel reports an error where a direct access would end
+// the process.
 //
-// Threads: belongs to one. Ownership: the pipe is the caller's; empty before and afterwards.
-// Failure: memory that cannot be read is an answer; RunProblem when the pipe does not work.
+// Threads: belongs to one thread. Ownership: the caller owns the pipe, which is empty before and afterwards.
+// Failure: unreadable memory is part of the result; RunProblem when the pipe does not work.
 class KernelCopy {
 public:
-    static constexpr std::size_t mostBytes = 4096;  // what the smallest pipe takes without waiting
+    static constexpr std::size_t mostBytes = 4096;  // the smallest pipe takes as many without blocking
 
     explicit KernelCopy(const Pipe& emptyPipe) : pipe(emptyPipe) {}
 

@@ -5,7 +5,7 @@
 
 namespace kivclaim::host_internal {
 
-// shrink_to_fit catches what its own allocation throws; the memory then stays the vector's.
+// shrink_to_fit catches a failure of its own allocation; the vector then keeps its memory.
 void LinesBefore::restore(std::vector<std::string>& lines) const noexcept
 {
     lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(size), lines.end());

@@ -1,4 +1,4 @@
-// What becomes of the bytes that a command writes. Private to the bundled host.
+// Turns the bytes that a command writes into lines. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_RUNNER_LINE_COLLECTOR_H
 #define KIVCLAIM_HOST_RUNNER_LINE_COLLECTOR_H
 
@@ -8,20 +8,20 @@
 
 namespace kivclaim::host_internal {
 
-// How far a vector of lines went, and how much memory it had, before more was added.
+// The size and capacity of a vector of lines before lines were added.
 struct LinesBefore {
     explicit LinesBefore(const std::vector<std::string>& lines) : size(lines.size()), capacity(lines.capacity()) {}
 
-    // Takes away what was added, and gives back the memory that was needed for it.
+    // Removes the added lines, and frees the memory that they needed.
     void restore(std::vector<std::string>& lines) const noexcept;
 
     std::size_t size;
     std::size_t capacity;
 };
 
-// Takes the lines of a run away again, unless it is kept: half an output must not pass for a whole one.
+// Removes the lines of a run again unless `keep` is called: a partial output must not pass for a complete one.
 //
-// Threads: belongs to one. Ownership: the vector is the caller's and must outlive it. Failure: none.
+// Threads: belongs to one thread. Ownership: the caller owns the vector, which must outlive it. Failure: none.
 class LinesUntilKept {
 public:
     explicit LinesUntilKept(std::vector<std::string>& target) : lines(target), before(target) {}
@@ -42,10 +42,10 @@ private:
     bool kept = false;
 };
 
-// Cuts a stream of bytes at its line feeds and appends the lines to a caller's vector. Only the line feed is taken
-// away: carriage returns and NUL bytes stay, and an empty line is an element.
+// Splits a stream of bytes at its line feeds and appends the lines to a caller's vector. Only the line feed is removed:
+// carriage returns and NUL bytes stay, and an empty line is an element.
 //
-// Threads: belongs to one. Ownership: the vector is the caller's and must outlive it.
+// Threads: belongs to one thread. Ownership: the caller owns the vector, which must outlive it.
 // Failure: running out of memory, as std::bad_alloc; the vector then holds the lines so far.
 class LineCollector {
 public:
@@ -53,13 +53,13 @@ public:
 
     void add(const char* bytes, std::size_t count);
 
-    // Takes away what was added.
+    // Removes the added lines.
     void drop();
 
-    // The stream ended: what follows the last line feed is a line too, unless it is nothing.
+    // The stream ended: if there are bytes after the last line feed, they are a line too.
     void finish();
 
-    // How many lines have been added.
+    // The number of added lines.
     std::size_t lineCount() const { return lines.size() - before.size; }
 
 private:
@@ -72,7 +72,7 @@ private:
 
 // Keeps the last bytes of a stream.
 //
-// Threads: belongs to one. Failure: running out of memory, as std::bad_alloc.
+// Threads: belongs to one thread. Failure: running out of memory, as std::bad_alloc.
 class TailCollector {
 public:
     explicit TailCollector(std::size_t keptBytes) : limit(keptBytes) {}
@@ -82,7 +82,7 @@ public:
 
 private:
     std::size_t limit;
-    std::string bytesSoFar;  // up to twice the limit, so that not every addition moves everything
+    std::string bytesSoFar;  // up to twice the limit, so that not every addition moves all bytes
 };
 
 }  // namespace kivclaim::host_internal

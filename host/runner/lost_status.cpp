@@ -10,7 +10,7 @@ namespace kivclaim::host_internal {
 
 namespace {
 
-// As the kernel has it; older headers do not.
+// The kernel's definition, which older headers lack.
 struct ProcessInformation {
     std::uint64_t mask;
     std::uint64_t controlGroup;
@@ -26,7 +26,7 @@ constexpr unsigned long askForInformation = _IOWR(0xFF, 11, ProcessInformation);
 
 bool readLostStatus(const FileDescriptor& processDescriptor, int& waitStatus) noexcept
 {
-    // Whoever collects the child makes its status known a moment after the child has ceased to be ours.
+    // The kernel provides the status a moment after the child was collected.
     constexpr std::chrono::milliseconds momentOfCollecting{100};
     ProcessInformation information{};
     const auto isKnown = [&] {

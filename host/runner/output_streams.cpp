@@ -15,9 +15,9 @@ namespace kivclaim::host_internal {
 namespace {
 
 constexpr std::size_t smallBufferBytes = std::size_t{4} << 10;
-constexpr std::size_t largeBufferBytes = std::size_t{256} << 10;  // when the small one was filled at once
+constexpr std::size_t largeBufferBytes = std::size_t{256} << 10;  // after the first read filled the small one
 constexpr std::size_t largePipeBytes = std::size_t{1} << 20;
-// A single read of this much is the sign of a large output.
+// A single read of this size indicates a large output.
 constexpr std::size_t largeRead = std::size_t{32} << 10;
 
 std::size_t bytesInPipe(const FileDescriptor& end)
@@ -41,7 +41,7 @@ OutputStreams::OutputStreams(FileDescriptor outputEnd, FileDescriptor errorEnd, 
 {
 }
 
-// Returns how much was read, 0 when there is nothing (more).
+// Returns the number of bytes, 0 when there is nothing (more) to read.
 std::size_t OutputStreams::readOnce(Stream& stream)
 {
     ssize_t count;
@@ -92,7 +92,7 @@ std::size_t OutputStreams::takeError()
     return count;
 }
 
-// What is dropped gives its memory back at once: ending the writer may take seconds.
+// Frees the memory of dropped lines at once: ending the writer may take seconds.
 void OutputStreams::noticeLimit()
 {
     if (!isOverLimit &&
@@ -102,16 +102,16 @@ void OutputStreams::noticeLimit()
     }
 }
 
-// Only for large outputs: small ones do not repay it, and the room that a user may give to pipes is limited. When the
-// kernel refuses, the pipe is merely slower.
+// Only for large outputs: it does not pay for small ones, and the kernel limits each user's total size of pipes. When
+// the kernel refuses, the pipe is only slower.
 void OutputStreams::enlargeOutputPipe()
 {
     isOutputPipeLarge = true;
     (void)::fcntl(output.end.get(), F_SETPIPE_SZ, static_cast<int>(largePipeBytes));
 }
 
-// Exactly what is there at first: a writer that never ends must not hold the reader. There may be less than the kernel
-// said, because others can read from a pipe too.
+// Reads only the number of bytes that are there at the beginning: a writer that never stops must not hold the reader.
+// There may be fewer than the kernel reported, because other processes can read from a pipe too.
 void OutputStreams::drain(const Stream& stream, std::size_t (OutputStreams::*take)())
 {
     std::size_t left = bytesInPipe(stream.end);

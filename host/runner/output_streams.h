@@ -12,14 +12,14 @@
 
 namespace kivclaim::host_internal {
 
-// Of standard error, the end.
+// How much of the end of standard error is kept.
 constexpr std::size_t keptErrorBytes = 4096;
 
 // Reads standard output into lines and keeps the end of standard error. Beyond the limits, the lines are dropped, and
-// what comes is read and dropped, so that the writer is not blocked while it is being ended.
+// further output is read and dropped, so that the writer is not blocked while it is being ended.
 //
-// Threads: belongs to one.
-// Ownership: owns the read ends; each is closed when its writers are gone. The vector is the caller's.
+// Threads: belongs to one thread.
+// Ownership: owns the read ends; each is closed when its writers are gone. The caller owns the vector.
 // Failure: RunProblem when a pipe cannot be read, std::bad_alloc.
 class OutputStreams {
 public:
@@ -31,14 +31,14 @@ public:
     bool anyOpen() const { return output.end.isOpen() || error.end.isOpen(); }
     bool areOverLimit() const { return isOverLimit; }
 
-    // Each reads once and tells how many bytes it read; there must be something to read, or a hang-up.
+    // Each reads once and returns the number of bytes; poll() must have reported data or a hang-up.
     std::size_t readOutput() { return takeOutput(); }
     std::size_t readError() { return takeError(); }
 
-    // Reads what lies in the pipes, however many others still hold them.
+    // Reads the bytes that are in the pipes, even if other processes still hold them.
     void drain();
 
-    // Makes a line of what follows the last line feed; it counts like the others.
+    // Makes a line of the bytes after the last line feed; it counts towards the limit.
     void finish();
     std::string errorTail() const { return tailCollector.tail(); }
 

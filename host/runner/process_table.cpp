@@ -82,7 +82,7 @@ bool hasRunningMembers(pid_t group) noexcept
             return true;
         }
     }
-    return !isAnyThere;  // no process at all: /proc is not what it should be
+    return !isAnyThere;  // no process at all: this is not a working /proc
 }
 
 }  // namespace kivclaim::host_internal

@@ -1,4 +1,4 @@
-// What the kernel tells of other processes. Private to the bundled host.
+// Facts about other processes, from /proc. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_RUNNER_PROCESS_TABLE_H
 #define KIVCLAIM_HOST_RUNNER_PROCESS_TABLE_H
 
@@ -17,10 +17,10 @@ struct ProcessState {
     bool isRunning() const { return isKnown == Known::yes && state != 'Z' && state != 'X'; }
 };
 
-// Threads: any. Failure: none but what isKnown says.
+// Threads: any. Failure: see isKnown.
 ProcessState stateOf(pid_t process) noexcept;
 
-// Whether a process of this group is left that is no zombie; true when that cannot be told.
+// Whether a process of this group exists that is not a zombie; true when /proc cannot be read.
 bool hasRunningMembers(pid_t group) noexcept;
 
 }  // namespace kivclaim::host_internal

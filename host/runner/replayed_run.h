@@ -1,4 +1,4 @@
-// Gives what a command gave elsewhere. Private to the bundled host.
+// Returns the recorded outcome of a command, if a replay is open. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_RUNNER_REPLAYED_RUN_H
 #define KIVCLAIM_HOST_RUNNER_REPLAYED_RUN_H
 

@@ -6,10 +6,10 @@
 
 namespace kivclaim::host_internal {
 
-// The wait status of a child that there never was, or whose status nobody can learn: no real status is negative.
+// The wait status when no child was started, or its status is lost; real statuses are never negative.
 constexpr int unknownWaitStatus = -1;
 
-// Thrown inside the runner only; runCommand makes the caller's failure record of it.
+// Thrown inside the runner only; runCommand turns it into the caller's failure record.
 struct RunProblem {
     int errorNumber;
     std::string reason;  // continues "Cannot run [...]: "

@@ -1,4 +1,4 @@
-// What a snapshot remembers of one command. Private to the bundled host.
+// The outcome of one command that a snapshot remembers. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_RUNNER_SNAPSHOT_PLACE_H
 #define KIVCLAIM_HOST_RUNNER_SNAPSHOT_PLACE_H
 
@@ -16,8 +16,8 @@ struct SnapshotPlace {
     std::vector<std::string> lines;
 };
 
-// Where the snapshots that are open on this thread remember `command`; null when none of them names it. Outlives its
-// snapshot for as long as it is held.
+// The place of `command` in the snapshots that are open on this thread; null when none of them names it. It may outlive
+// its snapshot.
 std::shared_ptr<SnapshotPlace> snapshotPlaceOf(const std::string& command);
 
 }  // namespace kivclaim::host_internal

@@ -26,7 +26,7 @@ std::atomic<bool> wasStatusLost{false};
 constexpr int socketOfKeeper = STDERR_FILENO + 1;
 constexpr std::chrono::milliseconds timeToEnd{1000};  // of a keeper whose tool cannot be started
 
-// What the keeper sends: once after the start, and once after the end of the tool.
+// The keeper's message: sent once after the start, and once after the end of the tool.
 struct StartReport {
     int errorNumber;
     pid_t process;
@@ -50,8 +50,8 @@ Ends openSocket()
     return opened;
 }
 
-// From here to `keep` everything runs in the copy of the process, of whose threads only this one is there: system calls
-// only, because the copy may have locks of the C library that nobody will open.
+// From here to `keep`, everything runs in the fork, which has only this thread. It makes system calls only: a lock of
+// the C library that another thread held during the fork is never released there.
 
 KIVCLAIM_UNSANITIZED bool send(int socket, const void* message, std::size_t size)
 {
@@ -63,8 +63,8 @@ KIVCLAIM_UNSANITIZED bool send(int socket, const void* message, std::size_t size
     return true;
 }
 
-// The keeper has the outputs of the tool where the tool shall have them, and its socket next to them. They are
-// duplicated first, to numbers that none of the three shall have.
+// Puts the tool's outputs on the descriptors that the tool will use, and the socket on the next one. They are
+// duplicated first, to descriptors above these.
 KIVCLAIM_UNSANITIZED bool arrangeDescriptors(ToolStart& start, int socket)
 {
     int ends[] = {start.outputEnd, start.errorEnd, socket};
@@ -95,17 +95,17 @@ KIVCLAIM_UNSANITIZED void startAndReport(ToolStart& start, int socket)
         start.errorNumber = errno;
     }
     const StartReport report{start.errorNumber, start.process, start.reason};
-    // A keeper that cannot report is of no use; with its end, the tool is killed and the host hears of it.
+    // A keeper that cannot report is useless: when it ends, the tool is killed and the host notices.
     if (!send(socket, &report, sizeof report) || start.errorNumber != 0) {
         endHere();
     }
-    // Held any longer, the pipes would not end with the tool.
+    // If the keeper kept these open, the pipes would not end with the tool.
     ::syscall(SYS_close, STDOUT_FILENO);
     ::syscall(SYS_close, STDERR_FILENO);
 }
 
-// The tool's number stays its own until the host has closed the socket: only then the tool is collected. A host that
-// left the tool behind has closed it long before.
+// The tool's process ID stays reserved until the host has closed the socket: only then the tool is collected. A host
+// that abandoned the tool has closed it long before.
 KIVCLAIM_UNSANITIZED void awaitAndReport(pid_t tool)
 {
     siginfo_t information;
@@ -161,7 +161,7 @@ void StatusKeeper::startTool(ToolStart& start)
 {
     Ends ends = openSocket();
     const pid_t host = ::getpid();
-    // A copy of the process, as fork makes it, but with no signal at its end.
+    // Like fork, but without a signal at the child's end.
     process = static_cast<pid_t>(::syscall(SYS_clone, 0, nullptr, nullptr, nullptr, nullptr));
     if (process == 0) {
         keep(start, ends.keeper.get(), host);

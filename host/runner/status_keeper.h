@@ -12,23 +12,24 @@
 
 namespace kivclaim::host_internal {
 
-// Whether the process would lose the status of a child: it ignores SIGCHLD or wants no zombies, or it may collect every
-// child in a handler or by waiting for the blocked signal, or a status was lost before.
+// Whether the process would lose the status of a child: it ignores SIGCHLD or sets SA_NOCLDWAIT, or it may collect
+// every child in a handler or by waiting for the blocked signal, or a status was lost before.
 bool mayLoseStatuses(const AllSignalsBlocked& signals) noexcept;
 
-// A status was lost in a process of which none of the above is true: a thread of it collects every child.
+// Call it when a status was lost although none of these is true: another thread collects every child.
 void rememberLostStatus() noexcept;
 
-// A copy of the process that starts the tool, waits for it and reports its status through a socket. The host cannot
-// lose the keeper's own end: its end sends no signal, so that ignoring SIGCHLD does not concern it, and only who asks
-// for such children by name (__WALL, __WCLONE) collects it.
+// A fork of the process that starts the tool, waits for it and reports its status through a socket. The host cannot
+// lose the keeper's own status: the keeper's end sends no signal, so ignoring SIGCHLD does not affect it, and only a
+// wait with __WALL or __WCLONE collects it.
 //
-// The copy is made with the page tables of the process, which takes longer the larger the process is, and it is made
-// only for hosts that need it. It holds no descriptor of the host's, runs no handler of pthread_atfork, and ends with
-// the host, and with it the tool. The tool stays a zombie, and its number its own, until the keeper is released.
+// Forking copies the page tables of the process and takes longer the larger the process is, so it is done only for
+// hosts that need it. The keeper has no descriptor of the host, runs no handler of pthread_atfork, and ends with the
+// host; then the tool ends, too. The tool stays a zombie, and its process ID is not reused, until the keeper is
+// released.
 //
-// Threads: belongs to one. Ownership: owns the socket; the owner ends the tool and releases the keeper.
-// Failure: RunProblem when it cannot be made.
+// Threads: belongs to one thread. Ownership: owns the socket; the owner ends the tool and releases the keeper.
+// Failure: RunProblem when it cannot be created.
 class StatusKeeper {
 public:
     enum class Report { none, status, lost };
@@ -42,17 +43,17 @@ public:
     // Becomes readable when the tool ends.
     int descriptor() const { return socket.get(); }
 
-    // Looks for the report of the tool's end; `waitStatus` is filled when it has come.
+    // Checks for the report of the tool's end; sets `waitStatus` when it has arrived.
     Report receive(int& waitStatus) noexcept;
 
-    // Whether the keeper still holds the tool's number.
+    // Whether the keeper still reserves the tool's process ID.
     bool isAlive() const noexcept;
 
-    // Lets the keeper collect the tool, whenever that ends, and leaves the keeper to collectAbandonedChildren.
+    // Lets the keeper collect the tool when it ends, and leaves the keeper to collectAbandonedChildren.
     void leaveBehind() noexcept;
 
-    // Lets the keeper collect the tool, which has ended, and end, and collects the keeper, or leaves it to
-    // collectAbandonedChildren when it has not ended after `patience`.
+    // Lets the keeper collect the ended tool and end. Collects the keeper, or leaves it to collectAbandonedChildren
+    // when it has not ended after `patience`.
     void release(std::chrono::milliseconds patience) noexcept;
 
 private:

@@ -1,4 +1,4 @@
-// What holds for the commands of one thread. Private to the bundled host.
+// The scopes that apply to the commands of one thread. Private to the bundled host.
 #ifndef KIVCLAIM_HOST_RUNNER_THREAD_SCOPES_H
 #define KIVCLAIM_HOST_RUNNER_THREAD_SCOPES_H
 
@@ -10,11 +10,11 @@
 
 namespace kivclaim::host_internal {
 
-// The open scopes of the calling thread, outermost first. A scope is opened on the thread that it holds for, and may be
-// closed anywhere, at any time, also by a function that a run on the thread calls: a run keeps what it has found, and a
-// scope that another thread closed is removed when its own thread looks for scopes the next time.
+// The open scopes of the calling thread, outermost first. A scope is opened on the thread that it applies to, and may
+// be closed on any thread, at any time, also by a function that a run on the thread calls: a run keeps the scope that
+// it has found, and a scope that another thread closed is removed when its own thread searches the list the next time.
 //
-// Threads: each has its own list. Ownership: shared; the last one who uses the state of a scope deletes it.
+// Threads: each has its own list. Ownership: shared; the last user of a scope's state deletes it.
 // Failure: `open` throws std::bad_alloc.
 template <class State>
 class ThreadScopes {
@@ -60,14 +60,14 @@ public:
     }
 
 private:
-    // Destroyed with the thread; what is still open then is closed later, by somebody else.
+    // Destroyed with the thread; scopes that are still open then are closed later by another thread.
     struct List {
         ~List() { isThreadEnding = true; }
         std::vector<std::shared_ptr<Scope>> scopes;
     };
 
-    // In static storage of each thread: otherwise the first access on a thread allocates it, and the C library ends the
-    // process when that fails.
+    // In each thread's static storage: otherwise the first access on a thread allocates it, and the C library ends the
+    // process when that allocation fails.
     static std::vector<std::shared_ptr<Scope>>& openScopes()
     {
         [[gnu::tls_model("initial-exec")]] static thread_local List list;

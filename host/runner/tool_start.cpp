@@ -16,8 +16,8 @@
 #include <atomic>
 #include <cerrno>
 
-// The C library's own name of clone: the thread sanitizer's replacement of the other name cannot stand a child that
-// shares its parent's memory.
+// The C library's internal name of clone: the thread sanitizer replaces the public one with a version that does not
+// work for a child that shares its parent's memory.
 extern "C" int uninterceptedClone(int (*function)(void*), void* stack, int flags, void* argument,
                                   ...) __asm__("__clone");
 
@@ -33,7 +33,7 @@ constexpr int firstOrdinaryDescriptor = STDERR_FILENO + 1;
 constexpr int notStarted = 127;
 constexpr rlim_t mostDescriptors = rlim_t{1} << 20;  // searched when there is no limit
 
-// Default handling as the kernel has it: all zeros, on every architecture.
+// Default handling in the kernel's format: all zeros, on every architecture.
 struct KernelSignalAction {
     unsigned long fields[4];
 };
@@ -59,7 +59,7 @@ KIVCLAIM_UNSANITIZED bool isNullDevice(long descriptor)
            file.st_rdev == makedev(memoryDevices, nullDevice);
 }
 
-// A tool would read anything else as its input, or wait for it without end; so it is opened without waiting.
+// Any other file would be the tool's input, or would block: so it is opened with O_NONBLOCK and checked.
 KIVCLAIM_UNSANITIZED bool openInput(ToolStart& start)
 {
     const long device = ::syscall(SYS_openat, AT_FDCWD, "/dev/null", O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -83,9 +83,9 @@ KIVCLAIM_UNSANITIZED bool setStandardDescriptors(ToolStart& start)
            setDescriptor(start.errorEnd, STDERR_FILENO);
 }
 
-// A process without a terminal gives none to its child; one that has a terminal would have a tool that reads /dev/tty
-// stopped until its time limit. A session is begun only then: where each session is scheduled as a group of its own,
-// a new one waits several times as long for a processor on a busy machine.
+// If the process has a terminal, a tool that reads /dev/tty would be stopped until its time limit, so it gets a new
+// session without a terminal. Only then: where each session is scheduled as a group (autogroup), a new session waits
+// several times as long for a processor on a busy machine.
 KIVCLAIM_UNSANITIZED bool separateFromTerminal()
 {
     const long terminal = ::syscall(SYS_openat, AT_FDCWD, "/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -137,7 +137,7 @@ AllSignalsBlocked::~AllSignalsBlocked()
     setSignalMask(before, nullptr);
 }
 
-// The last one that was used, for the next run: making one costs as much as a good part of a start.
+// The last stack that was used, for the next run: allocating one takes a large part of the time of a start.
 ChildStack::ChildStack() : memory(spareStack.exchange(nullptr))
 {
     if (memory != nullptr) {
@@ -173,7 +173,7 @@ KIVCLAIM_UNSANITIZED void resetSignals() noexcept
     }
 }
 
-// Kernels before 5.9, and some filters of system calls, know no close_range.
+// Kernels before 5.9, and some system-call filters, lack close_range.
 KIVCLAIM_UNSANITIZED void closeDescriptorsFrom(int first) noexcept
 {
     if (::syscall(SYS_close_range, first, ~0U, 0) == 0) {
@@ -201,9 +201,9 @@ KIVCLAIM_UNSANITIZED void startTool(ToolStart& start) noexcept
     start.errorNumber = 0;
     start.reason = nullptr;
     start.process = cloneTool(start, start.wantsDescriptor ? CLONE_PIDFD : 0);
-    // EINVAL is the answer of emulators that know no descriptors of processes.
+    // EINVAL comes from emulators that do not support descriptors of processes (pidfd).
     if (start.process < 0 && (errno == EMFILE || errno == ENFILE || errno == EINVAL)) {
-        start.process = cloneTool(start, 0);  // the child is then asked from time to time
+        start.process = cloneTool(start, 0);  // the child is then polled
     }
     if (start.process < 0) {
         start.errorNumber = errno;

@@ -7,7 +7,7 @@
 #include <csignal>
 #include <cstddef>
 
-// The sanitizers' bookkeeping belongs to the parent; a process that shares or copies its memory must not disturb it.
+// The sanitizers' state belongs to the parent; a process that shares or copies its memory must not change it.
 #if defined(__clang__) || defined(__GNUC__)
 #define KIVCLAIM_UNSANITIZED __attribute__((no_sanitize("address", "thread", "undefined")))
 #else
@@ -16,10 +16,10 @@
 
 namespace kivclaim::host_internal {
 
-// While it lives, every signal waits, those of the thread library included, so that no handler of the process runs in
-// the child before the child has put its own signal handling in order.
+// While it exists, every signal is blocked, also those of the thread library, so that no handler of the process runs in
+// the child before the child has reset its own signal handling.
 //
-// Threads: belongs to the one that made it.
+// Threads: belongs to the thread that created it.
 class AllSignalsBlocked {
 public:
     AllSignalsBlocked();
@@ -30,10 +30,10 @@ public:
     bool wasBlockedBefore(int signal) const { return ((before >> static_cast<unsigned>(signal - 1)) & 1U) != 0; }
 
 private:
-    unsigned long long before = 0;  // a signal mask as the kernel has it
+    unsigned long long before = 0;  // a signal mask in the kernel's format
 };
 
-// What the child runs on until it executes the program.
+// The child's stack until it executes the program.
 //
 // Failure: RunProblem when there is no memory.
 class ChildStack {
@@ -46,11 +46,11 @@ public:
     void* top() const { return static_cast<char*>(memory) + size; }
 
 private:
-    static constexpr std::size_t size = std::size_t{128} << 10;  // as a wrapper of execve may want it
+    static constexpr std::size_t size = std::size_t{128} << 10;  // enough for a wrapper of execve
     void* memory;
 };
 
-// What a program is started with, and what came of it.
+// The parameters of a start, and its outcome.
 struct ToolStart {
     char* const* arguments;  // the first is the program's path
     char* const* environment;
@@ -62,26 +62,26 @@ struct ToolStart {
     pid_t parent = 0;
     pid_t process = 0;  // of the program, when there was no error
     int processDescriptor =
-        -1;  // becomes readable when the program ends; -1 when the kernel gives none, or none is wanted
+        -1;  // becomes readable when the program ends; -1 when the kernel gives none, or none was requested
     int errorNumber = 0;
-    const char* reason = nullptr;  // of the error, where it is not the program's
+    const char* reason = nullptr;  // the cause of the error, unless the program itself is the cause
 };
 
-// Starts the program in a process group of its own, and in a session of its own when the process has a terminal, so
-// that the program has none; with the three descriptors as its standard ones and no other, with default signal
-// handling, and so that the kernel kills it when the calling thread ends. Fills `start`.
+// Starts the program in its own process group, with the three descriptors as its standard ones and no other, and with
+// default signal handling. If the process has a terminal, the program gets its own session, so that it has no terminal.
+// The kernel kills the program when the calling thread ends. Fills `start`.
 //
-// Not posix_spawn, because that cannot ask for the last: the parent-death signal belongs to the child and has to be set
-// between its start and the program's. What is done is the same otherwise: the child shares the parent's memory and
-// the parent waits until the program has taken its place, so no copy is made, however large the process is, and no
-// handler of pthread_atfork runs. The signal comes when the thread that started the child ends; a run is synchronous,
-// so its thread ends during it only with the process, or by leaving the run, which ends the tool anyway.
+// posix_spawn cannot request that last: the parent-death signal has to be set in the child before the program starts.
+// Otherwise this works like posix_spawn: the child shares the parent's memory and the parent waits until the child has
+// executed the program, so nothing is copied, however large the process is, and no handler of pthread_atfork runs. The
+// signal is sent when the thread that started the child ends; a run is synchronous, so its thread ends during it only
+// with the process, or by leaving the run, which ends the tool anyway.
 //
-// All signals must be blocked. Async-signal-safe, so that a copy of the process may call it as well.
+// All signals must be blocked. Async-signal-safe, so that a fork of the process may call it as well.
 void startTool(ToolStart& start) noexcept;
 
-// The steps of it that a copy of the process needs for itself as well, also async-signal-safe. Each sets errno.
-bool endsWithItsParent(pid_t parent) noexcept;  // from now on; false when the caller has another parent already
+// The steps of it that a fork of the process also needs, async-signal-safe too. Each sets errno.
+bool endsWithItsParent(pid_t parent) noexcept;  // from now on; false when the caller already has another parent
 void resetSignals() noexcept;                   // to default handling; the mask stays
 void closeDescriptorsFrom(int first) noexcept;
 [[noreturn]] void endHere() noexcept;

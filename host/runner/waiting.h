@@ -12,7 +12,7 @@
 
 namespace kivclaim::host_internal {
 
-// The status as wait() gives it, made of what waitid() tells.
+// The status in the format of wait(), from the result of waitid().
 inline int rawWaitStatus(const siginfo_t& information)
 {
     constexpr int coreDumped = 0x80;
@@ -22,7 +22,7 @@ inline int rawWaitStatus(const siginfo_t& information)
     return information.si_status | (information.si_code == CLD_DUMPED ? coreDumped : 0);
 }
 
-// Asks until the answer is yes, with growing pauses, or until `patience` is over. Returns the last answer.
+// Calls the function until it returns true, with growing pauses, or until `patience` is over. Returns the last result.
 template <class Question>
 bool becomesTrue(std::chrono::milliseconds patience, Question question)
 {

@@ -7,8 +7,8 @@
 
 namespace kivclaim::host_internal {
 
-// `text`, taken as UTF-8 whatever the process's locale is. A byte that is not UTF-8 becomes the four characters \xHH:
-// the text of a failure must come through whatever a tool wrote.
+// Decodes `text` as UTF-8, whatever the process's locale is. A byte that is not UTF-8 becomes the four characters \xHH:
+// the text of a failure must be readable whatever a tool wrote.
 //
 // Threads: any. Failure: only running out of memory, as std::bad_alloc.
 std::wstring wideText(std::string_view text);

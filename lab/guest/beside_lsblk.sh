@@ -1,10 +1,10 @@
-# kivclaim list beside lsblk, row by row, on this machine and on a copy of it.
+# Compares kivclaim list with lsblk, row by row, on this machine and on a copy of it.
 # shellcheck shell=bash
 
 columns_of_both=KNAME,MAJ:MIN,SIZE,TYPE,RO,MODEL,HCTL,STATE,PKNAME
 
-# unpack TEXT DIRECTORY [FROM]: makes a root directory of what copy_of_machine.sh printed on the machine whose root is
-# FROM. Links are taken from there, all at once: a process for each would take a minute here.
+# unpack TEXT DIRECTORY [FROM]: makes a root directory from the output of copy_of_machine.sh on the machine whose root
+# is FROM. Links are copied from there, all at once: a process for each would take a minute here.
 unpack() {
     local text=$1 root=$2 from=${3:-/} line directory='' i lines
     local directories=() links=() files=() contents=()
@@ -28,13 +28,14 @@ unpack() {
     done
 }
 
-# rows COMMAND...: what it prints of each device at each of its places, sorted. The model is the one text that releases of
-# lsblk write in two ways.
+# rows COMMAND...: its output for each device at each of its places, sorted. The model is changed to one form, because
+# releases of lsblk print it in two ways.
 rows() {
     "$@" --all --bytes --pairs --output "$columns_of_both" | sed 's/QEMU_HARDDISK/QEMU HARDDISK/' | sort
 }
 
-# list_agrees WHAT COUNT [OPTION...]: list and lsblk, both with these options, show COUNT devices and the same rows.
+# list_agrees WHAT COUNT [OPTION...]: checks that list and lsblk with these options show COUNT devices and the same
+# rows.
 list_agrees() {
     local what=$1 count=$2 ours theirs differ
     shift 2

@@ -1,18 +1,18 @@
-# What scenes are written with. A scene is a bash script in scenes/; it begins with `scene TITLE`. Results go to file
-# descriptor 3, one a line, each with a word in front: scene, ok, failed, note.
+# Functions for scenes. A scene is a bash script in scenes/; it begins with `scene TITLE`. Results go to file descriptor
+# 3, one a line, each after one of the words scene, ok, failed and note.
 # shellcheck shell=bash
 
 scene() {
     printf 'scene %s\n' "$1" >&3
 }
 
-# note TEXT: what a reader should know and no check is about, such as a time.
+# note TEXT: prints information that is not a check, such as a time.
 note() {
     printf 'note %s\n' "$1" >&3
 }
 
-# check QUESTION EXPECTED ANSWER [KERNEL [QUIRK]]: the answer must be the expected one. KERNEL is what the kernel says,
-# QUIRK the entry of docs/quirks.md that explains why that is something else.
+# check QUESTION EXPECTED ANSWER [KERNEL [QUIRK]]: the answer must be the expected one. KERNEL is what the kernel says;
+# QUIRK is the entry of docs/quirks.md that explains why the answer differs from it.
 check() {
     local line
     printf -v line '%-48s %s' "$1" "$3"
@@ -24,12 +24,12 @@ check() {
     fi
 }
 
-# yes_or_no COMMAND...: for checks of what holds or does not.
+# yes_or_no COMMAND...: prints whether the command succeeds, for checks.
 yes_or_no() {
     if "$@" >/dev/null 2>&1; then echo yes; else echo no; fi
 }
 
-# Waits until udev has nothing to do, on a busy machine longer than udevadm would by itself.
+# Waits until udev has nothing to do; on a busy machine, that may take longer than udevadm's default limit.
 settle() {
     udevadm settle --timeout=1200
 }
@@ -44,9 +44,9 @@ within() {
     done
 }
 
-# The functions that work for each row of a table leave their result in a variable of its own: processes are slow here.
+# Functions that are called for each row of a table return their result in a variable, because processes are slow here.
 
-# The devices in a sysfs directory, maps by their own names: "sdc and sdd", into `names`.
+# Sets `names` to the devices in a sysfs directory, maps by their names, as in "sdc and sdd".
 device_names() {
     local device name
     names=''
@@ -58,13 +58,13 @@ device_names() {
     done
 }
 
-# The numbers of the device at PATH, into `major` and `minor`. Old releases' stat cannot print them as decimals.
+# Sets `major` and `minor` to the numbers of the device at PATH. The stat of old releases cannot print them in decimal.
 device_number() {
     read -r major minor < <(stat -L -c '%t %T' "$1") || return 1
     major=$((16#$major)) minor=$((16#$minor))
 }
 
-# What the kernel knows about the node PATH, read from sysfs by the node's number, into `truth`.
+# Sets `truth` to what sysfs says about the node PATH, found by the node's number.
 kernel_says() {
     local major minor number device text
     truth='no such node'
@@ -101,7 +101,7 @@ mapping_truth() {
     esac
 }
 
-# Puts standard input among what comes home when the lab was asked to --capture.
+# Stores standard input as a captured file if the lab runs with --capture.
 captured() {
     if [ -f /lab/capture ]; then
         mkdir -p "$(dirname "/captured/$1")"
@@ -111,8 +111,9 @@ captured() {
     fi
 }
 
-# Asks the lab's host: questions on standard input, a line each. A host of its own for them all, started with
-# `asked_under` and looking once at the list of volumes, or the one that `open_host` started on file descriptors 4 and 5.
+# Asks the lab's host: questions on standard input, one a line. Uses the host that `open_host` started on file
+# descriptors 4 and 5; otherwise a new one for all questions, started with `asked_under`, which runs lvdisplay only
+# once.
 asked_under=()
 ask() {
     local question answer
@@ -137,8 +138,9 @@ close_host() {
     wait %%
 }
 
-# audit_finds SLUGS [PATH...]: of all block devices that the kernel has, or those given, every difference between library
-# and kernel is explained by one of the quirks, and each of these quirks is met. A failed listing makes answers unsure.
+# audit_finds SLUGS [PATH...]: checks that one of these quirks explains every difference between library and kernel, for
+# all block devices of the kernel or those given, and that each of these quirks occurs. A failed listing makes answers
+# unsure.
 audit_finds() {
     local expected=$1 status=0 wanted=0 found devices
     shift
@@ -151,12 +153,13 @@ audit_finds() {
         "$status, $(audited_count devices): $found"
 }
 
-# Of the last audit, in a line each: a device and the quirk that explains a difference of it.
+# Prints a line for each difference in the last audit: the device and the quirk that explains it.
 concerned() {
     awk -F '"' '$2 == "device" { device = $4 } $2 == "quirk" && $4 != "" { print device, $4 }' /tmp/audit.json
 }
 
-# concerns QUIRK DEVICE...: in the last audit, the quirk explains one difference of each of these devices, and of no other.
+# concerns QUIRK DEVICE...: checks that in the last audit, the quirk explains one difference of each of these devices,
+# and of no other device.
 concerns() {
     local quirk=$1 expected
     shift
@@ -165,18 +168,18 @@ concerns() {
         "$(concerned | awk -v quirk="$quirk" '$2 == quirk { sub(".*/", "", $1); print $1 }' | sort | paste -sd ' ')"
 }
 
-# A number from the summary of the last audit.
+# Prints a number from the summary of the last audit.
 audited_count() {
     grep -oE "\"$1\": [0-9]+" /tmp/audit.json | tail -n 1 | grep -oE '[0-9]+'
 }
 
-# TEXT without blanks at its ends, into the variable NAME.
+# trim NAME TEXT: sets the variable NAME to TEXT without blanks at its ends.
 trim() {
     local text=${2#"${2%%[![:space:]]*}"}
     printf -v "$1" '%s' "${text%"${text##*[![:space:]]}"}"
 }
 
-# The device that the kernel is asked about: the one in question, or for `partition` the one answered, into `device`.
+# Sets `device` to the device that the kernel is asked about: the one in the question, or for `partition` the answer.
 device_in_question() {
     local question=$1 answer=$2 word
     device=''
@@ -186,8 +189,8 @@ device_in_question() {
     [[ " $question" != *' partition '* ]] || device=$answer
 }
 
-# answers <<TABLE: each row is QUESTION | ANSWER | what the KERNEL says [| QUIRK]. All are asked of one host; the kernel
-# is asked about the device in question, and for `partition` about the one answered.
+# answers <<TABLE: checks rows of QUESTION | ANSWER | what the KERNEL says [| QUIRK]. One host is asked all questions;
+# the kernel is asked about the device in the question, and for `partition` about the answer.
 answers() {
     local row rows=() questions=() given i question expected kernel quirk device truth
     while IFS= read -r row; do
@@ -212,7 +215,7 @@ answers() {
     done
 }
 
-# The command must give the answers of the host for these paths.
+# command_agrees PATH...: checks that the command gives the same answers as the host.
 command_agrees() {
     local host command
     host=$(printf 'claim %s\n' "$@" | ask | paste -d ' ' - <(printf '%s\n' "$@"))

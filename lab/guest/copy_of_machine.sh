@@ -1,7 +1,7 @@
-# Prints those files of this machine that say what its block devices are, laid out for a program that takes another
-# root directory, such as lsblk --sysroot. A line without a blank in front is a directory, from the root on; the lines
-# below it are its files, NAME=CONTENT with the escapes of printf's %b, and its links, NAME -> TARGET. A node under /dev
-# is a file with the properties that udev knows. tests/unpack_machine makes directories and files of it again.
+# Prints the files of this machine that describe its block devices, for programs that accept another root directory,
+# such as lsblk --sysroot. A line without a leading blank is a directory, as an absolute path; the lines after it are
+# its files, NAME=CONTENT with the escapes of printf's %b, and its links, NAME -> TARGET. A node under /dev is a file
+# with its udev properties. tests/unpack_machine makes directories and files from the output again.
 # shellcheck shell=bash
 set -u
 shopt -s nullglob
@@ -9,10 +9,10 @@ shopt -s nullglob
 attributes=(dev size ro removable partition start dm/name dm/uuid dm/suspended queue/rotational
     queue/logical_block_size queue/physical_block_size)
 disk_attributes=(vendor model rev state type wwid serial)
-# Of udev's properties those that say what a device is, and not when or how it was found.
+# The udev properties that describe a device, without those about when and how it was found.
 properties='^(DEVNAME|DEVTYPE|DM_(NAME|UUID)|ID_(FS|PART_ENTRY|PART_TABLE)_[A-Z0-9_]+|ID_(SERIAL|SERIAL_SHORT|WWN|WWN_WITH_EXTENSION|MODEL|VENDOR|REVISION|TYPE|BUS|SCSI_SERIAL))='
 
-# file NAME PATH: when it can be read; its content has no NUL.
+# file NAME PATH: prints it if it can be read; its content must have no NUL.
 file() {
     local content
     { IFS= read -r -d '' content <"$2"; } 2>/dev/null || [ -n "${content:-}" ] || return 0
@@ -54,7 +54,7 @@ disk() {
     links "$directory" subsystem
 }
 
-# The links of the directories of all block devices, and of the nodes that udev made for them.
+# Prints the links in the directories of all block devices, and the links that udev made to their nodes.
 names_in_sys() {
     local directory
     for directory in sys/block sys/class/block sys/dev/block; do
@@ -72,7 +72,7 @@ names_in_dev() {
         \( -lname '*/dm-*' -o -lname '*/sd*' \) -printf '%P %l\n' | sort | sed -E 's#^(.*)/([^/ ]+) #\1 \2 #')
 }
 
-# The text of a file, without the lines of other properties and those that change from run to run.
+# Prints a file without the lines of other properties and those that change between runs.
 node() {
     local text
     text=$(udevadm info --query=property --name="/dev/$1" | grep -E "$properties" | sort)

@@ -61,7 +61,7 @@ TEST_P(MissingOperation, KeepsThePluginFromLoading)
                                     HasSubstr(GetParam().symbol)));
 }
 
-// Also where somebody builds the library to be bound lazily: it holds the address of each operation.
+// Also when the library is built to be bound lazily, because it contains the address of each operation.
 TEST_P(MissingOperation, KeepsALibraryThatIsBoundLazilyFromLoading)
 {
     const Ended ended = open(PLUGIN_BOUND_LAZILY);

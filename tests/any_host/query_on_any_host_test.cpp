@@ -35,7 +35,7 @@ void PrintTo(const HostKind& kind, std::ostream* stream)
 
 class QueryOnHost : public testing::TestWithParam<HostKind> {
 protected:
-    // The script leaves a line behind for each run.
+    // The script writes a line for each run.
     void lvdisplay(const std::string& body) const
     {
         tools.addScript("lvdisplay", "echo run >> " + work.path() + "/runs\n" + body);
@@ -75,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(Hosts, QueryOnHost,
                                          HostKind{"Second", QUERY_ON_SECOND_HOST}),
                          nameOf);
 
-TEST_P(QueryOnHost, AnswersRestOnWhatTheToolPrinted)
+TEST_P(QueryOnHost, AnswersAreBasedOnTheToolsOutput)
 {
     lvdisplay(twoVolumes);
     EXPECT_THAT(ask({"/dev/mapper/vg00-lvol1", "/dev/mapper/mpatha-part2", "/dev/sdc12"}),
@@ -94,7 +94,7 @@ TEST_P(QueryOnHost, TenThousandPathsAreAnsweredByOneRun)
     EXPECT_EQ(work.contentOf("runs"), "run\n");
 }
 
-TEST_P(QueryOnHost, AFailedToolIsToldWithWhatItPrinted)
+TEST_P(QueryOnHost, AFailedToolIsReportedWithItsOutput)
 {
     lvdisplay(std::string(twoVolumes) + "echo 'WARNING: a device is missing' >&2\nexit 5\n");
     const Lines lines = ask({"/dev/mapper/mpatha", "/dev/mapper/mpathb"});
@@ -106,13 +106,13 @@ TEST_P(QueryOnHost, AFailedToolIsToldWithWhatItPrinted)
     EXPECT_EQ(work.contentOf("runs"), "run\n");
 }
 
-TEST_P(QueryOnHost, AToolThatASignalEndedIsToldWithTheSignal)
+TEST_P(QueryOnHost, AToolThatASignalEndedIsReportedWithTheSignal)
 {
     lvdisplay("kill -9 $$\n");
     EXPECT_THAT(ask({"/dev/mapper/mpatha"}).back(), StartsWith("0 volumes; /sbin/lvdisplay was ended by signal 9; "));
 }
 
-TEST_P(QueryOnHost, AMissingToolIsToldAsOneThatCouldNotBeRun)
+TEST_P(QueryOnHost, AMissingToolIsReportedAsOneThatCouldNotBeRun)
 {
     const Lines lines = ask({"/dev/mapper/mpatha"});
     ASSERT_THAT(lines, SizeIs(2));

@@ -19,7 +19,7 @@ alter() {
     ! cmp -s before "$1" || { echo "there is nothing to alter in $1" && exit 2; }
 }
 
-# swap FILE ONE OTHER: puts the line with ONE behind the line with OTHER.
+# swap FILE ONE OTHER: moves the line with ONE after the line with OTHER.
 swap() {
     local one other
     one=$(grep -nF "$2" "$1" | cut -d : -f 1)

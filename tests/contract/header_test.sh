@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Compiles one installed header alone: header_test.sh COMPILER STANDARD PREFIX HEADER [SOURCE]. Only what is installed is seen, and
-# as a part of the program, with the warnings that its makers may have asked for: -isystem would hide them. Those of ACE
-# are nobody's business.
+# Compiles one installed header alone: header_test.sh COMPILER STANDARD PREFIX HEADER [SOURCE]. It sees installed files
+# only. They count as part of the program, so that their warnings are shown; -isystem would hide them. Warnings of ACE's
+# headers do not matter.
 set -euo pipefail
 compiler=$1 standard=$2 prefix=$3 header=$4 source=${5:-/dev/null}
 

@@ -26,10 +26,10 @@ for file in lib/libkivclaim.so.1 lib/libkivclaim_kernel.so.1 lib/libztfi_pdk.so.
     ! readelf -d "$file" | grep -E 'RPATH|RUNPATH' || { echo "$file has a run path" && exit 1; }
 done
 for file in "$build"/claim/libkivclaim.so.1 "$build"/tools/kivclaim; do
-    ! readelf -d "$file" | grep -E 'R(UN)?PATH.*(\[:|::|:\])' || { echo "$file loads from the current folder" && exit 1; }
+    ! readelf -d "$file" | grep -E 'R(UN)?PATH.*(\[:|::|:\])' || { echo "$file loads from the current directory" && exit 1; }
 done
 if grep -rnF -e "$root" -e "$build" -e "$prefix" .; then
-    echo 'the files above name the folder that they were built or installed in' && exit 1
+    echo 'the files above name the directory that they were built or installed in' && exit 1
 fi
 
 # The command names the page of quirks that was installed with it.

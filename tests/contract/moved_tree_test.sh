@@ -6,7 +6,7 @@ prefix=$1 compiler=$2
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-moved="$work/another folder"
+moved="$work/another directory"
 cp -a "$prefix" "$moved"
 cd "$work"
 

@@ -32,12 +32,12 @@ expect() {
 
 commands=$("$here/help_words.sh" "$kivclaim" commands)
 expect 'the commands' "$commands" ''
-expect 'the commands behind the value of an option' "$commands" -o DEVICE ''
+expect 'the commands after the value of an option' "$commands" -o DEVICE ''
 expect 'the options' "$("$here/help_words.sh" "$kivclaim" options)" -
 for command in $commands; do
     expect 'the options' "$("$here/help_words.sh" "$kivclaim" options "$command")" "$command" -
 done
-expect 'the options behind another' "$("$here/help_words.sh" "$kivclaim" options claim)" --trace 3 claim -
+expect 'the options after another' "$("$here/help_words.sh" "$kivclaim" options claim)" --trace 3 claim -
 
 columns=$("$kivclaim" list --help | sed -nE 's/.*columns only: ([A-Z:, and]+), separated.*/\1/p' | sed 's/ and /, /' | tr -s ', ' '\n' | sort)
 expect 'the columns' "$columns" list -o ''

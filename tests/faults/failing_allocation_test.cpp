@@ -44,7 +44,7 @@ struct AskedManager {
 
 }  // namespace
 
-TEST(FailingAllocation, AnUnsureAnswerOfAQueryIsWholeOrReachesTheCallerAsAFailure)
+TEST(FailingAllocation, AnUnsureAnswerOfAQueryIsCompleteOrTheFailureReachesTheCaller)
 {
     constexpr char oneVolume[] =
         "The path was printed as a logical volume but is not treated as one, because "

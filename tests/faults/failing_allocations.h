@@ -1,4 +1,4 @@
-// Memory that runs out. A program with this file has its own operator new.
+// Makes allocations fail. A program with this file has its own operator new.
 #ifndef KIVCLAIM_TESTS_FAULTS_FAILING_ALLOCATIONS_H
 #define KIVCLAIM_TESTS_FAULTS_FAILING_ALLOCATIONS_H
 
@@ -6,8 +6,8 @@ namespace faults {
 
 constexpr int forever = -1;
 
-// While it lives, this thread runs out of memory: `successes` allocations work, the next `failures` fail, and all later
-// ones work again. What the recording host allocates is its own affair and does not count. One at a time.
+// While it exists, allocations of this thread fail: `successes` allocations work, the next `failures` fail, and all
+// later ones work again. Allocations of the recording host are not counted. One at a time.
 class FailingAllocations {
 public:
     explicit FailingAllocations(int successes, int failures = forever);
@@ -15,11 +15,11 @@ public:
     FailingAllocations(const FailingAllocations&) = delete;
     FailingAllocations& operator=(const FailingAllocations&) = delete;
 
-    // How many allocations failed so far.
+    // The number of allocations that failed so far.
     static int failed();
 };
 
-// How many blocks of memory the program holds now.
+// The number of blocks of memory that the program holds now.
 long blocksAlive();
 
 }  // namespace faults

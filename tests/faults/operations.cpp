@@ -441,7 +441,7 @@ std::vector<Operation> ofTheSupport()
 
 Library::~Library()
 {
-    // The list tells to whom a module belongs: its registration may have ended in an exception behind the append.
+    // The list tells who owns a module: its registration may have ended with an exception after the append.
     if (manager.claimModules().back() == newModule.get()) {
         newModule.release();
     }

@@ -1,4 +1,4 @@
-// Every operation of the library, each with a machine that plays along and with its right answer.
+// Every operation of the library, each with the mock machine that it needs and with its right answer.
 #ifndef KIVCLAIM_TESTS_FAULTS_OPERATIONS_H
 #define KIVCLAIM_TESTS_FAULTS_OPERATIONS_H
 
@@ -41,7 +41,7 @@ struct Operation {
     std::function<void(recording::Host&)> machine;
     std::function<std::string(Library&)> ask;
     std::string right;
-    std::set<std::string> neutral;  // what a failure inside may make of the answer
+    std::set<std::string> neutral;  // the answers that a failure inside may cause
 };
 
 const std::vector<Operation>& allOperations();

@@ -1,4 +1,4 @@
-// Questions to the library, repeated while one fault after the other strikes.
+// Questions to the library, repeated with one fault after the other.
 #ifndef KIVCLAIM_TESTS_FAULTS_QUESTIONS_H
 #define KIVCLAIM_TESTS_FAULTS_QUESTIONS_H
 
@@ -15,7 +15,7 @@ namespace faults {
 
 using Machine = std::function<void(recording::Host&)>;
 
-// What one question came to.
+// The outcome of one question.
 struct Outcome {
     bool threw = false;
     std::string answer;  // empty when it threw
@@ -26,8 +26,7 @@ struct Outcome {
 using Judge = std::function<void(const Outcome&)>;
 
 // Asks a fresh `Subject` while the first, the second ... allocation of the plug-in fails, until none is left to fail,
-// and lets `judge` look at each outcome that a failure had. No memory may be lost by it. Returns the number of
-// failures.
+// and calls `judge` with the outcome of each failure. None of them may leak memory. Returns the number of failures.
 template <class Subject>
 int failEachAllocation(const Machine& machine, const std::function<std::string(Subject&)>& ask, const Judge& judge)
 {
@@ -69,8 +68,8 @@ inline void nothingSpecial(recording::Host& /*host*/)
 {
 }
 
-// Judges an operation that may be cut short by an exception, but never answers anything else than `right`, and whose
-// entry is recorded in every case.
+// Checks an operation that an exception may end early, but whose answer is always `right`, and whose entry is always
+// recorded.
 inline Judge entersAndIsRightOrThrows(const std::string& operation, const std::string& right)
 {
     return [=](const Outcome& outcome) {

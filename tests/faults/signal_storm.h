@@ -9,7 +9,7 @@
 
 namespace tests {
 
-// While it lives, a signal interrupts system calls every millisecond, without their being restarted.
+// While it exists, a signal interrupts system calls every millisecond, and they are not restarted.
 class SignalStorm {
 public:
     SignalStorm()
@@ -28,7 +28,7 @@ public:
         ::sigaction(SIGALRM, &before, nullptr);
     }
 
-    // How many there were since the last storm began.
+    // The number of signals since the last storm began.
     static int signals() { return count(); }
 
 private:

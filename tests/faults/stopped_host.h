@@ -10,7 +10,7 @@
 
 namespace tests {
 
-// A judge that stops the host for so long at the first of its calls that is judged.
+// A judge that stops the host for this time at the first call that it judges.
 inline Judge stoppingTheHostFor(std::chrono::milliseconds time)
 {
     return [time, isStopped = false](const SystemCall& call) mutable {

@@ -80,7 +80,8 @@ int takeListener(pid_t host, Meeting& meeting)
     return listener;
 }
 
-// The caller may be gone meanwhile, or may have been interrupted and ask anew: then nobody waits for the reply.
+// The caller may have ended meanwhile, or may have been interrupted and repeat the call: then no process waits for the
+// reply.
 void send(int listener, std::uint64_t id, const Reply& reply)
 {
     if (reply.kind == Reply::Kind::givesDescriptor) {
@@ -112,7 +113,7 @@ void judgeOne(int listener, pid_t host, const Judge& judge)
     send(listener, notification.id, judge(call));
 }
 
-// Until the host has ended. Those who outlive it are let go by closing the listener: their calls then fail.
+// Runs until the host has ended. Closing the listener releases processes that outlive it: their calls then fail.
 int judgeAll(int listener, pid_t host, const Judge& judge)
 {
     constexpr int milliseconds = 20;

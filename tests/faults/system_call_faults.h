@@ -1,4 +1,4 @@
-// Makes system calls fail, lie or wait, chosen by their number and by how often they were made. No rights are needed.
+// Makes system calls fail, lie or wait, selected by their number and by how often they were made. Needs no privileges.
 #ifndef KIVCLAIM_TESTS_FAULTS_SYSTEM_CALL_FAULTS_H
 #define KIVCLAIM_TESTS_FAULTS_SYSTEM_CALL_FAULTS_H
 
@@ -12,7 +12,7 @@
 
 namespace tests {
 
-// The number of the call that libc's poll makes: newer architectures have ppoll alone.
+// The number of the system call that libc's poll makes: newer architectures have only ppoll.
 #ifdef SYS_poll
 constexpr int pollCall = SYS_poll;
 #else
@@ -22,14 +22,14 @@ constexpr int pollCall = SYS_ppoll;
 // A system call that waits for its reply.
 struct SystemCall {
     pid_t host;     // the process that runs the work
-    pid_t process;  // who made the call: the host, or a process that it started
+    pid_t process;  // the process that made the call: the host, or one that it started
     int number;
     std::array<std::uint64_t, 6> arguments;
 
     bool isOfHost() const { return process == host; }
 };
 
-// What becomes of it.
+// The outcome of the call.
 struct Reply {
     enum class Kind { goesOn, fails, gives, givesDescriptor };
 
@@ -59,18 +59,18 @@ inline Reply givesDescriptor(int ofTest)
 
 using Judge = std::function<Reply(const SystemCall&)>;
 
-// Runs `work` in a child of the test and asks `judge`, in the test, for each system call of the given numbers that the
-// child or a process it starts makes. The checks of Google Test work on both sides; those of `work` that fail make this
-// return false. Needs seccomp with user notification, as every kernel since 5.5 has it.
+// Runs `work` in a child of the test. For each system call of the given numbers that the child or a process of it
+// makes, calls `judge` in the test. Google Test's checks work in both; if one in `work` fails, this returns false.
+// Needs seccomp with user notification, which every kernel since 5.5 has.
 bool passesUnder(const std::vector<int>& numbers, const Judge& judge, const std::function<void()>& work);
 
-// A judge that lets the `count`th call (from 1) with this number fail; `made` counts those of the host.
+// A judge that makes the `count`th call (from 1) with this number fail; `made` counts those of the host.
 Judge failingAt(int number, int count, int errorNumber, int& made);
 
-// An argument that is an address in the process that waits.
+// An argument that is an address in the waiting process.
 void* addressOf(std::uint64_t address);
 
-// Writes into the memory of the process that waits in `call`.
+// Writes to the memory of the process that waits in `call`.
 void writeForCaller(const SystemCall& call, std::uint64_t address, const void* bytes, std::size_t size);
 
 }  // namespace tests

@@ -1,4 +1,4 @@
-// A module whose function calls another one that nobody has.
+// A module whose function calls an undefined one.
 extern "C" {
 
 void* kivclaim_test_nobody_has_this();

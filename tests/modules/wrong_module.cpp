@@ -77,7 +77,7 @@ extern "C" ZTFI_API CKivDeviceClaimBase* kivclaim_create_claim_module(unsigned i
         throw 1;
     }
     if (is("contract-forgotten")) {
-        return reinterpret_cast<CKivDeviceClaimBase*>(1);  // nobody may touch it
+        return reinterpret_cast<CKivDeviceClaimBase*>(1);  // must not be used
     }
     return kivclaim::createClaimModule<CWrongModule>(hostContract, moduleContract);
 }

@@ -134,7 +134,7 @@ class Source:
     # Outside functions.
 
     def outside(self, i):
-        """Goes on to the next function's body and reads it; returns the index behind."""
+        """Finds the next function's body and reads it; returns the index after it."""
         first = i
         while i < len(self.tokens):
             text = self.at(i)
@@ -148,7 +148,7 @@ class Source:
                     self.block(i)
                     self.function = "constants"
                     return end + 1
-                # A namespace, class or list: its inside is read like the outside.
+                # A namespace, class or list: its content is read like the text outside.
                 return i + 1
             elif text in (";", "}") or (text == ":" and self.at(i - 1) in ("public", "private", "protected")):
                 return i + 1
@@ -177,7 +177,7 @@ class Source:
     # Statements.
 
     def block(self, i):
-        """The block whose brace is at i; returns the index behind it."""
+        """Reads the block whose brace is at i; returns the index after it."""
         end = self.matching(i)
         i += 1
         while i < end:
@@ -213,7 +213,7 @@ class Source:
             self.add("delete", i, end, ";")
             return end + 1
         expression = self.text[self.tokens[i + 1].start : self.tokens[end - 1].end]
-        # The change of a constant alone is made below already.
+        # Constants are changed below.
         if expression not in ("true", "false", "nullptr") and not expression.isdigit():
             self.add("return", i + 1, end - 1, self.other_value(expression))
         self.add("delete", i, end, ";")
@@ -234,10 +234,10 @@ class Source:
         old = self.text[self.tokens[first].start : self.tokens[last].end]
         relations = [self.at(i) for i in range(first, last + 1) if self.at(i) in ("==", "!=")]
         logical = any(self.at(i) in ("&&", "||") for i in range(first, last + 1))
-        # A single comparison is negated by the change of its operator already.
+        # A single comparison is negated by changing its operator.
         if logical or len(relations) != 1:
             self.add("negate", first, last, f"!({old})")
-        # Never: each statement behind the condition is deleted on its own.
+        # Never: each statement after the condition is deleted separately.
         self.add("always", first, last, "true")
 
     def if_statement(self, i):
@@ -273,7 +273,7 @@ class Source:
             i = self.block(self.matching(i + 1) + 1)
         return i
 
-    # Operators and constants, wherever they stand.
+    # Operators and constants, wherever they are.
 
     def function_at(self, place):
         for start, end, name in self.functions():

@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
 """Mutation test of the claim library: ./dev mutate [FILE...].
 
-Changes one statement, condition or constant of framework/, claim/ and modules/ at a time, builds what depends on it
-against prepared objects, and runs the tests that can notice. A mutant that no test notices survives, and must be in
-tests/mutation/survivors with its reason.
+Changes one statement, condition or constant of framework/, claim/ and modules/ at a time, links the changed source with
+prepared objects, and runs the tests that can fail because of it. If none fails, the mutant survives; then it must be
+listed in tests/mutation/survivors with the reason.
 
-Results are kept in build/mutate/results, so a run that was stopped goes on where it was: a mutant that died stays dead
-until its function changes, and a survivor is tried again once a test has changed. The order mixes the sources, so part
-of a run is a sample of the whole.
+Results are kept in build/mutate/results, so a run that was stopped continues where it was. A killed mutant is tried
+again only when its function changes, a survivor when a test changes. The sources are mixed, so a partial run is a
+sample of all mutants.
 
-Exit status: 0 when every survivor is in the list and everything in the list survived, 1 when not, 2 for a wrong call
-or when the tests fail without any change.
+Exit status: 0 when the survivors are exactly those in the list, 1 when not, 2 for wrong usage or when the tests fail
+without any change.
 """
 
 import argparse
@@ -29,12 +29,12 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 WORK = ROOT / "build/mutate"
 KEPT = ROOT / "tests/mutation/survivors"
 WORKERS = 2
-# Processor time, so that a busy machine kills nothing; the other limit is for mutants that wait for themselves.
+# Limits processor time, so that a busy machine kills no mutant; the other limit is for mutants that hang.
 PROCESSOR_SECONDS = 10
 TIMEOUT_SECONDS = 120
 MEMORY_BYTES = 2 << 30
 
-# One program: the library and its tests, in the order in which they are likely to notice something.
+# One program: the library and its tests, first those that are most likely to fail.
 LIBRARY = sorted(str(path.relative_to(ROOT)) for part in ("claim", "modules") for path in (ROOT / part).glob("*.cpp"))
 TESTS = [
     "tests/trace_contract_test.cpp", "tests/claim_manager_test.cpp", "tests/claim_module_defaults_test.cpp",
@@ -49,8 +49,8 @@ PLAYED_HOST = [
     "tests/recording_host_failures.cpp",
 ]
 
-# Header code is in every object that includes it. The linker takes the first copy, so for a mutant of a header these are
-# built anew and linked first. For a header that is not here: the library's sources that include it.
+# Header code is in every object that includes it. The linker takes the first copy, so for a mutant of a header these
+# sources are built again and linked first. For other headers, these are the library's sources that include them.
 OF_HEADER = {
     "framework/cfitracelog.h": ["tests/trace_contract_test.cpp", "modules/kiv_linux_device_mapper_claim.cpp"],
     "framework/cfiexecpipe.h": ["modules/kiv_linux_device_mapper_claim.cpp", "tests/slot_order_test.cpp"],
@@ -61,7 +61,7 @@ OF_HEADER = {
     "claim/kiv_device_claim_base.h": [source for source in LIBRARY if source.startswith("modules/kiv_")],
     "modules/kiv_path_text.h": [source for source in LIBRARY if source.startswith("modules/kiv_")],
 }
-# What neither states nor decides anything.
+# Headers without statements and conditions.
 WITHOUT_CODE = {"framework/ztfi_export.h", "claim/kiv_release.h"}
 
 COMPILER = [
@@ -69,7 +69,7 @@ COMPILER = [
     f'-DKIVCLAIM_CAPTURED="{ROOT}/tests/captured"',
 ]  # fmt: skip
 LIBRARIES = ["-lACE", "-lgmock_main", "-lgmock", "-lgtest", "-lpthread"]
-# Headers are read once. What a mutant of a header is built with must not hold the header itself.
+# Headers are precompiled. Those for a mutant of a header must not contain that header.
 SYSTEM_HEADERS = """
 #include <ace/Malloc_Allocator.h>
 #include <ace/OS_NS_Thread.h>
@@ -107,7 +107,7 @@ def object_of(source):
 
 
 def release_source():
-    """What CMake makes of the release's text."""
+    """The source with the release's text that CMake would generate."""
     path = WORK / "kiv_release.cpp"
     header = (ROOT / "claim/kiv_version.h").read_text()
     version = ".".join(re.findall(r"#define KIVCLAIM_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", header))
@@ -129,7 +129,7 @@ def precompile(name, text, newest):
 
 
 def prepare():
-    """Builds everything unchanged; only what is older than its sources is built again."""
+    """Builds everything unchanged; rebuilds only objects that are older than their sources."""
     (WORK / "objects").mkdir(parents=True, exist_ok=True)
     parts = ("framework", "claim", "modules", "testkit", "tests", "tests/faults")
     newest = max(path.stat().st_mtime for part in parts for path in (ROOT / part).glob("*.h"))
@@ -157,7 +157,7 @@ def checked(result, what):
 
 
 def link(program, first):
-    """The program, with the objects `first` in place of those of the same source."""
+    """Links the program, with the objects `first` instead of those of the same sources."""
     rest = [source for source in LIBRARY + TESTS + PLAYED_HOST + ["kiv_release"] if source not in first]
     objects = [str(path) for path in first.values()] + [str(object_of(source)) for source in rest]
     return run(["clang++", "-fuse-ld=gold", "-o", str(program)] + objects + LIBRARIES)
@@ -240,7 +240,7 @@ class Results:
 
 
 def kept_survivors():
-    """Key to reason. An entry is a mutant's line, then its reason in lines that begin with a blank."""
+    """Maps keys to reasons. An entry is a mutant's line, then its reason in lines that begin with a blank."""
     kept = {}
     key = None
     for line in KEPT.read_text().splitlines() if KEPT.exists() else []:
@@ -264,9 +264,9 @@ def mutable_files():
 
 def arguments():
     parser = argparse.ArgumentParser(prog="./dev mutate", description="mutation test of the claim library")
-    parser.add_argument("files", nargs="*", metavar="FILE", help="sources to mutate; all of them without any")
-    parser.add_argument("--at-most", type=int, metavar="N", help="try N mutants more, a sample of the rest")
-    parser.add_argument("--list", action="store_true", help="print the mutants and their verdicts so far, try none")
+    parser.add_argument("files", nargs="*", metavar="FILE", help="sources to mutate (default: all)")
+    parser.add_argument("--at-most", type=int, metavar="N", help="try N more mutants, a sample of the rest")
+    parser.add_argument("--list", action="store_true", help="print the mutants and their results so far; try none")
     options = parser.parse_args()
     for name in options.files:
         if name not in mutable_files():
@@ -275,7 +275,7 @@ def arguments():
 
 
 def tried(work, results):
-    """Tries the mutants, and tells how it goes on."""
+    """Tries the mutants, and prints the progress."""
     workers = threading.local()
     counter = iter(range(WORKERS))
     lock = threading.Lock()
@@ -298,7 +298,7 @@ def tried(work, results):
 
 
 def report(mutants, results, partial):
-    """Prints counts and what is wrong; returns the exit status."""
+    """Prints counts and problems; returns the exit status."""
     kept = kept_survivors()
     verdicts = {mutant.key(): results.of(mutant, source) for mutant, _, source in mutants}
     counts = {name: list(verdicts.values()).count(name) for name in ("died", "survived", "no mutant", None)}

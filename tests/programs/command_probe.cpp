@@ -1,5 +1,5 @@
-// A tool that does what its words say, one after the other, and ends with exit code 0 unless told otherwise. The
-// tests of the command runner run it to see what a child gets, and to have children that misbehave.
+// A tool that performs its arguments as instructions, one after the other, and exits with 0 unless one says otherwise.
+// The tests of the command runner use it to check what a child gets, and as a child that misbehaves.
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -88,7 +88,7 @@ void appendTo(const char* path)
     ::close(file);
 }
 
-// Says when it is ready, takes its time to end when it is asked to, and says that it has ended.
+// Writes a line to the file when it is ready, and another one when it ends, 0.3 seconds after SIGTERM.
 [[noreturn]] void endSlowlyWhenAsked(const char* path)
 {
     sigset_t asked;
@@ -109,7 +109,7 @@ void printOpening(const char* path)
     print(file >= 0 ? "opened" : std::string("error ") + std::to_string(errno));
 }
 
-// Reads what lies in the pipe to the runner, before the runner can.
+// Reads the bytes in the pipe to the runner before the runner can.
 [[noreturn]] void stealOutput()
 {
     const int pipe = ::open("/proc/self/fd/1", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -126,7 +126,7 @@ void sleepMilliseconds(int milliseconds)
     ::usleep(static_cast<useconds_t>(milliseconds) * 1000);
 }
 
-// What stands for bytes that no word of a command line can hold.
+// Escapes for bytes that a word of a command line cannot contain.
 std::string unescaped(const char* text)
 {
     std::string result;
@@ -143,7 +143,7 @@ std::string unescaped(const char* text)
     return result;
 }
 
-// Leaves a child behind that keeps the pipes open and performs the rest of the words.
+// Forks a child that keeps the pipes open and performs the remaining words.
 bool isTheGrandchild()
 {
     return ::fork() == 0;
@@ -158,7 +158,7 @@ bool isTheGrandchild()
     }
 }
 
-// Returns how many further words it took.
+// Returns the number of further words that it used.
 int perform(const std::string& word, const char* argument)
 {
     const int number = argument == nullptr ? 0 : std::atoi(argument);

@@ -1,8 +1,8 @@
-// Runs a program that sees a directory in the place of another, by mounting it there in a mount namespace of its own.
+// Runs a program that sees a directory at the place of another: mounts it there in a new mount namespace.
 //
 //     in_mount_namespace DIRECTORY PATH PROGRAM [ARGUMENT...]
 //
-// Ends with 125, and says why on standard error, when the kernel refuses.
+// Exits with 125, with the reason on standard error, when the kernel refuses.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -29,7 +29,7 @@ void write(const char* path, const std::string& text)
     ::close(descriptor);
 }
 
-// Whoever is not root is root inside a user namespace.
+// An ordinary user becomes root inside a user namespace.
 void enterNamespace()
 {
     const uid_t user = ::geteuid();

@@ -1,4 +1,4 @@
-// Writes as many lines of 79 characters and a line feed as its first word says, as fast as it can.
+// Writes the number of lines that its first argument names, each of 79 characters and a line feed, as fast as it can.
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ int main(int count, char** words)
     while (left > 0) {
         const ssize_t written = ::write(STDOUT_FILENO, block.data(), std::min(left, block.size()));
         if (written <= 0 || static_cast<std::size_t>(written) % line.size() != 0) {
-            // A part of a block would have to be continued in the middle of a line; a blocking pipe takes all of it.
+            // A blocking pipe takes the whole block; after a partial write, the next one would begin inside a line.
             return 1;
         }
         left -= static_cast<std::size_t>(written);

@@ -170,7 +170,7 @@ Answer spawn(const char* name, decltype(&::posix_spawn) start)
     return errno != 0 ? error() : statusOf(child);
 }
 
-// A call that succeeds leaves it alone.
+// A call that succeeds does not change it.
 Answer errorAfterSuccess(const char* path)
 {
     errno = EXDEV;
@@ -206,7 +206,7 @@ const std::map<std::string, std::function<Answer(const char*)>> questions = {
 int main(int count, char** words)
 {
     for (int i = 1; i + 1 < count; i += 2) {
-        // What a program that is run prints comes first.
+        // Asked before anything is printed, so that the output of a program that is run comes before its answer.
         const Answer answer = questions.at(words[i])(words[i + 1]);
         std::cout << answer << std::endl;
     }

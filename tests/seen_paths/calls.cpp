@@ -37,7 +37,7 @@ using seen_paths::Walk;
         return next arguments;                    \
     }
 
-// Defines `mode`, the last argument of a call that may make a file. Where it was not given, nobody reads it.
+// Defines `mode`, the last argument of a call that may create a file. If it was not given, it is not read.
 #define TAKE_MODE_AFTER_FLAGS                      \
     va_list arguments;                             \
     va_start(arguments, flags);                    \

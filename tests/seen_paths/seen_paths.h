@@ -1,5 +1,5 @@
-// Where a path really leads when some directories are seen in the place of others. Depends on the C library only: it is
-// preloaded into whatever program a test runs.
+// Finds the real path when some directories are seen at the place of others. Depends on the C library only, because it
+// is preloaded into any program that a test runs.
 #ifndef KIVCLAIM_TESTS_SEEN_PATHS_SEEN_PATHS_H
 #define KIVCLAIM_TESTS_SEEN_PATHS_SEEN_PATHS_H
 
@@ -30,16 +30,16 @@ private:
     bool overflowed = false;
 };
 
-// Follows a path as the kernel would if the directories were mounted where they are seen.
+// Follows a path as the kernel would if the directories were mounted at these places.
 class Walk {
 public:
     Walk(int directory, const char* path, LastLink lastLink);
     explicit Walk(const char* path) : Walk(AT_FDCWD, path, LastLink::followed) {}
 
-    // What to hand to the system: the path as it was given when it passes no replaced directory.
+    // The path for the system call: unchanged if it does not go through a replaced directory.
     const char* path() const { return isElsewhere ? real.text() : given; }
     bool leadsElsewhere() const { return isElsewhere; }
-    // Without links and dots, as the process sees it. Only for a path that leads elsewhere.
+    // The path as the process sees it, without links and dots. Only for a path that was changed.
     const char* seenPath() const { return seen.length() == 0 ? "/" : seen.text(); }
 
 private:
@@ -59,13 +59,13 @@ private:
     bool hasStopped = false;
     int links = 0;
     PathText seen;          // so far; empty for the root
-    PathText real;          // the same where it really is
-    PathText rest;          // what is still to be walked
+    PathText real;          // the real path of the same
+    PathText rest;          // the rest, still to be followed
     const char* next = "";  // inside `rest`
 };
 
-// The path as the process sees it, for one that the kernel told: a current directory, a program.
-// False when it is the same.
+// For a path from the kernel, such as the current directory or a program: the path as the process sees it. False when
+// it is the same.
 bool asSeen(const char* realPath, PathText& seen);
 
 }  // namespace seen_paths

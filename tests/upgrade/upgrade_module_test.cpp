@@ -18,7 +18,7 @@ void expectTheExamplesAnswers(const char* host, const char* module)
 
 }  // namespace
 
-TEST(ModuleFiles, TheCommandAsksAModuleOfBefore)
+TEST(ModuleFiles, TheCommandAsksAModuleOfTheEarlierRelease)
 {
     const Ended ended =
         Process(KIVCLAIM_COMMAND, {"--no-warn", "--module", MODULE_OF_BEFORE, "whole", "/dev/nvme0n1p2", "/dev/sda1"})
@@ -27,17 +27,17 @@ TEST(ModuleFiles, TheCommandAsksAModuleOfBefore)
     EXPECT_EQ(ended.errors, "");
 }
 
-TEST(ModuleFiles, AHostAsksAModuleOfBefore)
+TEST(ModuleFiles, AHostAsksAModuleOfTheEarlierRelease)
 {
     expectTheExamplesAnswers(EXAMPLE_HOST, MODULE_OF_BEFORE);
 }
 
-TEST(ModuleFiles, AHostOfBeforeAsksAModuleOfBefore)
+TEST(ModuleFiles, AHostOfTheEarlierReleaseAsksAModuleOfTheSame)
 {
     expectTheExamplesAnswers(EXAMPLE_HOST_OF_BEFORE, MODULE_OF_BEFORE);
 }
 
-TEST(ModuleFiles, AHostOfBeforeAsksAModuleOfThisRelease)
+TEST(ModuleFiles, AHostOfTheEarlierReleaseAsksAModuleOfThisRelease)
 {
     expectTheExamplesAnswers(EXAMPLE_HOST_OF_BEFORE, MODULE);
 }

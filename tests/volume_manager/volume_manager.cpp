@@ -92,7 +92,7 @@ std::string printed(const State& state)
     return text;
 }
 
-// The mood that one line puts a command into; false when the line is none, or for other commands.
+// The behaviour that one line gives a command; false when the line is not of that kind, or for other commands.
 bool applyMood(const Words& line, const std::string& command, Answer& answer)
 {
     if (line.size() < 2 || (line[1] != command && line[1] != "*")) {
@@ -119,7 +119,7 @@ bool startsWith(const Words& line, const char* word)
     return !line.empty() && line[0] == word;
 }
 
-// Applies the moods in the order of their lines, and takes those away that are for once.
+// Applies the behaviour lines in their order, and removes those that apply once.
 void applyMoods(State& state, const std::string& command, Answer& answer)
 {
     std::vector<Words> kept;

@@ -39,13 +39,13 @@ protected:
     }
     void TearDown() override { std::remove(stateFile.c_str()); }
 
-    // Two nodes, and lines for the mood.
-    void given(const std::string& mood)
+    // Two nodes, and lines for the behaviour.
+    void given(const std::string& behaviour)
     {
         std::ofstream(stateFile) << "path kiv0_1 sdc DISABLED PRIMARY\n"
                                     "path kiv0_1 sdd ENABLED(A) SECONDARY\n"
                                     "path kiv0_22 sde ENABLED PRIMARY\n"
-                                 << mood;
+                                 << behaviour;
     }
     std::string state() const
     {

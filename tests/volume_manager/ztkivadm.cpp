@@ -13,7 +13,7 @@ using volume_manager::Words;
 
 namespace {
 
-// What stands behind "key=" in the argument; empty for another argument.
+// The text after "key=" in the argument; empty for another argument.
 std::string valueOf(const std::string& argument, const std::string& key)
 {
     const std::string start = key + "=";

@@ -1,4 +1,4 @@
-# Names that devices go by, beside those that the kernel and udev give; and what each module answers by itself.
+# Names of devices other than those that the kernel and udev give; and the answers of single modules.
 # shellcheck shell=bash
 scene 'Names: nodes elsewhere, other names of a map, names without a device'
 mkdir -p /host/dev /dev/mapper/dev
@@ -23,7 +23,7 @@ TABLE
 audit_finds 'any-mapping name-decides prefix-anywhere' /host/dev/{mapper/data,sda} /dev/disk/by-id/dm-name-data \
     /dev/mapper/nobody /dev/mapper/secret
 
-scene 'Single modules, asked about devices of others'
+scene 'Single modules, asked about devices of other stacks'
 answers <<'TABLE'
 device-mapper: claim /dev/sda              | 0                           | disk, used by plain
 device-mapper: is-partition /dev/sdq7      | yes                         | no such node       | any-digit

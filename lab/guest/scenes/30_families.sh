@@ -1,4 +1,4 @@
-# How partitions are named by kernels of each family: the release decides.
+# The names of partitions on kernels of each family: the release decides.
 # shellcheck shell=bash
 scene 'The running kernel: family 12, partitions named by udev and by kpartx -p _part'
 kpartx -a -s -p _part /dev/mapper/old

@@ -9,7 +9,7 @@ scene 'No logical volume at all: /sbin/lvdisplay runs for every question'
 questions() {
     printf 'claim /dev/mapper/%s\n' plain data pv
 }
-# runs: how often the host's questions make the library run the listing.
+# runs: how often the host's questions make the library run lvdisplay.
 runs() {
     questions | lab_host --trace 6 2>&1 >/dev/null | grep -c 'Command:\[/sbin/lvdisplay\]'
 }
@@ -24,7 +24,7 @@ lvcreate -q -y -l 1 -n lv1 vg-a
 lvcreate -q -y -l 1 -n lvol1 vg00
 lvcreate -q -y -l 1 -n home-dir vg00
 
-scene 'Logical volumes are refused, but for those with a dash'
+scene 'Logical volumes are refused, except those with a dash'
 answers <<'TABLE'
 claim /dev/mapper/local-root               | 0 none                      | logical volume
 claim /dev/mapper/vg00-lvol1               | 0 none                      | logical volume
@@ -38,7 +38,7 @@ lvdisplay | captured lvdisplay/four_volumes.txt
 [ ! -f /lab/capture ] || bash /lab/guest/capture_machine.sh
 audit_finds 'dashed-volume' /dev/mapper/{vg00-lvol1,vg00-home--dir,vg--a-lv1,local-root,pv}
 
-scene 'A map that has the name which the list gives to a volume'
+scene 'A map with the name that a volume has in the list'
 dmsetup rename plain vg-a-lv1
 answers <<'TABLE'
 claim /dev/mapper/vg-a-lv1                 | 0 none                      | map of sda and sdb | dashed-volume

@@ -1,4 +1,4 @@
-# The tool /sbin/lvdisplay that fails, is missing, prints half, or hangs.
+# The listing fails: lvdisplay exits with an error, is missing, prints only a part, or hangs.
 # shellcheck shell=bash
 vgcreate -q -s 1M vg00 /dev/mapper/pv
 lvcreate -q -y -l 1 -n lvol1 vg00
@@ -10,7 +10,7 @@ replaced_by() {
     chmod +x /sbin/lvdisplay
 }
 
-scene 'lvdisplay fails, is missing, prints half'
+scene 'lvdisplay fails, is missing, prints only a part'
 answers <<'TABLE'
 claim /dev/mapper/vg00-lvol1               | 0 none                      | logical volume
 TABLE
@@ -40,7 +40,7 @@ answers <<'TABLE'
 claim /dev/mapper/vg00-lvol1               | 16 device-mapper            | logical volume | no-group-line
 TABLE
 entry=$(echo 'claim /dev/mapper/vg00-lvol1' | lab_host --trace 6 2>&1 | sed -nE 's/.*createLvmDeviceNamesList: Output:\[(.*)\]$/\1/p')
-check 'what stands in the list?' '/dev/mapper/ame                lvol1-lvol1' "$entry"
+check 'what does the list contain?' '/dev/mapper/ame                lvol1-lvol1' "$entry"
 
 # claims_while_listing NAME: asks in the background, and waits until lvdisplay runs for it.
 claims_while_listing() {
@@ -53,7 +53,7 @@ still_waits() {
     [ ! -s /tmp/answer ] && kill -0 "$asking"
 }
 
-scene 'The map under the group is suspended: lvdisplay waits, and the answer with it'
+scene 'The map under the group is suspended: lvdisplay waits, and so does the answer'
 cp -a /sbin/lvdisplay.kept /sbin/lvdisplay
 dmsetup suspend --nolockfs pv
 claims_while_listing vg00-lvol1
@@ -62,7 +62,7 @@ dmsetup resume pv
 wait "$asking"
 check 'claim /dev/mapper/vg00-lvol1, when it is resumed' '0 none' "$(</tmp/answer)" 'logical volume'
 
-scene 'lvdisplay hangs, and an administrator ends it (the limit of ten minutes is left to the fast tests)'
+scene 'lvdisplay hangs, and an administrator ends it (the fast tests cover the limit of ten minutes)'
 replaced_by <<'SCRIPT'
 #!/bin/sh
 kill -STOP $$

@@ -1,6 +1,6 @@
-# Native disks: a lone one, and the paths of maps, while one of them fails.
+# Native disks: one without multipathing, and the paths of maps, while one of them fails.
 # shellcheck shell=bash
-scene 'Disks under /dev/sd: a lone one, and paths of maps'
+scene 'Disks under /dev/sd: one without multipathing, and paths of maps'
 answers <<'TABLE'
 claim /dev/sdq                             | 2 native                    | disk
 is-partition /dev/sdq                      | no                          | disk
@@ -31,7 +31,7 @@ state_of() {
 map_sees() {
     dmsetup status data | grep -qF "$1"
 }
-# In any order: multipathd sorts the paths anew.
+# In any order, because multipathd sorts the paths again.
 map_sees_both() {
     map_sees '8:32 A' && map_sees '8:48 A'
 }

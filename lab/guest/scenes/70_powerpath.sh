@@ -1,4 +1,4 @@
-# Nodes that are named as PowerPath names its devices, made by hand for devices that are here.
+# Nodes with PowerPath's names, made by hand for existing devices.
 # shellcheck shell=bash
 scene 'PowerPath names: nodes made by mknod'
 node_of() {

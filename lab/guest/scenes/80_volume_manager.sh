@@ -1,13 +1,13 @@
-# The volume manager's tools, simulated at their real paths: what they print follows the state of the real disks.
+# The volume manager's tools, simulated at their real paths: their output follows the state of the real disks.
 # shellcheck shell=bash
 export KIVCLAIM_VM_STATE=/run/volume_manager
 
 is_running() {
     [ "$(<"/sys/block/$1/device/state")" = running ]
 }
-# The disk in use. Like a volume manager, this leaves it when it fails, and does not go back by itself.
+# The disk in use. As with a volume manager, another one is used when it fails, and it is not used again by itself.
 in_use=sda
-# volume_manager_sees [LINE...]: its disks as the kernel has them now, and lines for its mood.
+# volume_manager_sees [LINE...]: sets its disks as the kernel has them now, and lines for its behaviour.
 volume_manager_sees() {
     local disk type=PRIMARY state
     for disk in sda sdb; do
@@ -29,14 +29,14 @@ disks_are() {
 kernel_states() {
     printf 'sda %s, sdb %s' "$(</sys/block/sda/device/state)" "$(</sys/block/sdb/device/state)"
 }
-# active QUESTION EXPECTED [QUIRK]: the answer to `active-path QUESTION`, with its records in /tmp/records.
+# active QUESTION EXPECTED [QUIRK]: checks the answer to `active-path QUESTION`; its records are in /tmp/records.
 active() {
     local answer
     # shellcheck disable=SC2086 # options and path are words
     answer=$(kivclaim --trace 6 active-path $1 2>/tmp/records)
     check "active-path $1" "$2" "$answer" "$(kernel_states)" "${3:-}"
 }
-# ran QUIRK COMMAND...: these are the commands that the last lookup ran, in this order.
+# ran QUIRK COMMAND...: checks that the last lookup ran these commands, in this order.
 ran() {
     local quirk=$1 command number=0 commands
     shift
@@ -72,7 +72,7 @@ volume_manager_sees
 active /dev/sdb /dev/sda last-resort
 disks_are running running
 
-scene 'What the lookups run, and what becomes of failures'
+scene 'The commands of the lookups, and the results of failures'
 volume_manager_sees
 active '--waited /dev/sdb' /dev/sda
 ran waited-refreshed 'ztkivadm getkivnode nodename=sdb' 'ztkivadm getsubpaths kivnodename=kiv0_1'

@@ -1,6 +1,6 @@
-# The audit finds what is planted, and tells what it does not know.
+# The audit finds prepared differences, and reports those that no quirk explains.
 # shellcheck shell=bash
-scene 'The audit of this machine, before and after something is planted'
+scene 'The audit of this machine, before and after differences are prepared'
 audit_finds 'last-digit missing-neighbour partition-like-name path-of-a-map'
 concerns last-digit /dev/mapper/data-part1{0,1,2}
 concerns missing-neighbour /dev/mapper/disk7-part12
@@ -19,7 +19,7 @@ check 'devices that differ otherwise' 0 "$(audited_count unknown)"
 dmsetup rename data_five data-part5
 dmsetup remove secret
 
-scene 'The audit with a module of somebody else that claims every path'
+scene 'The audit with another module that claims every path'
 status=0
 kivclaim --module /lab/tools/claims_too_much.so audit --json >/tmp/audit.json || status=$?
 check 'audit with claims_too_much.so: exit status' 1 "$status"

@@ -7,7 +7,7 @@ nodes=$(printf 'node%04d,,,rw,0 8 zero;' {1..2000})
 dmsetup create --noudevrules --noudevsync --concise "${nodes%;}"
 dmsetup mknodes --noudevrules --noudevsync
 
-# seconds COMMAND...: how long it takes, and its exit status and output in `status` and /tmp/output.
+# seconds COMMAND...: measures its time; its exit status is in `status` and its output in /tmp/output.
 seconds() {
     local begin end
     begin=$(date +%s%N)
