@@ -269,6 +269,29 @@ TEST_P(Redaction, MessagesKeepTheirWordsAndNoName)
     EXPECT_EQ(redacted.errors.find("example"), std::string::npos) << redacted.errors;
 }
 
+TEST_P(Redaction, PathsOverANetworkKeepNeitherAddressNorName)
+{
+    const std::string place = "/dev/disk/by-path/";
+    for (const auto& [name, disk] :
+         {std::pair("ip-10.21.32.43:3260-iscsi-iqn.2001-04.com.acme:disk-lun-1", "sda"),
+          std::pair("ip-10.21.32.43:3260-iscsi-iqn.2001-04.com.acme:disk-lun-1-part2", "sdb"),
+          std::pair("pci-0000:3b:00.0-fc-0x500507680b21ac8f-lun-7", "sdc")}) {
+        std::filesystem::create_symlink("../../" + std::string(disk), root.path() + place + name);
+    }
+    record({"--redact"}, "network");
+    std::set<std::string> names;
+    for (const auto& link : std::filesystem::directory_iterator(recordings.path() + "/network" + place)) {
+        const std::string name = link.path().filename();
+        if (name.find("-lun-") != std::string::npos) {
+            names.insert(std::filesystem::read_symlink(link.path()).string() + name.substr(name.find("-lun-")));
+        }
+        for (const char* const original : {"10.21", "32.43", "2001-04", "acme", "500507680b21ac8f"}) {
+            EXPECT_EQ(name.find(original), std::string::npos) << original << " in " << name;
+        }
+    }
+    EXPECT_EQ(names, (std::set<std::string>{"../../sda-lun-1", "../../sdb-lun-1-part2", "../../sdc-lun-7"}));
+}
+
 TEST_P(Redaction, IsTheSameEachTime)
 {
     record({"--redact"}, "again");

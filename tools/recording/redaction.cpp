@@ -212,7 +212,7 @@ private:
         }
         const std::string name = path.substr(slash + 1);
         if (kind == "by-path") {
-            return kind + "/" + (tellsNames(name) ? standIns.name(name) : name);
+            return kind + "/" + (tellsNames(name) ? networkPath(name) : name);
         }
         if (kind == "by-label" || kind == "by-partlabel") {
             return kind + "/" + standIns.name(name);
@@ -226,6 +226,13 @@ private:
         constexpr std::string_view networks[] = {"ip-", "iscsi", "fc-", "nvme-", "sas-", "0x"};
         return std::any_of(std::begin(networks), std::end(networks),
                            [&](std::string_view network) { return path.find(network) != std::string_view::npos; });
+    }
+
+    // Numbers of an address would stay in a name.
+    std::string networkPath(const std::string& name)
+    {
+        const std::size_t lun = std::min(name.rfind("-lun-"), name.size());
+        return standIns.identifier(name.substr(0, lun)) + name.substr(lun);
     }
 
     std::string identity(const std::string& name)
