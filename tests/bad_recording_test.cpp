@@ -24,7 +24,6 @@ using kivclaim::tools::manifestOf;
 using kivclaim::tools::RecordingError;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using tests::Ended;
 using Type = CopiedFile::Type;
 
@@ -225,7 +224,7 @@ TEST(BadRecording, AnAlteredManifestIsRefused)
     for (const auto& [old, fresh] :
          {std::pair("\"format\"", "\"formal\""), std::pair("\"format\": 1", "\"format\": -1"),
           std::pair("\"redacted\": false", "\"redacted\": 0"), std::pair("\"system\": {}", "\"system\": []"),
-          std::pair("\"bytes\": 4", "\"bytes\": \"4\""), std::pair("\"sys/a\"", "\"sys%2\""),
+          std::pair("\"bytes\": 4", R"("bytes": "4")"), std::pair("\"sys/a\"", "\"sys%2\""),
           std::pair("\"files\": [",
                     "\"files\": ["
                     "{},")}) {
@@ -266,7 +265,7 @@ TEST(BadRecording, AManifestThatIsMadeToTakeMemoryIsRefusedEarly)
     }
     for (const std::string& text : {std::string(size, '['), begin + files + std::string(size, '['),
                                     begin + files + zeros, begin + files + objects, "{\"x\": [" + zeros,
-                                    "{\"x\": [" + objects, begin + "\"x\": \"" + std::string(size, 'x')}) {
+                                    "{\"x\": [" + objects, begin + R"("x": ")" + std::string(size, 'x')}) {
         const long before = peakKilobytes();
         try {
             kivclaim::tools::manifestIn(text);

@@ -76,7 +76,7 @@ protected:
         machine.file("kivclaim/commands/sbin/lvdisplay/output", text);
         machine.file("kivclaim/commands/sbin/lvdisplay/status", std::to_string(status) + "\n");
         tools.addFile("volumes", text);
-        tools.addScript("lvdisplay", "cat \"$(dirname \"$0\")/volumes\"; exit " + std::to_string(status));
+        tools.addScript("lvdisplay", R"(cat "$(dirname "$0")/volumes"; exit )" + std::to_string(status));
     }
 
     // A map with two paths and a partition, and a disk beside it.
