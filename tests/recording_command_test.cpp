@@ -19,7 +19,6 @@
 #include <vector>
 
 using testing::HasSubstr;
-using testing::Not;
 using tests::Ended;
 
 namespace {
