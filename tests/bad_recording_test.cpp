@@ -9,6 +9,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -23,7 +24,6 @@ using kivclaim::tools::manifestOf;
 using kivclaim::tools::RecordingError;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using tests::Ended;
 using Type = CopiedFile::Type;
 
@@ -224,7 +224,7 @@ TEST(BadRecording, AnAlteredManifestIsRefused)
     for (const auto& [old, fresh] :
          {std::pair("\"format\"", "\"formal\""), std::pair("\"format\": 1", "\"format\": -1"),
           std::pair("\"redacted\": false", "\"redacted\": 0"), std::pair("\"system\": {}", "\"system\": []"),
-          std::pair("\"bytes\": 4", "\"bytes\": \"4\""), std::pair("\"sys/a\"", "\"sys%2\""),
+          std::pair("\"bytes\": 4", R"("bytes": "4")"), std::pair("\"sys/a\"", "\"sys%2\""),
           std::pair("\"files\": [",
                     "\"files\": ["
                     "{},")}) {
@@ -241,6 +241,50 @@ TEST(BadRecording, AnArchiveThatUnpacksToMoreThanOneGibibyteIsRefusedUnread)
     EXPECT_EQ(
         objectionToManifest("\"files\": [", "\"files\": [{\"path\": \"x\", \"bytes\": 1073741824, \"sha256\": \"\"},"),
         "it unpacks to more than 1 GiB");
+}
+
+long peakKilobytes()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+// A few kilobytes, compressed, that would take gigabytes when they were read.
+TEST(BadRecording, AManifestThatIsMadeToTakeMemoryIsRefusedEarly)
+{
+    constexpr std::size_t size = 8UL * 1024 * 1024;
+    const std::string good = manifestOf(smallRecording());
+    const std::string files = "\"files\": [";
+    const auto begin = good.substr(0, good.find(files));
+    std::string zeros;
+    std::string objects;
+    while (zeros.size() < size) {
+        zeros += "0,";
+        objects += "{},";
+    }
+    for (const std::string& text : {std::string(size, '['), begin + files + std::string(size, '['),
+                                    begin + files + zeros, begin + files + objects, "{\"x\": [" + zeros,
+                                    "{\"x\": [" + objects, begin + R"("x": ")" + std::string(size, 'x')}) {
+        const long before = peakKilobytes();
+        try {
+            kivclaim::tools::manifestIn(text);
+            FAIL() << "accepted " << text.substr(0, 500);
+        } catch (const RecordingError& error) {
+            EXPECT_STREQ(error.what(), "its manifest was altered");
+        }
+        EXPECT_LT(peakKilobytes() - before, 16384) << text.substr(0, 500);
+    }
+}
+
+TEST(BadRecording, AManifestOfManyFilesIsRead)
+{
+    kivclaim::tools::Recording recording = smallRecording();
+    for (int i = 0; i < 5000; ++i) {
+        recording.files["sys/" + std::to_string(i)] = {Type::file, std::to_string(i)};
+        recording.system[std::to_string(i % 100)] = "x";
+    }
+    EXPECT_EQ(kivclaim::tools::manifestIn(manifestOf(recording)).files.size(), 5005U);
 }
 
 TEST(BadRecording, AnArchiveThatDoesNotBeginWithAManifestIsRefused)

@@ -92,8 +92,8 @@ add_dependencies(sysroot_command_test kivclaim_command claims_too_much opened_pa
 kivclaim_test(recording_command_test
     SOURCES recording_command_test.cpp
     LIBRARIES mock_machine process sysfs_directory
-    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>")
-add_dependencies(recording_command_test kivclaim_command)
+    DEFINITIONS KIVCLAIM_COMMAND="$<TARGET_FILE:kivclaim_command>" KIVCLAIM_ZTKIVADM="$<TARGET_FILE:ztkivadm>")
+add_dependencies(recording_command_test kivclaim_command ztkivadm)
 
 kivclaim_test(bad_recording_test
     SOURCES bad_recording_test.cpp

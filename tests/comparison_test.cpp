@@ -152,6 +152,23 @@ TEST_F(Comparison, OneTableShowsTheLunsOfAFleet)
     EXPECT_THAT(ended.output, testing::MatchesRegex("MACHINE WWID SIZE DEVICE STACK PATHS MARK\n"
                                                     "db1 36001 [^ ]+ /dev/sda native [^ ]+ no-map\n"
                                                     "db2 36001 1M /dev/sda native [^ ]+ no-map\n"));
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(Comparison, TheTableOfAFleetTellsOfARecordingThatCannotBeRead)
+{
+    const std::string directory = std::filesystem::path(KIVCLAIM_COMMAND).parent_path();
+    const tests::TemporaryFolder fleet;
+    fleet.addFile("db1.tar.zst", "cut");
+    ASSERT_EQ(kivclaim({"--sysroot", beforeRoot.path(), "record", fleet.path() + "/db2.tar.zst"}).status, 0);
+    const Ended ended = tests::Process(KIVCLAIM_SOURCE "/examples/ansible/fleet_table",
+                                       {fleet.path() + "/db1.tar.zst", fleet.path() + "/db2.tar.zst"})
+                            .environment("PATH", directory + ":/usr/bin:/bin")
+                            .run();
+    EXPECT_THAT(ended.errors, HasSubstr("cannot use the recording '" + fleet.path() + "/db1.tar.zst': "));
+    EXPECT_THAT(ended.output, testing::MatchesRegex("MACHINE WWID SIZE DEVICE STACK PATHS MARK\n"
+                                                    "db2 36001 [^ ]+ /dev/sda native [^ ]+ no-map\n"));
+    EXPECT_EQ(ended.status, 1);
 }
 
 class Metrics : public Comparison {

@@ -76,7 +76,7 @@ protected:
         machine.file("kivclaim/commands/sbin/lvdisplay/output", text);
         machine.file("kivclaim/commands/sbin/lvdisplay/status", std::to_string(status) + "\n");
         tools.addFile("volumes", text);
-        tools.addScript("lvdisplay", "cat \"$(dirname \"$0\")/volumes\"; exit " + std::to_string(status));
+        tools.addScript("lvdisplay", R"(cat "$(dirname "$0")/volumes"; exit )" + std::to_string(status));
     }
 
     // A map with two paths and a partition, and a disk beside it.
@@ -453,6 +453,41 @@ TEST_F(Listing, NamesWhatIsUnknownAndWhatIsKnown)
               "kivclaim: 'lvm' is no stack; the stacks are powerpath, device-mapper, native and none\n");
     EXPECT_EQ(complaint({"--color", "often"}),
               "kivclaim: 'often' is no time to show colors; the times are auto, always and never\n");
+}
+
+// As a script writes it whose variable is not set.
+TEST_F(Listing, AnEmptyChoiceIsRefused)
+{
+    addSmallMachine();
+    EXPECT_THAT(complaint({"-o", ""}), StartsWith("kivclaim: --output: names no column; usage: kivclaim list"));
+    EXPECT_THAT(complaint({"-x", ""}), StartsWith("kivclaim: --sort: names no column; usage: kivclaim list"));
+    EXPECT_THAT(complaint({"-S", ""}), StartsWith("kivclaim: --stacks: names no stack; usage: kivclaim list"));
+}
+
+// libsmartcols 2.38 would measure them without end.
+TEST_F(Listing, WhereTheLocaleHasNoSuchCharactersTheyAreShownAsBytes)
+{
+    machine
+        .mapping("dm-0",
+                 "gr\xc3\xb6\xc3\x9f"
+                 "e",
+                 "", {})
+        .mount("dm-0", "/mnt/\xe3\x83\x87");
+    const auto inLocale = [&](const std::string& name, const std::vector<std::string>& options) {
+        tests::Process process = command(options);
+        process.environment("LC_ALL", name);
+        return process.run().output;
+    };
+    EXPECT_EQ(inLocale("C", {"-n", "-o", "DEVICE,MOUNTPOINTS"}),
+              "/dev/mapper/gr\\xc3\\xb6\\xc3\\x9fe /mnt/\\xe3\\x83\\x87\n");
+    EXPECT_EQ(inLocale("C.UTF-8", {"-n", "-o", "DEVICE,MOUNTPOINTS"}),
+              "/dev/mapper/gr\xc3\xb6\xc3\x9f"
+              "e /mnt/\xe3\x83\x87\n");
+    EXPECT_EQ(inLocale("C", {"-T", "-n", "-o", "DEVICE"}), "/dev/mapper/gr\\xc3\\xb6\\xc3\\x9fe\n");
+    for (const char* const form : {"-J", "-r", "-P"}) {
+        EXPECT_EQ(inLocale("C", {form, "-o", "DEVICE,MOUNTPOINTS"}),
+                  inLocale("C.UTF-8", {form, "-o", "DEVICE,MOUNTPOINTS"}));
+    }
 }
 
 TEST_F(Listing, ADirectoryWithoutAMachineIsRefusedInOneLine)

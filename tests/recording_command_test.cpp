@@ -19,7 +19,6 @@
 #include <vector>
 
 using testing::HasSubstr;
-using testing::Not;
 using tests::Ended;
 
 namespace {
@@ -165,6 +164,15 @@ TEST_F(Recording, OfARecordingIsTheSameRecording)
     EXPECT_EQ(contentOf(place("first.tar.zst")), contentOf(place("second.tar.zst")));
 }
 
+TEST_F(Recording, HoldsNothingOfADirectoryOutsideTheRoot)
+{
+    recordings.addFile("outside", "text");
+    std::filesystem::remove_all(root.path() + "/kivclaim");
+    std::filesystem::create_directory_symlink(recordings.path(), root.path() + "/kivclaim");
+    ASSERT_EQ(recordedAs("machine").status, 0);
+    EXPECT_THAT(namesIn(place("machine/kivclaim")), testing::ElementsAre("manifest.json"));
+}
+
 TEST_F(Recording, IsReadByLsblkDeviceByDevice)
 {
     ASSERT_EQ(recordedAs("machine").status, 0);
@@ -220,8 +228,8 @@ TEST_F(Recording, IsNotStartedWhereItCannotBeWritten)
     const Ended ended = recordedAs("no/such/machine.tar.zst");
     EXPECT_EQ(ended.errors, "kivclaim: cannot write the recording '" + place("no/such/machine.tar.zst") + "': '" +
                                 place("no/such/.kivclaim-XXXXXX") +
-                                "' cannot be made (No such file or directory); give a name in a directory that you "
-                                "may write to\n");
+                                "' cannot be made (No such file or directory); give a name in a directory with "
+                                "space left that you may write to\n");
     EXPECT_EQ(ended.status, 2);
 }
 
@@ -274,6 +282,11 @@ protected:
             .run();
     }
 
+    static Ended kivclaimOf(std::vector<std::string> arguments)
+    {
+        return tests::Process(KIVCLAIM_COMMAND, std::move(arguments)).environment("LC_ALL", "C").run();
+    }
+
     tests::MockMachine machine;
     tests::TemporaryFolder tools;
     tests::TemporaryFolder recordings;
@@ -309,6 +322,111 @@ TEST_F(LiveRecording, ReportsAFailedListing)
     EXPECT_EQ(contentOf(place + "output"), "");
     EXPECT_EQ(contentOf(place + "errors"), "no rights\n");
     EXPECT_EQ(contentOf(place + "status"), "5\n");
+}
+
+// With a volume manager that only the command sees.
+class VolumeManagerRecording : public LiveRecording {
+protected:
+    VolumeManagerRecording() { std::filesystem::copy_file(KIVCLAIM_ZTKIVADM, tools.path() + "/ztkivadm"); }
+
+    Ended recordDisks(const std::string& mood, std::vector<std::string> arguments)
+    {
+        state = "path kiv0_1 sdc ENABLED PRIMARY\npath kiv0_1 sdd ENABLED(A) SECONDARY\n" + mood;
+        tools.addFile("state", state);
+        arguments.insert(arguments.begin(), "record");
+        arguments.push_back(recordings.path() + "/machine");
+        return machine.process(KIVCLAIM_COMMAND, arguments)
+            .environment("LC_ALL", "C")
+            .environment("KIVCLAIM_VM_STATE", tools.path() + "/state")
+            .sees(tools.path(), "/usr/sbin")
+            .run();
+    }
+    std::string recorded(const std::string& query, const std::string& file) const
+    {
+        return contentOf(recordings.path() + "/machine/kivclaim/commands/usr/sbin/ztkivadm   " + query + "/" + file);
+    }
+
+    std::string state;
+};
+
+TEST_F(VolumeManagerRecording, HoldsTheNodeOfADiskAndThePathsOfTheNode)
+{
+    const Ended ended = recordDisks("", {"--volume-manager", "sdc"});
+    EXPECT_EQ(ended.errors, "");
+    ASSERT_EQ(ended.status, 0);
+    EXPECT_EQ(recorded("getkivnode  nodename=sdc", "output"),
+              "NAME      STATE      PATHS\n--------------------------\nkiv0_1    ENABLED    2\n");
+    EXPECT_EQ(recorded("getkivnode  nodename=sdc", "status"), "0\n");
+    EXPECT_EQ(recorded("getsubpaths  kivnodename=kiv0_1", "output"),
+              "NAME    STATE         TYPE         NODE\n---------------------------------------\n"
+              "sdc     ENABLED       PRIMARY      kiv0_1\nsdd     ENABLED(A)    SECONDARY    kiv0_1\n");
+    EXPECT_EQ(recorded("getsubpaths  kivnodename=kiv0_1", "status"), "0\n");
+    EXPECT_EQ(contentOf(tools.path() + "/state"), state) << "nothing was changed";
+    const Ended again = kivclaimOf({"--sysroot", recordings.path() + "/machine", "list", "-n", "-o", "DEVICE"});
+    EXPECT_EQ(again.status, 0) << again.errors;
+}
+
+TEST_F(VolumeManagerRecording, TellsOfADiskThatItDoesNotKnow)
+{
+    const Ended ended = recordDisks("", {"--volume-manager", "sda", "--volume-manager", "sdd"});
+    EXPECT_EQ(ended.errors,
+              "kivclaim: /usr/sbin/ztkivadm   getkivnode  nodename=sda failed with 1, and so it is recorded\n"
+              "kivclaim: the volume manager names no node of sda, so its paths are not recorded\n");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(recorded("getkivnode  nodename=sda", "errors"), "no node has a path [sda]\n");
+    EXPECT_EQ(recorded("getkivnode  nodename=sda", "status"), "1\n");
+    EXPECT_EQ(recorded("getsubpaths  kivnodename=kiv0_1", "status"), "0\n");
+}
+
+// Its name would be that of a file.
+TEST_F(VolumeManagerRecording, ANodeWithAStrangeNameIsNotAskedAbout)
+{
+    std::filesystem::remove(tools.path() + "/ztkivadm");
+    tools.addScript("ztkivadm", "printf 'NAME\\n----\\n \\n../../x ENABLED\\n'\n");
+    const Ended ended = recordDisks("", {"--volume-manager", "sdc"});
+    EXPECT_EQ(ended.errors, "kivclaim: the volume manager names no node of sdc, so its paths are not recorded\n");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(kivclaimOf({"--sysroot", recordings.path() + "/machine", "list"}).status, 0);
+}
+
+// The native module skips blank rows, too.
+TEST_F(VolumeManagerRecording, TheFirstRowThatIsNotBlankNamesTheNode)
+{
+    std::filesystem::remove(tools.path() + "/ztkivadm");
+    tools.addScript("ztkivadm", "printf 'NAME\\n----\\n \\n  kiv7 ENABLED\\n'\n");
+    EXPECT_EQ(recordDisks("", {"--volume-manager", "sdc"}).errors, "");
+    EXPECT_EQ(recorded("getsubpaths  kivnodename=kiv7", "status"), "0\n");
+}
+
+TEST_F(VolumeManagerRecording, WithoutItsToolsSaysSo)
+{
+    std::filesystem::remove(tools.path() + "/ztkivadm");
+    const Ended ended = recordDisks("", {"--volume-manager", "sdc"});
+    EXPECT_EQ(ended.errors,
+              "kivclaim: /usr/sbin/ztkivadm is not installed, and so it is recorded\n"
+              "kivclaim: the volume manager names no node of sdc, so its paths are not recorded\n");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(recorded("getkivnode  nodename=sdc", "status"), "missing\n");
+}
+
+TEST_F(VolumeManagerRecording, RedactedHoldsNothingOfIt)
+{
+    ASSERT_EQ(recordDisks("", {"--redact", "--volume-manager", "sdc"}).status, 0);
+    EXPECT_FALSE(std::filesystem::exists(recordings.path() + "/machine/kivclaim/commands/usr"));
+}
+
+TEST_F(VolumeManagerRecording, TakesNamesOfDisksOnThisMachineOnly)
+{
+    for (const char* const name : {"/dev/sdc", "../sdc", "sdc x", ""}) {
+        const Ended ended = recordDisks("", {"--volume-manager", name});
+        EXPECT_EQ(ended.errors, "kivclaim: '" + std::string(name) + "' is no name of a disk; give one such as sdc\n");
+        EXPECT_EQ(ended.status, 2);
+    }
+    const Ended ended = recordDisks("", {"--sysroot", tools.path(), "--volume-manager", "sdc"});
+    EXPECT_EQ(ended.errors,
+              "kivclaim: --volume-manager asks the volume manager of this machine; leave out --sysroot\n");
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(namesIn(recordings.path()), testing::IsEmpty());
 }
 
 // What was recorded of nodes is all that there was of them.

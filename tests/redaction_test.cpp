@@ -236,6 +236,62 @@ TEST_P(Redaction, LeavesNoName)
     }
 }
 
+// Whatever lvdisplay complains about: groups and disks that are gone are named nowhere else.
+TEST_P(Redaction, MessagesKeepTheirWordsAndNoName)
+{
+    const std::string place = root.path() + "/kivclaim/commands/sbin/lvdisplay/";
+    std::ofstream(place + "errors")
+        << "  WARNING: Couldn't find device with uuid 8LU3Nn-yVv9-1abc-DEfg-2345-6789-HIjkLm.\n"
+           "  Volume group \"payroll\" not found\n"
+           "  Cannot process volume group payroll_old\n"
+           "  /dev/mapper/secret-map: open failed: No such device\n"
+           "  /dev/sdq: read failed after 0 of 4096 at 0: Input/output error\n"
+           "  Skipping volume group g1 with foreign system ID db1.example.com\n";
+    std::ofstream(place + "status") << "5\n";
+    record({}, "plain messages");
+    record({"--redact"}, "redacted messages");
+    const std::string text =
+        contentOf(recordings.path() + "/redacted messages/kivclaim/commands/sbin/lvdisplay/errors");
+    for (const char* const name : {"8LU3Nn", "HIjkLm", "payroll", "old", "secret", "map:", "g1", "db1", "example"}) {
+        EXPECT_EQ(text.find(name), std::string::npos) << name << " in " << text;
+    }
+    for (const char* const kept :
+         {"  WARNING: Couldn't find device with uuid ", ".\n  Volume group \"",
+          "\" not found\n  Cannot process volume group ", "  /dev/mapper/", ": open failed: No such device\n",
+          "  /dev/sdq: read failed after 0 of 4096 at 0: Input/output error\n", " with foreign system ID "}) {
+        EXPECT_NE(text.find(kept), std::string::npos) << kept << " in " << text;
+    }
+    const Ended plain = ask("plain messages", {"list", "-r", "-o", "KNAME,STACK,LEVEL,MARK"});
+    const Ended redacted = ask("redacted messages", {"list", "-r", "-o", "KNAME,STACK,LEVEL,MARK"});
+    EXPECT_EQ(sortedLines(redacted.output), sortedLines(plain.output));
+    EXPECT_EQ(shapeOf(redacted.errors), shapeOf(plain.errors));
+    EXPECT_NE(plain.errors.find("db1.example.com"), std::string::npos) << plain.errors;
+    EXPECT_EQ(redacted.errors.find("example"), std::string::npos) << redacted.errors;
+}
+
+TEST_P(Redaction, PathsOverANetworkKeepNeitherAddressNorName)
+{
+    const std::string place = "/dev/disk/by-path/";
+    for (const auto& [name, disk] :
+         {std::pair("ip-10.21.32.43:3260-iscsi-iqn.2001-04.com.acme:disk-lun-1", "sda"),
+          std::pair("ip-10.21.32.43:3260-iscsi-iqn.2001-04.com.acme:disk-lun-1-part2", "sdb"),
+          std::pair("pci-0000:3b:00.0-fc-0x500507680b21ac8f-lun-7", "sdc")}) {
+        std::filesystem::create_symlink("../../" + std::string(disk), root.path() + place + name);
+    }
+    record({"--redact"}, "network");
+    std::set<std::string> names;
+    for (const auto& link : std::filesystem::directory_iterator(recordings.path() + "/network" + place)) {
+        const std::string name = link.path().filename();
+        if (name.find("-lun-") != std::string::npos) {
+            names.insert(std::filesystem::read_symlink(link.path()).string() + name.substr(name.find("-lun-")));
+        }
+        for (const char* const original : {"10.21", "32.43", "2001-04", "acme", "500507680b21ac8f"}) {
+            EXPECT_EQ(name.find(original), std::string::npos) << original << " in " << name;
+        }
+    }
+    EXPECT_EQ(names, (std::set<std::string>{"../../sda-lun-1", "../../sdb-lun-1-part2", "../../sdc-lun-7"}));
+}
+
 TEST_P(Redaction, IsTheSameEachTime)
 {
     record({"--redact"}, "again");

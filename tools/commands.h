@@ -70,7 +70,7 @@ struct WatchOptions {
     bool json = false;  // an object a line
 };
 
-ExitStatus list(const SessionOptions& options, const ListOptions& form);
+ExitStatus list(const SessionOptions& session, const ListOptions& options);
 ExitStatus claim(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus isPartition(const SessionOptions& options, const std::vector<std::string>& paths);
 ExitStatus partition(const SessionOptions& options, const std::string& path, const std::string& number);

@@ -33,6 +33,12 @@ std::string checkTraceLevel(const std::string& level)
     return isKnown ? "" : "'" + level + "' is no level; take 0 to 6";
 }
 
+// An unset variable of a script must not choose everything. CLI11 shows the answer after the option's name.
+std::function<std::string(const std::string&)> notEmpty(const std::string& complaint)
+{
+    return [complaint](const std::string& text) { return text.empty() ? complaint : std::string(); };
+}
+
 // Writes each command's usage as this manual words it.
 class HelpFormatter : public CLI::Formatter {
 public:
@@ -65,7 +71,7 @@ public:
                        "Keep the trace records in FILE, all of them unless --trace says "
                        "less")
             ->type_name("FILE")
-            ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
+            ->check(notEmpty("names no file"));
         app.add_flag("--no-snapshot", session.noSnapshot,
                      "Run what the library runs anew for every question: otherwise it runs once for all of them");
         app.add_flag("--resolve", session.resolve,
@@ -78,14 +84,12 @@ public:
                        "with your rights")
             ->type_name("FILE")
             ->allow_extra_args(false)
-            ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
+            ->check(notEmpty("names no file"));
         app.add_option("--sysroot", session.sysroot,
                        "Ask about the machine that was recorded in PLACE: a file or directory that 'record' made, or a "
                        "directory laid out as for lsblk --sysroot; what it does not hold makes an answer unsure")
             ->type_name("PLACE")
-            ->check([](const std::string& directory) {
-                return std::string(directory.empty() ? "names no directory" : "");
-            });
+            ->check(notEmpty("names no directory"));
         addCheck();
         app.footer(std::string("Example: kivclaim --tree\nPATH of '-' reads paths from standard input, one a line.\n") +
                    statusHelp);
@@ -212,16 +216,18 @@ private:
         sub.add_flag("-m,--marked", listOptions.markedOnly, "Show the marked devices only, claimed or not");
         sub.add_option("-S,--stacks", listOptions.stacks,
                        "Show the devices of these stacks only, separated by commas: " + knownStacks())
-            ->type_name("STACKS");
+            ->type_name("STACKS")
+            ->check(notEmpty("names no stack"));
         auto* const output = sub.add_option("-o,--output", listOptions.columns,
                                             "Print these columns only: " + listColumnNames() +
                                                 ", separated by commas; after a plus sign: these as well");
-        output->type_name("COLUMNS");
+        output->type_name("COLUMNS")->check(notEmpty("names no column"));
         sub.add_flag("-O,--output-all", listOptions.allColumns, "Print all columns")->excludes(output);
         sub.add_flag("--strict", listOptions.strict, "End with status 3 when an answer is unsure");
         sub.add_flag("-b,--bytes", listOptions.bytes, "Print sizes in bytes");
         sub.add_option("-x,--sort", listOptions.sortColumn, "Sort by a column, which need not be printed")
-            ->type_name("COLUMN");
+            ->type_name("COLUMN")
+            ->check(notEmpty("names no column"));
         sub.add_flag("--luns", listOptions.luns,
                      "Print one row for each LUN, whatever claims it, with the columns " + lunColumnNames());
     }
@@ -328,7 +334,10 @@ private:
                     "Record this machine in FILE, whose name ends with .tar.zst, or in a new directory: "
                     "what the answers rest on, for --sysroot",
                     "kivclaim record /tmp/machine.tar.zst", [this] { return record(session, recordOptions); });
-        sub.add_option("FILE", recordOptions.path, "Where to write it")->required()->type_name("");
+        sub.add_option("FILE", recordOptions.path, "Where to write it")
+            ->required()
+            ->type_name("")
+            ->check(notEmpty("names no file"));
         sub.add_flag("--redact", recordOptions.redact,
                      "Replace serial numbers, WWIDs, UUIDs and the names of hosts, groups, volumes and maps with "
                      "stand-ins; the answers stay the same");
@@ -360,7 +369,7 @@ private:
         sub.add_option("-o,--output", reportOptions.path, "Write the page to FILE; '-' is standard output")
             ->required()
             ->type_name("FILE")
-            ->check([](const std::string& file) { return std::string(file.empty() ? "names no file" : ""); });
+            ->check(notEmpty("names no file"));
     }
 
     void addWatch()

@@ -4,8 +4,11 @@
 #include "tools/output.h"
 #include "tools/watch.h"
 
+#include <langinfo.h>
 #include <libsmartcols.h>
 
+#include <cstdio>
+#include <cstring>
 #include <new>
 
 namespace kivclaim::tools {
@@ -67,6 +70,28 @@ void addColumn(libscols_table* table, const TableColumn& head, int treeFlag)
     }
 }
 
+bool isUtf8Locale()
+{
+    return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+// Bytes above 127 as \xHH.
+std::string inAscii(std::string_view text)
+{
+    std::string result;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte < 0x80) {
+            result += character;
+            continue;
+        }
+        char code[5];
+        std::snprintf(code, sizeof code, "\\x%02x", byte);
+        result += code;
+    }
+    return result;
+}
+
 }  // namespace
 
 void ListText::add(std::string_view item)
@@ -80,7 +105,9 @@ void Table::Unref::operator()(libscols_table* unused) const
 }
 
 Table::Table(const TableForm& form, const std::vector<TableColumn>& columns)
-    : table(checked(scols_new_table())), tree(form.tree && !form.raw && !form.pairs)
+    : table(checked(scols_new_table())),
+      tree(form.tree && !form.raw && !form.pairs),
+      asciiOnly(!form.json && !form.raw && !form.pairs && !isUtf8Locale())
 {
     scols_table_set_name(table.get(), form.name.c_str());
     scols_table_enable_json(table.get(), form.json ? 1 : 0);
@@ -104,8 +131,8 @@ TableLine Table::add(const std::vector<std::string>& texts, TableLine parent)
             continue;
         }
         const bool isPrintable = types[i] == ColumnType::list;
-        checked(scols_line_set_data(line, i,
-                                    isPrintable ? texts[i].c_str() : kivclaim::host::printableText(texts[i]).c_str()));
+        const std::string text = isPrintable ? texts[i] : kivclaim::host::printableText(texts[i]);
+        checked(scols_line_set_data(line, i, asciiOnly ? inAscii(text).c_str() : text.c_str()));
     }
     return TableLine(line);
 }

@@ -62,7 +62,8 @@ public:
     Table(const TableForm& form, const std::vector<TableColumn>& columns);
 
     // Adds a line with a text for each column, made printable; an empty text is an empty cell. In a tree it stands
-    // under `parent`.
+    // under `parent`. Where the locale is not UTF-8, aligned columns show other characters than ASCII as \xHH, as
+    // lsblk does.
     TableLine add(const std::vector<std::string>& texts, TableLine parent = TableLine());
 
     // Shows a cell in a color, by libsmartcols' name of it, in a table with colors.
@@ -78,6 +79,9 @@ private:
     std::unique_ptr<libscols_table, Unref> table;
     std::vector<ColumnType> types;
     bool tree;
+    // Aligned columns in a locale without UTF-8: libsmartcols 2.38 measures a character that the locale does not have
+    // without end.
+    bool asciiOnly;
 };
 
 }  // namespace kivclaim::tools

@@ -10,7 +10,6 @@
 
 using kivclaim::machine::Device;
 using kivclaim::machine::Machine;
-using kivclaim::machine::ReadError;
 
 namespace kivclaim::tools {
 

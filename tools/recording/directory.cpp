@@ -160,7 +160,7 @@ void writeDirectory(const Recording& recording, const std::string& directory)
     for (const CopiedFiles* const files : {&recording.files, &const_cast<const CopiedFiles&>(all)}) {
         for (const auto& [path, file] : *files) {
             if (files == &recording.files || recording.files.count(path) == 0) {
-                write(directory + "/" + path, file);
+                write(std::string(directory).append("/").append(path), file);
             }
         }
     }

@@ -127,6 +127,14 @@ std::map<std::string, std::string> textsIn(const Json& json, const char* name)
     return texts;
 }
 
+void checkFormat(const Json& json)
+{
+    if (json.is_number_unsigned() && json.get<std::uint64_t>() > recordingFormat) {
+        throw RecordingError("it has format " + json.dump() + ", and this release of kivclaim reads up to " +
+                             std::to_string(recordingFormat));
+    }
+}
+
 ExpectedFile fileIn(const Json& json, const std::string& path)
 {
     ExpectedFile file;
@@ -142,13 +150,56 @@ ExpectedFile fileIn(const Json& json, const std::string& path)
     return file;
 }
 
-void readFiles(const Json& list, Manifest& manifest)
-{
-    std::uint64_t bytes = 0;
-    if (list.size() > mostRecordedFiles) {
-        throw RecordingError("it holds more than 4000000 files");
+// Takes the files out of a manifest while it is parsed, one by one: all at once in JSON they would take gigabytes.
+class FileTaker {
+public:
+    explicit FileTaker(Manifest& manifest) : manifest(manifest) {}
+
+    // A callback of the parser: what it is false for is forgotten.
+    bool operator()(int depth, Json::parse_event_t event, const Json& parsed)
+    {
+        if (depth == 1 && event == Json::parse_event_t::key) {
+            member = parsed.get<std::string>();
+        } else if (depth == 1 && event == Json::parse_event_t::value && member == "format") {
+            checkFormat(parsed);
+        }
+        return member == "files" && depth >= placeOfFiles ? isKept(depth, event, parsed) : countKept(depth);
     }
-    for (const Json& json : list) {
+
+private:
+    static constexpr int placeOfFiles = 2;
+    static constexpr int deepest = 3;
+    static constexpr std::size_t mostKept = 1000;
+
+    // Nothing but files is in the list of files.
+    bool isKept(int depth, Json::parse_event_t event, const Json& parsed)
+    {
+        if (depth > placeOfFiles) {
+            return countKept(depth);
+        }
+        if (event == Json::parse_event_t::object_start) {
+            keptBefore = kept;
+            return true;
+        }
+        if (event != Json::parse_event_t::object_end) {
+            refuseManifest();
+        }
+        kept = keptBefore;
+        take(parsed);
+        return false;
+    }
+
+    // Of the rest there is little.
+    bool countKept(int depth)
+    {
+        if (depth > deepest || ++kept > mostKept) {
+            refuseManifest();
+        }
+        return true;
+    }
+
+    void take(const Json& json)
+    {
         const std::string path = textIn(json, "path");
         checkPath(path);
         ExpectedFile file = fileIn(json, path);
@@ -158,6 +209,28 @@ void readFiles(const Json& list, Manifest& manifest)
         if (path == manifestFile || !manifest.files.emplace(path, std::move(file)).second) {
             throw RecordingError("it holds '" + path + "' twice");
         }
+        if (manifest.files.size() > mostRecordedFiles) {
+            throw RecordingError("it holds more than 4000000 files");
+        }
+    }
+
+    Manifest& manifest;
+    std::uint64_t bytes = 0;
+    std::string member;  // of the manifest, the last one met
+    std::size_t kept = 0;
+    std::size_t keptBefore = 0;
+};
+
+// No name and no number is that long, and the parser would keep several copies of one.
+void refuseLongTexts(std::string_view text)
+{
+    constexpr std::size_t longest = 65536;
+    while (text.size() > longest) {
+        const std::size_t quote = text.substr(0, longest).rfind('"');
+        if (quote == std::string_view::npos) {
+            refuseManifest();
+        }
+        text.remove_prefix(quote + 1);
     }
 }
 
@@ -200,22 +273,23 @@ std::uint64_t Manifest::bytesOf(const std::string& path) const
 
 Manifest manifestIn(std::string_view text)
 {
-    const Json json = Json::parse(text, nullptr, false);
+    refuseLongTexts(text);
+    Manifest manifest;
+    FileTaker taker(manifest);
+    const auto take = [&](int depth, Json::parse_event_t event, const Json& parsed) {
+        return taker(depth, event, parsed);
+    };
+    const Json json = Json::parse(text, take, false);
     if (json.is_discarded() || !json.is_object()) {
         refuseManifest();
     }
-    const std::uint64_t format = numberIn(json, "format");
-    if (format > recordingFormat) {
-        throw RecordingError("it has format " + std::to_string(format) + ", and this release of kivclaim reads up to " +
-                             std::to_string(recordingFormat));
-    }
-    Manifest manifest;
+    static_cast<void>(numberIn(json, "format"));
+    static_cast<void>(member(json, "files", &Json::is_array));
     manifest.about.kivclaim = textIn(json, "kivclaim");
     manifest.about.time = textIn(json, "time");
     manifest.about.isRedacted = member(json, "redacted", &Json::is_boolean).get<bool>();
     manifest.about.system = textsIn(json, "system");
     manifest.about.versions = textsIn(json, "versions");
-    readFiles(member(json, "files", &Json::is_array), manifest);
     return manifest;
 }
 

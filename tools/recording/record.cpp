@@ -111,7 +111,7 @@ ExitStatus record(const SessionOptions& options, const RecordOptions& request)
         throw CommandError(error.what());
     } catch (const RecordingError& error) {
         throw CommandError("cannot write the recording '" + path + "': " + error.what() +
-                           "; give a name in a directory that you may write to");
+                           "; give a name in a directory with space left that you may write to");
     }
     return answeredYes;
 }

@@ -8,7 +8,10 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -48,16 +51,27 @@ std::string secondsText(double seconds)
     return text;
 }
 
-// The first row of a table below its heading and rule, up to the first blank.
+// The first word of the first row below a table's heading and rule, as the native module takes it.
 std::string nodeIn(const std::string& table)
 {
     std::istringstream lines(table);
     std::string line;
-    std::string node;
-    for (int i = 0; i < 3 && std::getline(lines, line); ++i) {
-        node = i == 2 ? line.substr(0, line.find_first_of(" \t")) : "";
+    for (int i = 0; std::getline(lines, line); ++i) {
+        std::string node;
+        if (i >= 2 && std::istringstream(line) >> node) {
+            return node;
+        }
     }
-    return node;
+    return "";
+}
+
+// Of a file, too: a recording has a place for each command.
+bool isPlainName(const std::string& node)
+{
+    return !node.empty() && node.size() < 128 && node != "." && node != ".." &&
+           std::all_of(node.begin(), node.end(), [](char c) {
+               return std::isalnum(static_cast<unsigned char>(c)) != 0 || std::strchr("_-.:+", c) != nullptr;
+           });
 }
 
 class Recorder {
@@ -78,7 +92,7 @@ public:
         add(listCommand);
         taken.recording.versions = toolVersions();
         for (const std::string& disk : disks) {
-            add(pathQuery + nodeIn(add(nodeQuery + disk)));
+            addVolumeManagersDisk(disk);
         }
         reportUnreadable();
         return std::move(taken);
@@ -119,8 +133,10 @@ private:
     {
         const CapturedCommand captured = capture(command);
         const std::string outcome = captured.status.substr(0, captured.status.find('\n'));
-        if (captured.status.empty() || captured.status == missingProgram) {
+        if (captured.status.empty()) {
             taken.gaps.push_back(command + " was not run: " + captured.problem);
+        } else if (captured.status == missingProgram) {
+            taken.gaps.push_back(command.substr(0, command.find(' ')) + " is not installed, and so it is recorded");
         } else if (!captured.hasSucceeded()) {
             taken.gaps.push_back(command + " failed with " + outcome + ", and so it is recorded");
         }
@@ -136,12 +152,26 @@ private:
         return captured.output;
     }
 
+    // The node of a disk, and the paths of that node.
+    void addVolumeManagersDisk(const std::string& disk)
+    {
+        const std::string node = nodeIn(add(nodeQuery + disk));
+        if (isPlainName(node)) {
+            add(pathQuery + node);
+        } else {
+            taken.gaps.push_back("the volume manager names no node of " + disk + ", so its paths are not recorded");
+        }
+    }
+
     // Files below a directory of a recorded root which nothing of this program interprets now.
     void copyAll(const Root& root, const std::string& directory)
     {
         const RecordedFiles files(root);
         std::error_code error;
         const std::filesystem::path top = std::filesystem::path(root.path()) / directory;
+        if (std::filesystem::is_symlink(top, error)) {
+            return;  // it may lead out of the root
+        }
         for (std::filesystem::recursive_directory_iterator i(top, error), end; !error && i != end; i.increment(error)) {
             const std::string path = directory + "/" + i->path().lexically_relative(top).string();
             if (i->is_regular_file(error) && !i->is_symlink(error) && path != manifestFile) {

@@ -1,6 +1,7 @@
 #include "tools/recording/redaction.h"
 
 #include "machine/text.h"
+#include "tools/recording/message_words.h"
 #include "tools/recording/stand_ins.h"
 
 #include <algorithm>
@@ -211,7 +212,7 @@ private:
         }
         const std::string name = path.substr(slash + 1);
         if (kind == "by-path") {
-            return kind + "/" + (tellsNames(name) ? standIns.name(name) : name);
+            return kind + "/" + (tellsNames(name) ? networkPath(name) : name);
         }
         if (kind == "by-label" || kind == "by-partlabel") {
             return kind + "/" + standIns.name(name);
@@ -225,6 +226,13 @@ private:
         constexpr std::string_view networks[] = {"ip-", "iscsi", "fc-", "nvme-", "sas-", "0x"};
         return std::any_of(std::begin(networks), std::end(networks),
                            [&](std::string_view network) { return path.find(network) != std::string_view::npos; });
+    }
+
+    // Numbers of an address would stay in a name.
+    std::string networkPath(const std::string& name)
+    {
+        const std::size_t lun = std::min(name.rfind("-lun-"), name.size());
+        return standIns.identifier(name.substr(0, lun)) + name.substr(lun);
     }
 
     std::string identity(const std::string& name)
@@ -278,9 +286,10 @@ private:
             return propertiesIn(content);
         }
         if (beginsWith(path, "kivclaim/")) {
-            return path == machineNodes                   ? nodesIn(content)
-                   : name == "output" || name == "errors" ? listingIn(content)
-                                                          : content;
+            return path == machineNodes ? nodesIn(content)
+                   : name == "output"   ? listingIn(content)
+                   : name == "errors"   ? messagesIn(content)
+                                        : content;
         }
         if (path == "proc/self/mountinfo") {
             return mountsIn(content);
@@ -437,7 +446,8 @@ private:
     {
         for (const std::string_view label :
              {"LV Name", "VG Name", "LV Path", "LV UUID", "LV Creation host, time", "LV Pool name",
-              "LV Thin origin name", "LV Pool metadata", "LV Pool data"}) {
+              "LV Thin origin name", "LV Pool metadata", "LV Pool data", "LV external origin name",
+              "LV Cache pool name", "LV Cache origin name", "LV VDO Pool name", "LV VDO Pool data"}) {
             const std::size_t place = line.find(label);
             if (place == std::string::npos) {
                 continue;
@@ -455,6 +465,36 @@ private:
                    line.substr(end);
         }
         return standIns.freeText(line);
+    }
+
+    // What lvdisplay wrote to standard error: any message, about devices and groups that nothing else may name.
+    std::string messagesIn(std::string_view content)
+    {
+        constexpr std::string_view between = " \t\n\"'`,;()[]<>=";
+        std::string result;
+        while (!content.empty()) {
+            const std::size_t end = std::min(content.find_first_of(between), content.size());
+            result += wordOfMessage(content.substr(0, end));
+            result += content.substr(end, 1);
+            content.remove_prefix(std::min(end + 1, content.size()));
+        }
+        return result;
+    }
+
+    // A word, and the point or colon at its end.
+    std::string wordOfMessage(std::string_view text)
+    {
+        const std::size_t end = text.find_last_not_of(".:!") + 1;
+        const std::string word(text.substr(0, end));
+        const bool isKept = isMessageWord(word) || nodes.count("dev/" + word) != 0 ||
+                            word.find_first_not_of("0123456789.%-:/#") == std::string::npos;
+        // A name may be a word like any other.
+        const bool isName = standIns.isName(word) && nodes.count("dev/" + word) == 0;
+        const std::string shown = isKept && !isName           ? word
+                                  : beginsWith(word, "/dev/") ? pathIn(word)
+                                  : beginsWith(word, "/")     ? mountPoint(word)
+                                                              : standIns.unknown(word);
+        return shown + std::string(text.substr(end));
     }
 
     static constexpr std::string_view machineNodes = "kivclaim/nodes";

@@ -29,7 +29,7 @@ public:
     const std::string& path() const { return place; }
 
 private:
-    Scratch(const std::string& pattern, bool isDirectory);
+    Scratch(const std::string& form, bool isDirectory);
 
     std::string place;
     pid_t remover = -1;

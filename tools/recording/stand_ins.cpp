@@ -200,6 +200,15 @@ std::string StandIns::identifier(std::string_view text)
     return isOne || isKnownIdentifier(text) ? wholeIdentifier(std::string(text)) : name(text);
 }
 
+std::string StandIns::unknown(std::string_view text)
+{
+    // LVM's UUIDs and those of file systems, with dashes and without.
+    constexpr std::size_t shortestUuid = 32;
+    const bool isUuid = text.size() >= shortestUuid && std::any_of(text.begin(), text.end(), isDigit) &&
+                        std::all_of(text.begin(), text.end(), [](char c) { return isAlphanumeric(c) || c == '-'; });
+    return isUuid || isKnownIdentifier(text) ? wholeIdentifier(std::string(text)) : name(text);
+}
+
 std::string StandIns::freeText(std::string_view text)
 {
     std::string result;

@@ -22,6 +22,10 @@ public:
     // An identifier such as a serial number, a WWID or a UUID, as a whole; also with a partition's suffix after it, or
     // with what multipath, udev and sysfs put before it.
     std::string identifier(std::string_view text);
+    // A word of which it is not known whether it is a name or an identifier.
+    std::string unknown(std::string_view text);
+    // Whether a word was collected as a name.
+    bool isName(std::string_view text) const { return words.count(std::string(text)) != 0; }
     // A text of which only the words are replaced that were collected as names or look like identifiers.
     std::string freeText(std::string_view text);
 

@@ -105,7 +105,7 @@ std::string escapedLines(std::string_view text)
 
 std::string shortened(const std::string& text, std::size_t places)
 {
-    const std::string shown = printableText(text);
+    std::string shown = printableText(text);
     const std::vector<std::size_t> lengths = characterLengths(shown);
     std::size_t width = 0;
     for (const std::size_t length : lengths) {

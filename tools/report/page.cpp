@@ -44,15 +44,15 @@ std::string section(const std::string& id, const std::string& heading, const std
 // Shown by the script, which does the work.
 std::string filterOf(const std::string& items, const std::string& id, const std::string& what)
 {
-    return "<form class=\"filter\" role=\"search\" aria-label=\"Filter the " + what + "\" data-items=\"" + items +
-           "\" hidden><label>Show " + what + " with <input type=\"search\" name=\"" + id +
+    return R"(<form class="filter" role="search" aria-label="Filter the )" + what + "\" data-items=\"" + items +
+           "\" hidden><label>Show " + what + R"( with <input type="search" name=")" + id +
            "\" autocomplete=\"off\" placeholder=\"any text\"></label> "
            "<label><input type=\"checkbox\"> marked only</label> <span role=\"status\"></span></form>\n";
 }
 
 std::string scrolled(const std::string& label, const std::string& table)
 {
-    return "<div class=\"scrolled\" role=\"region\" tabindex=\"0\" aria-label=\"" + label + "\">" + table + "</div>\n";
+    return R"(<div class="scrolled" role="region" tabindex="0" aria-label=")" + label + "\">" + table + "</div>\n";
 }
 
 // What the listing says of a stack's devices: what matters most in columns, what else there is in one more.
@@ -174,7 +174,7 @@ private:
         for (const DeviceIndex device : reported.devices) {
             others.insert(reported.answers[device].stack);
         }
-        std::string text = "<ul class=\"legend\" aria-label=\"Colors\">";
+        std::string text = R"(<ul class="legend" aria-label="Colors">)";
         for (const Stack* const stack : stackTable) {
             others.erase(stack->name);
             text += element("li", stackName(stack->name));

@@ -46,7 +46,7 @@ public:
     {
         const std::size_t width = stack.layers * columnStep - (columnStep - boxWidth) + 2 * margin;
         const std::size_t height = stack.places * rowStep - (rowStep - boxHeight) + 2 * margin;
-        std::string text = "<svg role=\"group\" aria-label=\"" + label + "\" viewBox=\"0 0 " + number(width) + " " +
+        std::string text = R"(<svg role="group" aria-label=")" + label + "\" viewBox=\"0 0 " + number(width) + " " +
                            number(height) + "\" width=\"" + number(width) + "\" height=\"" + number(height) + "\">\n";
         for (const StackBox& box : stack.boxes) {
             for (const std::size_t below : box.below) {
@@ -81,7 +81,7 @@ private:
     static std::string box(const StackBox& box)
     {
         return "<rect x=\"" + number(left(box)) + "\" y=\"" + number(top(box)) + "\" width=\"" + number(boxWidth) +
-               "\" height=\"" + number(boxHeight) + "\" rx=\"5\"/>";
+               "\" height=\"" + number(boxHeight) + R"(" rx="5"/>)";
     }
 
     static std::string textLine(const StackBox& box, const char* kind, std::size_t y, const std::string& text,

@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <utility>
 
-using kivclaim::machine::Device;
 using kivclaim::machine::DeviceIndex;
 using kivclaim::machine::Machine;
 
