@@ -104,11 +104,34 @@ mapping_truth() {
 # Puts standard input among what comes home when the lab was asked to --capture.
 captured() {
     if [ -f /lab/capture ]; then
-        mkdir -p "$(dirname "/captured/$1")"
-        cat >"/captured/$1"
+        mkdir -p "$(dirname "/out/captured/$1")"
+        cat >"/out/captured/$1"
     else
         cat >/dev/null
     fi
+}
+
+# record_machine [EVERY [OPTION...]]: takes this machine along, as the scene has made it, and what kivclaim answers about
+# it, with each device explained, or each EVERYth; the options are those of `record`. lab/run asks the recording the same.
+# Each scene does this once.
+record_machine() {
+    local every=${1:-1} place=/out/recorded/${scene_name:?} status=0
+    mkdir -p "$place"
+    "${asked_under[@]}" kivclaim record "${@:2}" "$place/machine.tar.zst" || status=$?
+    check 'kivclaim record: exit status' 0 "$status"
+    kivclaim list --all --noheadings --raw --output DEVICE | awk -v every="$every" 'NR % every == 0' >"$place/devices"
+    keep_listing
+    "${asked_under[@]}" bash /lab/guest/all_answers.sh "$place/devices" kivclaim >"$place/answers"
+    mv /sbin/lvdisplay.real /sbin/lvdisplay
+}
+
+# A script in lvdisplay's place says what it says now: it takes seconds here, and is run for each device that is explained.
+keep_listing() {
+    local status=0
+    lvdisplay >/run/listing 2>/run/listing_errors || status=$?
+    mv /sbin/lvdisplay /sbin/lvdisplay.real
+    printf '#!/bin/sh\ncat /run/listing\ncat /run/listing_errors >&2\nexit %d\n' "$status" >/sbin/lvdisplay
+    chmod +x /sbin/lvdisplay
 }
 
 # Asks the lab's host: questions on standard input, a line each. A host of its own for them all, started with
