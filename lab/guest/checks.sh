@@ -116,6 +116,8 @@ captured() {
 # Each scene does this once.
 record_machine() {
     local every=${1:-1} place=/out/recorded/${scene_name:?} status=0
+    # A link that several devices want may change its owner while udev works.
+    settle
     mkdir -p "$place"
     "${asked_under[@]}" kivclaim record "${@:2}" "$place/machine.tar.zst" || status=$?
     check 'kivclaim record: exit status' 0 "$status"
