@@ -22,7 +22,7 @@ refuses() {
 
 "$tree/lab/run" --check
 "$tree/lab/run" --check --release bullseye --capture volumes
-scenes='maps names families volumes listing paths powerpath volume_manager audit scale'
+scenes='maps names families volumes listing paths powerpath volume_manager audit events scale'
 refuses "'buster' is no release that the lab knows: take one of bullseye bookworm trixie" --release buster
 refuses "'' is no release that the lab knows: take one of bullseye bookworm trixie" --release
 refuses "'volume' is no scene: take one of $scenes" maps volume

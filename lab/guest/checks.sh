@@ -104,11 +104,37 @@ mapping_truth() {
 # Stores standard input as a captured file if the lab runs with --capture.
 captured() {
     if [ -f /lab/capture ]; then
-        mkdir -p "$(dirname "/captured/$1")"
-        cat >"/captured/$1"
+        mkdir -p "$(dirname "/out/captured/$1")"
+        cat >"/out/captured/$1"
     else
         cat >/dev/null
     fi
+}
+
+# record_machine [EVERY [OPTION...]]: records this machine as the scene has made it, and what kivclaim answers about it,
+# with an explanation of every device, or of every EVERYth. The options are those of `record`. lab/run asks the recording
+# the same questions. Each scene calls this once.
+record_machine() {
+    local every=${1:-1} place=/out/recorded/${scene_name:?} status=0
+    # While udev works, a link that several devices claim may change.
+    settle
+    mkdir -p "$place"
+    "${asked_under[@]}" kivclaim record "${@:2}" "$place/machine.tar.zst" || status=$?
+    check 'kivclaim record: exit status' 0 "$status"
+    kivclaim list --all --noheadings --raw --output DEVICE | awk -v every="$every" 'NR % every == 0' >"$place/devices"
+    keep_listing
+    "${asked_under[@]}" bash /lab/guest/all_answers.sh "$place/devices" kivclaim >"$place/answers"
+    mv /sbin/lvdisplay.real /sbin/lvdisplay
+}
+
+# Replaces lvdisplay by a script that prints what it prints now: here it takes seconds, and it runs for each device that is
+# explained.
+keep_listing() {
+    local status=0
+    lvdisplay >/run/listing 2>/run/listing_errors || status=$?
+    mv /sbin/lvdisplay /sbin/lvdisplay.real
+    printf '#!/bin/sh\ncat /run/listing\ncat /run/listing_errors >&2\nexit %d\n' "$status" >/sbin/lvdisplay
+    chmod +x /sbin/lvdisplay
 }
 
 # Asks the lab's host: questions on standard input, one a line. Uses the host that `open_host` started on file

@@ -47,3 +47,4 @@ whole /dev/mapper/mpath1                   | /dev/mapper/ 1              | map o
 TABLE
 command_agrees /dev/mapper/{plain,data,data-part12,disk7,logs-part1,mpath1} /dev/sda
 audit_finds 'last-digit missing-neighbour partition-like-name path-of-a-map'
+record_machine

@@ -31,6 +31,7 @@ device-mapper: whole /dev/sdq1             | /dev/sdq1 -                 | parti
 native: is-partition /dev/mapper/disk7     | yes                         | map of sde and sdf | native-digit
 powerpath: whole emcpowerb3                | emcpowerb 3                 |                    | bare-name
 TABLE
+record_machine
 
 dmsetup remove secret
 rm -r /dev/mapper/dev

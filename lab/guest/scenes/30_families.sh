@@ -27,6 +27,7 @@ whole /dev/mapper/data-part12              | /dev/mapper/data- 2         | parti
 partition /dev/mapper/data 12              | /dev/mapper/data_part12     | no such node         | release-decides
 TABLE
 audit_finds 'last-digit missing-neighbour partition-like-name path-of-a-map release-decides'
+record_machine
 asked_under=()
 kpartx -d -p _part /dev/mapper/old
 

@@ -55,6 +55,7 @@ TABLE
 lvdisplay | captured lvdisplay/snapshot.txt
 audit_finds 'dashed-volume last-digit missing-neighbour partition-like-name path-of-a-map unlisted-volume'
 list_agrees_with_lsblk
+record_machine
 lvremove -q -y vg00/snap
 
 scene 'A host keeps its list: volumes created and removed meanwhile'

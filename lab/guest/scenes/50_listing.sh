@@ -25,6 +25,7 @@ claim /dev/mapper/vg00-lvol1               | 16 device-mapper            | logic
 claim /dev/mapper/data                     | 16 device-mapper            | map of sdc and sdd
 TABLE
 audit_finds failed-listing /dev/mapper/vg00-lvol1 /dev/mapper/data
+record_machine
 rm /sbin/lvdisplay
 note 'lvm2 is removed'
 answers <<'TABLE'

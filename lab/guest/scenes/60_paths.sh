@@ -60,6 +60,7 @@ wait $!
 check "claim /dev/sdc, claim /dev/mapper/data: always" '16 device-mapper, 2 native' \
     "$(sort -u /tmp/all | paste -sd , | sed 's/,/, /')" "$(state_of sdc)"
 note "asked $(($(wc -l </tmp/all) / 2)) times, $before of them before the map saw the path fail"
+record_machine
 echo offline >/sys/block/sdd/device/state
 answers <<'TABLE'
 claim /dev/sdd                             | 2 native                    | disk, used by data | path-of-a-map

@@ -22,4 +22,5 @@ TABLE
 record=$(kivclaim --trace 3 claim /dev/emcpowera 2>&1 >/dev/null | grep -oE '[A-Z_]*CLAIM_SECONDARY')
 check 'the record of the claim names' CLAIM_SECONDARY "$record" '' claim-secondary
 audit_finds name-decides /dev/emcpowera{,1,12}
+record_machine
 rm /dev/emcpowera*

@@ -80,6 +80,7 @@ check 'output lines run together in the record?' yes "$(has_record 'PATHS-----')
 active /dev/sdb /dev/sda
 ran waited-refreshed 'ztkivadm getkivnode nodename=sdb' 'ztdisk rm kiv0_1' 'ztdisk scandisks' \
     'ztkivadm getkivnode nodename=sdb' 'ztkivadm getsubpaths kivnodename=kiv0_1'
+record_machine 1 --volume-manager sdb
 volume_manager_sees 'fail rm 7 busy'
 active /dev/sdb /dev/sda failed-removal
 check 'the record says that the removal failed?' yes "$(has_record 'removing disk from ztvm db is failed.')" '' failed-removal

@@ -16,6 +16,7 @@ concerns any-mapping /dev/mapper/secret
 concerns name-decides /dev/mapper/data_five
 concerns release-decides /dev/mapper/data
 check 'devices that differ otherwise' 0 "$(audited_count unknown)"
+record_machine
 dmsetup rename data_five data-part5
 dmsetup remove secret
 
