@@ -427,7 +427,7 @@ private:
     std::function<ExitStatus()> chosen;
 };
 
-int runCommand(int argc, char** argv)
+int runCommandLine(int argc, char** argv)
 {
     // A reader that has gone ends the command quietly, whatever the parent process ignores.
     std::signal(SIGPIPE, SIG_DFL);
@@ -452,5 +452,5 @@ int runCommand(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    return kivclaim::tools::runCommand(argc, argv);
+    return kivclaim::tools::runCommandLine(argc, argv);
 }
