@@ -39,11 +39,8 @@ double secondsOf(const timeval& time)
 
 [[noreturn]] void become(std::vector<std::string> words)
 {
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(words.size() + 1);  // the last one is null
+    std::transform(words.begin(), words.end(), arguments.begin(), [](std::string& word) { return word.data(); });
     const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     ::dup2(nothing, STDOUT_FILENO);
     ::dup2(nothing, STDERR_FILENO);

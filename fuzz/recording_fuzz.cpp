@@ -141,7 +141,9 @@ void checkRecording(const Recording& recording, const std::string& root)
         // Such as a path that is too long below this root.
     }
     for (const auto& [path, file] : recording.files) {
-        checkWithin(root, root + "/" + path);
+        std::string whole = root;
+        whole.append("/").append(path);
+        checkWithin(root, whole);
     }
     std::filesystem::remove_all(root);
     const Recording others = redacted(recording);
