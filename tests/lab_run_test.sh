@@ -115,7 +115,7 @@ MACHINE
         ;;
     hangs)
         plays 2 env KIVCLAIM_LAB_ACCEL=kvm "$tree/lab/run" maps <<<'exec sleep 600'
-        says "lab: the machine could not be started with the accelerator 'kvm': its kernel did not begin within 2 s; unset KIVCLAIM_LAB_ACCEL, and tcg is taken, which works everywhere"
+        says "lab: the machine could not be started with the accelerator 'kvm': its kernel did not start within 2 s; unset KIVCLAIM_LAB_ACCEL, and tcg is taken, which works everywhere"
         ;;
     stops)
         plays 2 env KIVCLAIM_LAB_ACCEL=kvm KIVCLAIM_LAB_START_SECONDS=60 "$tree/lab/run" maps <<'MACHINE'
