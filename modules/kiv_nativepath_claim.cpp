@@ -124,7 +124,8 @@ void pauseFor(unsigned int seconds)
             return;
         }
         cutAtMost += std::chrono::seconds(left > 0 || errno == EINTR ? 1 : 0);
-        const auto missing = std::max(std::chrono::ceil<std::chrono::seconds>(end - Clock::now()), cutAtMost.zero());
+        const auto missing =
+            std::max(std::chrono::ceil<std::chrono::seconds>(end - Clock::now()), std::chrono::seconds::zero());
         if (left > 0 || missing <= cutAtMost) {
             const auto toSleep = static_cast<unsigned int>(missing.count());
             left = left > 0 ? std::min(left, toSleep) : toSleep;

@@ -29,6 +29,7 @@ std::string lastLineOf(const char* path)
 
 int main(int /*count*/, char** arguments)
 {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel gives addresses as numbers.
     std::string program = lastLineOf(reinterpret_cast<const char*>(getauxval(AT_EXECFN)));
     std::string emulator = "/usr/local/bin/emulator";
     std::string keepName = "-0";

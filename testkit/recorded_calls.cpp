@@ -116,6 +116,8 @@ int mutex_unlock(ACE_mutex_t* mutex)
 
 }  // namespace ACE_OS
 
+// The C library's headers name the parameters in a way that is reserved for it.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 int uname(utsname* name)
@@ -224,3 +226,4 @@ unsigned int sleep(unsigned int seconds)
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -83,7 +83,8 @@ Lines volumeListing(const std::vector<std::pair<std::string, std::string>>& volu
     Lines listing;
     for (const auto& [group, name] : volumes) {
         listing.insert(listing.end(),
-                       {"  --- Logical volume ---", "  LV Path                /dev/" + group + "/" + name,
+                       {"  --- Logical volume ---",
+                        std::string("  LV Path                /dev/").append(group).append("/").append(name),
                         "  LV Name                " + name, "  VG Name                " + group, ""});
     }
     return listing;
