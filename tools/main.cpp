@@ -26,7 +26,7 @@ constexpr char statusHelp[] =
     "Exit status: 0 yes or done, 1 some answer is no, 2 wrong usage, unreadable input or unwritable output, "
     "3 answered, but some answer is unsure: standard error says why.";
 
-// CLI11 has a check of ranges, but words it otherwise in each of its releases.
+// CLI11's own range check has another message in each release.
 std::string checkTraceLevel(const std::string& level)
 {
     const bool isKnown = level.size() == 1 && level >= "0" && level <= "6";
@@ -121,7 +121,7 @@ public:
         } catch (const CLI::ParseError& error) {
             throw CommandError(std::string(error.what()) + "; " + usage());
         }
-        // Other people's modules find the signals as they were.
+        // A module that is checked gets the signal handling that the command was started with.
         std::optional<Watch> watch;
         if (checkOptions.inside == "host") {
             watch.emplace(Watch::Shown::no);
@@ -396,7 +396,7 @@ private:
         return {arguments.rbegin(), arguments.rend()};
     }
 
-    // What is right, for whoever got it wrong.
+    // The correct usage, for an error message.
     std::string usage() const
     {
         for (const CLI::App* const sub : app.get_subcommands()) {
@@ -429,7 +429,7 @@ private:
 
 int runCommand(int argc, char** argv)
 {
-    // A reader that has gone ends the command quietly, whatever the parent process ignores.
+    // SIGPIPE ends the command quietly, even if the parent process ignores it.
     std::signal(SIGPIPE, SIG_DFL);
     std::setlocale(LC_CTYPE, "");
     try {
@@ -440,7 +440,7 @@ int runCommand(int argc, char** argv)
     } catch (const std::exception& error) {
         complain(error.what());
         return failed;
-    } catch (...) {  // a module of somebody else's may throw anything
+    } catch (...) {  // a claim module may throw anything
         complain("a claim module threw an unknown exception; leave out --module to ask the built-in ones alone");
         return failed;
     }

@@ -67,7 +67,8 @@ public:
     }
 
 private:
-    // Is the answer what the rules make of the name? If not, it is an error of the library's, or another module's.
+    // Is the answer the one that the rules give for the name? If not, it is an error of the library's, or another
+    // module's.
     bool isExpected(const Difference& difference)
     {
         const LibraryAnswer expected = expectedAnswer(asked, volumes, path, kernel.partitions());
