@@ -89,7 +89,7 @@ bool isConfirmed(const std::vector<std::string>& paths, FILE* terminal)
         names += (i == 0 ? "" : i + 1 == paths.size() ? " and " : ", ") + paths[i];
     }
     std::fprintf(terminal,
-                 "The volume manager will forget the node%s of %s and rescan all disks.\n"
+                 "The volume manager will remove the node%s of %s and rescan all disks.\n"
                  "Go on? [y/N] ",
                  paths.size() == 1 ? "" : "s", names.c_str());
     std::fflush(terminal);
@@ -104,7 +104,7 @@ void requireConfirmation(const std::vector<std::string>& paths)
     const std::unique_ptr<FILE, int (*)(FILE*)> terminal(
         isatty(STDIN_FILENO) != 0 ? std::fopen("/dev/tty", "w") : nullptr, &std::fclose);
     if (terminal != nullptr && !isConfirmed(paths, terminal.get())) {
-        throw CommandError("not confirmed, nothing was done; --waited looks up without forgetting the node");
+        throw CommandError("not confirmed, nothing was done; --waited looks up without removing the node");
     }
 }
 

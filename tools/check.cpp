@@ -229,7 +229,7 @@ void checkProgram(Json& report, const ElfFile& file, const std::string& path)
         if (supplier != trace.suppliers.end()) {
             report["operations"][operation.name] = supplier->second;
         } else if (std::count(trace.missing.begin(), trace.missing.end(), operation.symbol) != 0) {
-            addProblem(report, std::string("nobody supplies ") + operation.name);
+            addProblem(report, std::string("no file supplies ") + operation.name);
         }
     }
 }

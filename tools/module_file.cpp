@@ -23,7 +23,7 @@ namespace {
 }
 
 constexpr char giveAModule[] = "give a claim module built against this release, see claim/kiv_claim_module_entry.h";
-constexpr char askItsMaker[] = "ask whoever made it";
+constexpr char askItsAuthor[] = "ask its author";
 
 // Only a regular file is opened: opening a FIFO would wait for a writer.
 void requireRegularFile(const std::string& path)
@@ -76,9 +76,9 @@ CKivDeviceClaimBase* callGuarded(const std::string& path, KivCreateClaimModule* 
     try {
         return create(kivClaimModuleContract, &itsContract);
     } catch (const std::exception& error) {
-        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception: " + error.what(), askItsMaker);
+        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception: " + error.what(), askItsAuthor);
     } catch (...) {
-        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception", askItsMaker);
+        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception", askItsAuthor);
     }
 }
 
@@ -121,7 +121,7 @@ std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
                "build it against this release's headers, with the options that they ask for");
     }
     if (module == nullptr) {
-        refuse(path, std::string(kivCreateClaimModuleName) + " made no module", askItsMaker);
+        refuse(path, std::string(kivCreateClaimModuleName) + " made no module", askItsAuthor);
     }
     return std::unique_ptr<CKivDeviceClaimBase>(module);
 }
