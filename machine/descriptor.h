@@ -9,7 +9,7 @@
 namespace kivclaim::machine {
 
 // Ownership: the only owner of its descriptor; a negative one is none. Moving leaves the other one empty.
-// Failure: what closing says is ignored: nothing is ever written through these.
+// Threads: one at a time. Failure: what closing says is ignored: nothing is ever written through these.
 class Descriptor {
 public:
     explicit Descriptor(int owned = -1) : number(owned) {}

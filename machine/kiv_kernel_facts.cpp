@@ -130,7 +130,7 @@ void describe(KernelFactsData& facts, const Machine& machine, const Device& devi
     facts.map = map != nullptr ? map->node : std::string_view();
     facts.stack = stackOf(device.kind, disk.kind, map != nullptr);
     facts.kind = wordsFor(device.kind);
-    // A strange text is given as it is, so it hides nothing.
+    // An unexpected text is shown unchanged, so that nothing is hidden.
     facts.isComplete = (device.marks & ~machine::notUtf8) == 0;
 }
 

@@ -82,8 +82,8 @@ private:
 // but sysfs; a question then looks where its path leads. What changes after the reading is not seen, but a path that
 // leads to a device made later is told as unknown.
 //
-// Threads: it may be made on any thread and asked by many at a time.
-// Ownership: its own. What it answers outlives it.
+// Threads: create it on any thread; any number of threads may ask it at the same time.
+// Ownership: owns what it read. Its answers may outlive it.
 // Failure: sysfs that cannot be read is no failure of an operation: see isRead. Only std::bad_alloc is thrown.
 // Blocking: on sysfs alone, which waits for no device.
 class KIVCLAIM_KERNEL_API KernelReading {
@@ -91,7 +91,7 @@ public:
     // Of the machine that this process runs on.
     KernelReading();
     // Of the copy of another machine: a directory laid out as for `lsblk --sysroot`. Absolute links in it begin at the
-    // directory, and nothing outside of it is opened. A node that was not copied counts as there.
+    // directory, and nothing outside of it is opened. A node that was not copied counts as existing.
     explicit KernelReading(const std::string& root);
     KernelReading(const KernelReading&) = delete;
     KernelReading& operator=(const KernelReading&) = delete;
@@ -99,7 +99,7 @@ public:
 
     // False when there is no sysfs: everything is unknown then.
     bool isRead() const;
-    // Why not, in one line; empty when it was read. It may hold bytes of the root's path.
+    // Why sysfs could not be read, in one line; empty when it was. May contain bytes of the root's path.
     const std::string& problem() const;
 
     // About any name of a device under /dev; links are followed. A relative path begins at the working directory, of

@@ -68,7 +68,7 @@ FoundFile Machine::State::lookUp(const std::string& path) const
         found.device = found.isThere ? atNode(*this, found.status) : noDevice;
         return found;
     }
-    // The kernel knows nothing by an empty name.
+    // An empty path names nothing.
     const Destination destination = path.empty() ? Destination() : tree.follow(path);
     found.isThere = !path.empty() && statusOf(destination, found.status);
     found.device = found.isThere ? atNode(*this, found.status) : noDevice;
@@ -88,7 +88,7 @@ bool Machine::State::statusOf(const Destination& destination, struct stat& statu
         return true;
     }
     const bool isFile = destination.file.isOpen() && ::fstat(destination.file.get(), &status) == 0;
-    // What stands for a node only holds what udev says of it.
+    // The file in the place of a node contains only its udev properties.
     return isFile && (!nodes || S_ISDIR(status.st_mode) || !beginsWith(destination.path, "/dev/"));
 }
 

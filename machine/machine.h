@@ -1,4 +1,5 @@
-// A machine's block devices and how they are stacked, as its kernel tells: a live machine, or the copy of another one.
+// A machine's block devices and how they are stacked, as its kernel describes them: a live machine, or the copy of
+// another one.
 #ifndef KIVCLAIM_MACHINE_MACHINE_H
 #define KIVCLAIM_MACHINE_MACHINE_H
 
@@ -74,7 +75,7 @@ enum Mark : std::uint32_t {
     vanished = 1U << 0,      // gone, whole or in part, while it was read
     unreadable = 1U << 1,    // a file of it cannot be read, or is no file
     circle = 1U << 2,        // it is in a circle of slaves, or between two; or a link leads back to itself
-    outOfRange = 1U << 3,    // a number that is none, or that no kernel gives
+    outOfRange = 1U << 3,    // an invalid number, or one outside the kernel's range
     notUtf8 = 1U << 4,       // a text that is not UTF-8; it is given as it was read
     tooLarge = 1U << 5,      // a file longer than the kernel writes
     unknownDevice = 1U << 6  // a slave or holder names a device that the machine does not have
@@ -82,7 +83,7 @@ enum Mark : std::uint32_t {
 using Marks = std::uint32_t;  // Mark | Mark ...
 
 enum class Kind : std::uint8_t {
-    disk,                // a whole device of a driver that is none of the following
+    disk,                // a whole device of a driver not named below
     scsiDisk,            // of the sd driver
     nvme,                // a namespace
     powerPath,           // a pseudo device emcpower*
@@ -114,7 +115,7 @@ struct DeviceNumber {
     }
 };
 
-// A fixed list, owned by the machine.
+// A fixed list of a machine. Threads: any. Ownership: borrows from the machine. Failure: none.
 template <class Item>
 class List {
 public:
@@ -178,9 +179,9 @@ struct Device {
 
 // The model.
 //
-// What for: one reading of a machine, then any number of questions about it. It is a picture of one moment and never
+// What for: one reading of a machine, then any number of questions about it. It keeps the state of one moment and never
 // reads again, except that byPath follows links.
-// Threads: read() on any; a machine that has been read may be asked by many at a time.
+// Threads: read() on any; any number of threads may ask a machine at the same time.
 // Ownership: devices, texts and lists belong to the machine and end with it. Moving a machine keeps them where they
 // are. Failure: read() throws ReadError when there is nothing to read, and std::bad_alloc. Everything else that is
 // wrong with what it reads becomes a mark. Questions never fail: an unknown device is null.
@@ -194,11 +195,11 @@ public:
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;
 
-    // By kernel name, in the order in which people count: sda9 before sda10. Hidden devices are among them.
+    // By kernel name in natural order: sda9 before sda10. Includes hidden devices.
     const std::vector<Device>& devices() const;
     DeviceIndex indexOf(const Device& device) const;  // of one of devices()
 
-    // Problems that concern no single device.
+    // Problems of the machine as a whole.
     Marks marks() const;
 
     // "sda", "cciss/c0d0" or "cciss!c0d0".
@@ -209,7 +210,7 @@ public:
     const Device* byNumber(DeviceNumber number) const;
     // Any name of a device under /dev, as a program on that machine would use it. On a live machine the number of the
     // node decides, so the numbers must have been read. On a recorded one, links are followed within the root, and a
-    // node that was not recorded counts as there, unless the root lists all nodes. A relative path begins at the
+    // node that was not recorded counts as existing, unless the root lists all nodes. A relative path begins at the
     // working directory of a live machine, and at the root of a recorded one. Null when no device is there.
     const Device* byPath(const std::string& path) const;
     // The number of the block device that a path, as for byPath, leads to. Known too for a node without a device; needs
@@ -218,9 +219,9 @@ public:
     // Whether a path, as for byPath, leads to a device or to any file.
     bool isAnythingAt(const std::string& path) const;
     // Whether a program on a recorded machine could open what a path leads to: anything, unless the recording says that
-    // its maker had no right to read a node.
+    // the recording user could not read the node.
     bool canBeOpened(const std::string& path) const;
-    // Whether a device of this name and number is still there: the one question that is answered by looking anew. A
+    // Whether a device of this name and number is still there: the only question that reads the machine again. A
     // recorded machine does not change.
     bool isStillThere(const Device& device) const;
 

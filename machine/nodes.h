@@ -1,7 +1,7 @@
 // The nodes under /dev of a recorded machine, as far as the recording lists them. Private to machine/.
 //
-// The list is kivclaim/nodes in the root, a line for each node: whether its maker could read it, "r" or "-"; the number
-// of a block device, or "-" for anything else; and the path, with the octal escapes of /proc/self/mountinfo:
+// The list is kivclaim/nodes in the root, a line for each node: whether the recording user could read it, "r" or "-";
+// the number of a block device, or "-" for anything else; and the path, with the octal escapes of /proc/self/mountinfo:
 //
 //   r 8:0 /dev/sda
 //   - 254:0 /dev/dm-0
@@ -27,7 +27,7 @@ struct Node {
     bool isReadable = true;
 };
 
-// Threads: any. Ownership: its own. Failure: a line that is none is passed over.
+// Threads: any. Ownership: owns what it read. Failure: an invalid line is skipped.
 class Nodes {
 public:
     explicit Nodes(std::string_view text);

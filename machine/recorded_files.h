@@ -23,14 +23,14 @@ public:
     RecordedFiles(const RecordedFiles&) = delete;
     RecordedFiles& operator=(const RecordedFiles&) = delete;
 
-    // How messages call a file of the root.
+    // The name of a file of the root in messages.
     std::string pathOf(const std::string& path) const { return shownName + "/" + path; }
 
     // The whole content; nothing when there is no such file. Throws ReadError for one that cannot be read, is no
     // regular file, or is longer than `longest` bytes, which are 16 MiB at most.
     std::optional<std::string> content(const std::string& path, std::size_t longest) const;
 
-    // Whether something is there that somebody may execute.
+    // Whether an executable file exists there.
     bool isExecutable(const std::string& path) const;
 
 private:

@@ -49,7 +49,7 @@ void peel(std::size_t devices, const std::vector<Edge>& sortedEdges, std::vector
     }
 }
 
-// A partition counts as on top of its disk: who follows partitions and holders upwards must not run in circles.
+// A partition counts as on top of its disk, so following partitions and holders upwards must not loop.
 void markCircles(std::vector<Device>& devices, std::vector<Edge> edges)
 {
     for (DeviceIndex i = 0; i < devices.size(); ++i) {
@@ -87,7 +87,7 @@ DeviceIndex wholeBelow(const std::vector<Device>& devices, DeviceIndex partition
     return noDevice;
 }
 
-// A map without a uuid cannot be told from the origin of its partitions.
+// A map without a uuid cannot be distinguished from the origin of its partitions.
 bool isOrigin(const Device& whole, const Device& partition)
 {
     return isMapping(whole.kind) && (whole.mapUuid.empty() || MapUuid(partition.mapUuid).origin == whole.mapUuid);

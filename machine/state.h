@@ -1,4 +1,4 @@
-// What a machine consists of, for those who fill it and those who ask. Private to machine/.
+// The state of a machine, shared by the code that fills it and the code that answers questions. Private to machine/.
 #ifndef KIVCLAIM_MACHINE_STATE_H
 #define KIVCLAIM_MACHINE_STATE_H
 
@@ -26,6 +26,9 @@ struct FoundFile {
     DeviceIndex device = noDevice;
 };
 
+// All that was read of a machine, with indexes by name and number.
+// Threads: one while it is filled; then any. Ownership: owns texts, lists and the open root; devices point into the
+// texts. Failure: the constructor throws ReadError; an unknown name is noDevice.
 struct Machine::State {
     explicit State(const Root& root) : tree(root), nodes(nodesOf(tree)) {}
 
@@ -41,7 +44,7 @@ struct Machine::State {
     DeviceIndex byNode(std::string_view path) const;
     DeviceIndex byPath(const std::string& path) const { return lookUp(path).device; }
     FoundFile lookUp(const std::string& path) const;
-    // What stat() would say of the end of a recorded path; false when nothing was recorded there.
+    // The result of stat() for a recorded path; false when nothing was recorded there.
     bool statusOf(const Destination& destination, struct stat& status) const;
 
     Tree tree;

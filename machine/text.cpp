@@ -211,7 +211,7 @@ MapUuid::MapUuid(std::string_view uuid) : origin(uuid)
 
 Kind kindOfMapping(const MapUuid& uuid)
 {
-    // "LVM-", the uuids of group and volume; of what is not for use a dash and the layer's name after them.
+    // "LVM-", the uuids of group and volume; hidden layers have a dash and the layer's name after them.
     constexpr std::size_t volumeUuid = 4 + 32 + 32;
     if (beginsWith(uuid.origin, "mpath-")) {
         return uuid.partition != 0 ? Kind::multipathPartition : Kind::multipathMap;

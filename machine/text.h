@@ -27,7 +27,7 @@ std::optional<DeviceNumber> deviceNumberIn(std::string_view text);
 // "0:0:0:0"
 bool isScsiAddress(std::string_view text);
 
-// Takes the text up to `separator`, or all, away from the front of `rest`.
+// Removes and returns the text up to `separator`, or all, from the beginning of `rest`.
 std::string_view takeUntil(std::string_view& rest, char separator);
 
 // The blank of "a\040b" as procfs writes it, and of "a\x20b" as udev does.
@@ -43,6 +43,7 @@ std::string wwnOf(std::string_view sysfsWwid);
 const char* scsiTypeName(std::uint64_t type);
 
 // The parts of a device-mapper uuid such as part3-mpath-36001…: kpartx puts the number of a partition in front.
+// Threads: any. Ownership: borrows the uuid. Failure: none; a uuid of another form is its own origin.
 struct MapUuid {
     explicit MapUuid(std::string_view uuid);
 

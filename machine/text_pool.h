@@ -13,7 +13,7 @@
 
 namespace kivclaim::machine {
 
-// Ownership: what it returns ends with the pool. Failure: std::bad_alloc.
+// Threads: one at a time. Ownership: what it returns ends with the pool. Failure: std::bad_alloc.
 class TextPool {
 public:
     std::string_view keep(std::string_view text)

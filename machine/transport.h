@@ -11,7 +11,8 @@
 
 namespace kivclaim::machine {
 
-// Threads: one. A host adapter has thousands of disks, so what its directories tell is read once.
+// A host adapter has thousands of disks, so its directories are read only once.
+// Threads: one. Ownership: borrows the tree and the reader. Failure: a transport that cannot be read is empty.
 class TransportReader {
 public:
     TransportReader(const Tree& tree, FileReader& files) : tree(tree), files(files) {}

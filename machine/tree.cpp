@@ -35,14 +35,14 @@ Descriptor confinedByKernel(int directory, const char* name, int flags, unsigned
     return Descriptor(static_cast<int>(file));
 }
 
-// Old kernels do not know openat2, and the filters of old containers refuse it.
+// Old kernels lack openat2, and the filters of old containers refuse it.
 bool openat2Works(int directory)
 {
     return confinedByKernel(directory, ".", O_PATH | O_CLOEXEC, RESOLVE_IN_ROOT).isOpen() ||
            (errno != ENOSYS && errno != EPERM);
 }
 
-// Whether a path without links leads to what it says itself: absolute, without ".", ".." and empty names.
+// Whether a path without links is already in its final form: absolute, without ".", ".." and empty names.
 bool isPlain(std::string_view path)
 {
     constexpr auto npos = std::string_view::npos;

@@ -20,7 +20,8 @@ struct Destination {
     bool circle = false;  // more links than the kernel would follow
 };
 
-// Threads: any; it changes nothing after it was made. With a witness, one.
+// Threads: any, because it never changes; one only when it has a witness.
+// Ownership: owns its open directories; a returned descriptor belongs to the caller.
 // Failure: the constructor throws ReadError; opening fails like open(), with errno.
 class Tree {
 public:
@@ -29,7 +30,7 @@ public:
     // Told of a link on the way, and where it leads: "sys/class/block/sda", "../../devices/...".
     using OnLink = std::function<void(const std::string& path, const std::string& target)>;
 
-    // `confinement` false is for tests: how it goes on kernels and in containers without openat2.
+    // `kernelConfines` is false only in tests, to behave as on kernels and in containers without openat2.
     explicit Tree(const Root& where, bool kernelConfines = true);
 
     // Opens `name` below one of the four directories. "" is the directory itself.
@@ -47,7 +48,7 @@ public:
 
     bool isLive() const { return live; }
 
-    // For those who open a name below one of the four directories in another way than through open().
+    // For code that opens a name below one of the four directories without open().
     void note(Top top, const std::string& name, int flags) const;
     Witness witness;  // set before anything is asked for
 

@@ -313,7 +313,7 @@ TEST_F(ActivePath, AsksOnATerminalBeforeTheNodeIsForgotten)
     volumeManager();
     const std::string line = std::string(KIVCLAIM_COMMAND) + " active-path /dev/sdc";
     const Ended no = command({"-qec", line, "/dev/null"}, "script").reads("n\n").run();
-    EXPECT_THAT(no.output, AllOf(HasSubstr("The volume manager will forget the node of /dev/sdc and rescan all disks."),
+    EXPECT_THAT(no.output, AllOf(HasSubstr("The volume manager will remove the node of /dev/sdc and rescan all disks."),
                                  HasSubstr("Go on? [y/N] "),
                                  HasSubstr("kivclaim: not confirmed, nothing was done; --waited looks up without")));
     EXPECT_EQ(no.status, 2);
@@ -322,7 +322,7 @@ TEST_F(ActivePath, AsksOnATerminalBeforeTheNodeIsForgotten)
     EXPECT_THAT(yes.output, HasSubstr("/dev/sdd\r\n"));
     EXPECT_EQ(yes.status, 0);
     const Ended several = command({"-qec", line + " /dev/sde", "/dev/null"}, "script").reads("n\n").run();
-    EXPECT_THAT(several.output, HasSubstr("will forget the nodes of /dev/sdc and /dev/sde and rescan all disks."));
+    EXPECT_THAT(several.output, HasSubstr("will remove the nodes of /dev/sdc and /dev/sde and rescan all disks."));
     const Ended redirected = command({"-qec", line + " 2>/dev/null", "/dev/null"}, "script").reads("n\n").run();
     EXPECT_THAT(redirected.output, HasSubstr("Go on? [y/N] ")) << "the terminal is asked, wherever errors go";
     EXPECT_EQ(redirected.status, 2);

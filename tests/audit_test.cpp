@@ -393,9 +393,9 @@ TEST_F(Audit, ADeviceIsKnownByOneNameOnly)
     machine.mappedWithoutName("dm-0", "mpatha", "mpath-36001");
     EXPECT_EQ(differences({"/dev/dm-0", "/dev/emcpowera"}),
               (Lines{"/dev/dm-0 claim none multipath map, /dev/mapper/mpatha quirk name-decides the name decides; "
-                     "the device behind it, 240:1, is the kernel's /dev/mapper/mpatha",
+                     "the node's device, 240:1, is the kernel's /dev/mapper/mpatha",
                      "/dev/emcpowera claim powerpath SCSI disk, /dev/sda quirk name-decides the name decides; "
-                     "the device behind it, 240:0, is the kernel's /dev/sda"}));
+                     "the node's device, 240:0, is the kernel's /dev/sda"}));
 }
 
 TEST_F(Audit, ANodeMayBeAnotherDevices)
@@ -409,7 +409,7 @@ TEST_F(Audit, APrefixCountsAnywhere)
 {
     EXPECT_EQ(differences({"--no-warn", "/srv/dev/sda"}),
               Lines{"/srv/dev/sda claim native no such device quirk prefix-anywhere "
-                    "'/dev/sd' counts wherever it stands in a path"});
+                    "'/dev/sd' counts anywhere in a path"});
 }
 
 TEST_F(Audit, EndsWithTheNumbersOfDevicesAndDifferences)

@@ -141,7 +141,7 @@ TEST(CheckModule, AnExceptionIsReportedWithTheStep)
                 ElementsAre("claim threw an exception: cannot say anything about /dev/sda1"));
     EXPECT_THAT(problemsOfTheWrongModule(""), ElementsAre("claim threw an exception"));
     EXPECT_THAT(problemsOfTheWrongModule("constructor-throws"),
-                ElementsAre(EndsWith("kivclaim_create_claim_module made no module; ask whoever made it")));
+                ElementsAre(EndsWith("kivclaim_create_claim_module made no module; ask its author")));
 }
 
 TEST(CheckModule, TellsWhyAModuleIsRefused)

@@ -274,11 +274,11 @@ TEST(CommandModule, RefusesAModuleThatNeedsAnUndefinedSymbol)
 TEST(CommandModule, RefusesAFileWhoseFunctionFails)
 {
     EXPECT_EQ(refusal(wrongModule, "constructor-throws"),
-              "kivclaim_create_claim_module made no module; ask whoever made it\n");
+              "kivclaim_create_claim_module made no module; ask its author\n");
     EXPECT_EQ(refusal(wrongModule, "function-throws"),
-              "kivclaim_create_claim_module threw an exception: no such luck; ask whoever made it\n");
+              "kivclaim_create_claim_module threw an exception: no such luck; ask its author\n");
     EXPECT_EQ(refusal(wrongModule, "function-throws-anything"),
-              "kivclaim_create_claim_module threw an exception; ask whoever made it\n");
+              "kivclaim_create_claim_module threw an exception; ask its author\n");
 }
 
 TEST(CommandModule, WhatAModuleThrowsWhileItIsAskedEndsTheCommandInOneLine)

@@ -1,4 +1,4 @@
-// The path by which the volume manager uses a native disk now.
+// The path that the volume manager uses now for a native disk.
 #include "host/printable_text.h"
 #include "modules/kiv_nativepath_claim.h"
 #include "tools/commands.h"
@@ -26,7 +26,7 @@ namespace {
 
 using Clock = LookupProgress::Clock;
 
-// One line on a terminal that is drawn again and again while it lives, and gone afterwards.
+// One line on a terminal that is redrawn while the object exists, and cleared afterwards.
 class LiveLine {
 public:
     explicit LiveLine(const LookupProgress& shown) : progress(shown), painter([this] { paint(); }) {}
@@ -64,7 +64,7 @@ private:
 };
 
 // The volume manager's tools take the name as a word of a command line, and the lookup changes the volume manager's
-// state: only a name that can be a disk's gets there.
+// state, so only names that can be those of disks are passed on.
 void requireNativeDisk(const std::string& path)
 {
     constexpr std::string_view directory = nativeStack.pattern;
@@ -89,7 +89,7 @@ bool isConfirmed(const std::vector<std::string>& paths, FILE* terminal)
         names += (i == 0 ? "" : i + 1 == paths.size() ? " and " : ", ") + paths[i];
     }
     std::fprintf(terminal,
-                 "The volume manager will forget the node%s of %s and rescan all disks.\n"
+                 "The volume manager will remove the node%s of %s and rescan all disks.\n"
                  "Go on? [y/N] ",
                  paths.size() == 1 ? "" : "s", names.c_str());
     std::fflush(terminal);
@@ -98,13 +98,13 @@ bool isConfirmed(const std::vector<std::string>& paths, FILE* terminal)
     return answer == "y" || answer == "Y" || answer == "yes";
 }
 
-// On a terminal, wherever standard error goes; nobody else is asked.
+// Asks only on a terminal, wherever standard error goes.
 void requireConfirmation(const std::vector<std::string>& paths)
 {
     const std::unique_ptr<FILE, int (*)(FILE*)> terminal(
         isatty(STDIN_FILENO) != 0 ? std::fopen("/dev/tty", "w") : nullptr, &std::fclose);
     if (terminal != nullptr && !isConfirmed(paths, terminal.get())) {
-        throw CommandError("not confirmed, nothing was done; --waited looks up without forgetting the node");
+        throw CommandError("not confirmed, nothing was done; --waited looks up without removing the node");
     }
 }
 
@@ -122,7 +122,8 @@ const char* reasonOf(LookupProgress::Step step)
     return "the path lookup gave no answer";
 }
 
-// Writes the library's records where the user wants them, and names the tool beside those that do not.
+// Writes the library's records where the user wants them. The warning about a command without output does not name the
+// command, so a record that does is written after it.
 class RecordWriter {
 public:
     explicit RecordWriter(const SessionOptions& options)

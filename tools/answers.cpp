@@ -1,4 +1,4 @@
-// The commands that hand one question on to the claim manager and print its answer.
+// The commands that pass one question to the claim manager and print its answer.
 #include "host/printable_text.h"
 #include "tools/commands.h"
 #include "tools/output.h"

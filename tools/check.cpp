@@ -62,7 +62,7 @@ std::string pathOf(const std::string& file)
     return file.find('/') == std::string::npos ? "./" + file : file;
 }
 
-// Takes the findings out of what the process inside wrote, and says how it ended if it did so before its time.
+// Reads the findings from the checked process's report, and adds how it ended if it ended early.
 void addFindings(Json& report, const CheckedEnd& end)
 {
     std::string step;
@@ -146,7 +146,7 @@ Json checkModuleFile(const CheckOptions& options)
     return report;
 }
 
-// A value of LD_PRELOAD: the library, and what is preloaded into this process.
+// The value of LD_PRELOAD: the library, followed by this process's own value.
 std::string preloadedFirst(const std::string& library)
 {
     const char* const others = std::getenv("LD_PRELOAD");
@@ -229,7 +229,7 @@ void checkProgram(Json& report, const ElfFile& file, const std::string& path)
         if (supplier != trace.suppliers.end()) {
             report["operations"][operation.name] = supplier->second;
         } else if (std::count(trace.missing.begin(), trace.missing.end(), operation.symbol) != 0) {
-            addProblem(report, std::string("nobody supplies ") + operation.name);
+            addProblem(report, std::string("no file supplies ") + operation.name);
         }
     }
 }
@@ -255,7 +255,8 @@ bool isBundled(const std::string& file)
     return fs::path(file).filename().string().compare(0, 15, "libztfi_pdk.so.") == 0;
 }
 
-// Silent mistakes: an operation that the file has and that another one answers, and a framework of two halves.
+// Mistakes that cause no error: an operation that the file defines but another file supplies, and operations from
+// different frameworks.
 void judgeSuppliers(Json& report, const ElfFile& file, const std::string& path)
 {
     std::string bundled;

@@ -1,4 +1,4 @@
-// Checks of files that others made: claim modules, hosts and host frameworks.
+// Checks of other projects' files: claim modules, hosts and host frameworks.
 #ifndef KIVCLAIM_TOOLS_CHECK_H
 #define KIVCLAIM_TOOLS_CHECK_H
 
@@ -18,8 +18,8 @@ struct CheckOptions {
     bool isWanted() const { return !module.empty() || !host.empty(); }
 };
 
-// Examines the file and prints what it found. The file's code runs in a process of its own, so that whatever happens
-// there is a finding. answeredYes: no problem was found; answeredNo: some was. Throws CommandError for a file that
+// Examines the file and prints what it found. The file's code runs in a separate process, so that a crash there is
+// reported as a problem. answeredYes: no problem was found; answeredNo: some was. Throws CommandError for a file that
 // cannot be examined.
 ExitStatus check(const CheckOptions& options);
 

@@ -23,7 +23,7 @@ using Json = nlohmann::ordered_json;
 
 void report(const Json& finding)
 {
-    // Bytes of other people's that are no UTF-8 become replacement characters.
+    // Untrusted bytes that are not UTF-8 become replacement characters.
     const std::string line = finding.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
     for (std::size_t done = 0; done < line.size();) {
         const ssize_t written = write(checkReportDescriptor, line.data() + done, line.size() - done);

@@ -1,4 +1,4 @@
-// Processes in which the code of other people's files runs.
+// Processes that run the code of checked files.
 #ifndef KIVCLAIM_TOOLS_CHECKED_PROCESS_H
 #define KIVCLAIM_TOOLS_CHECKED_PROCESS_H
 
@@ -14,7 +14,7 @@ struct CheckedProcess {
     std::string program;
     std::vector<std::string> arguments;
     std::vector<std::pair<std::string, std::string>> variables;  // besides those of this process
-    bool reportsOnStandardError = false;  // what it writes there, and on standard output, is the report as well
+    bool reportsOnStandardError = false;  // its standard error and standard output are part of the report
     std::string shownAs{};                // what the user is told to wait for
     int seconds = 60;                     // how long it may take; then it is killed, with its group
 };

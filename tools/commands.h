@@ -1,4 +1,4 @@
-// The commands of kivclaim, each with its options. What they print and when is the manual's business: see --help.
+// The commands of kivclaim, each with its options. --help and kivclaim(1) say what they print.
 #ifndef KIVCLAIM_TOOLS_COMMANDS_H
 #define KIVCLAIM_TOOLS_COMMANDS_H
 
@@ -30,7 +30,7 @@ struct ListOptions {
     std::string color = "auto";
 };
 
-// What kivclaim's help and messages say of the columns.
+// The column names, as kivclaim's help and messages list them.
 std::string listColumnNames();
 
 struct ActivePathOptions {

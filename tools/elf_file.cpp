@@ -43,7 +43,7 @@ std::string contentOf(const std::string& path)
     return content.str();
 }
 
-// Any number in the file may be wrong: whatever lies outside reads as zeros or as an empty text.
+// Any number in the file may be wrong: reading outside the file gives zeros or an empty text.
 class Image {
 public:
     explicit Image(std::string bytes) : bytes(std::move(bytes)) {}

@@ -12,7 +12,7 @@ struct ElfFile {
     bool isProgram = false;              // otherwise it is a library
     std::string interpreter;             // that it names, the loader; a program without one is linked statically
     std::set<std::string> exported;      // the functions that the loader finds in it
-    std::set<std::string> defined;       // those that it has, hidden ones included; without them in a stripped file
+    std::set<std::string> defined;       // all functions that it defines; in a stripped file only the exported ones
     std::vector<std::string> libraries;  // that it names as needed
 };
 

@@ -10,10 +10,10 @@ enum ExitStatus : int {
     answeredYes = 0,    // every path was claimed, a partition, …; or there was nothing to decide
     answeredNo = 1,     // some path was not
     failed = 2,         // wrong usage, unreadable input, unwritable output
-    answeredUnsure = 3  // some answer may be wrong, because something that it rests on failed
+    answeredUnsure = 3  // some answer may be wrong, because something that it depends on failed
 };
 
-// The one that counts of two outcomes: a failure before all, and an unsure answer before a no, which may be wrong too.
+// The more important of two outcomes: a failure first, then an unsure answer, then a no.
 inline ExitStatus worse(ExitStatus one, ExitStatus other)
 {
     for (const ExitStatus status : {failed, answeredUnsure, answeredNo}) {
@@ -24,7 +24,7 @@ inline ExitStatus worse(ExitStatus one, ExitStatus other)
     return answeredYes;
 }
 
-// What was wrong and what is right, in one line without the name of the command.
+// What was wrong and what to do, in one line without the name of the command.
 class CommandError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

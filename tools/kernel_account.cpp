@@ -22,7 +22,7 @@ const Machine& KernelAccount::machine()
     }
 }
 
-KernelTruth KernelAccount::behind(const std::string& path)
+KernelTruth KernelAccount::at(const std::string& path)
 {
     if (played != nullptr) {
         return {played->devices(), path};

@@ -22,9 +22,9 @@ public:
     // The latest reading.
     const kivclaim::machine::Machine& machine();
 
-    // What is behind a path. A device that is new, or another one than before, makes it read the machine again: paths
-    // may come from standard input for a long time.
-    KernelTruth behind(const std::string& path);
+    // The facts about the device at a path. A device that is new, or another one than before, makes it read the machine
+    // again: paths may come from standard input for a long time.
+    KernelTruth at(const std::string& path);
 
     // Whether no device and no other file is at the path. Not known, and false, for one that may not be looked at.
     bool isNothingAt(const std::string& path);

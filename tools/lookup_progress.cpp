@@ -57,7 +57,7 @@ bool LookupProgress::take(const std::string& record, Clock::time_point now)
     } else if (enters(record, "getZtVMDiskForOSDiskHandler")) {
         startQuery();
     } else if (enters(record, "removeDisksFromZtVM")) {
-        activity = "making the volume manager forget the node";
+        activity = "having the volume manager remove the node";
     } else if (enters(record, "ztvmScanDisks")) {
         attempt += isRefreshing ? 1 : 0;
         activity = isRefreshing ? "rescanning all disks" : "rescanning the disk";

@@ -1,4 +1,4 @@
-// How far the lookup of an active path has come, as the library's own records tell it.
+// The progress of an active-path lookup, derived from the library's trace records.
 #ifndef KIVCLAIM_TOOLS_LOOKUP_PROGRESS_H
 #define KIVCLAIM_TOOLS_LOOKUP_PROGRESS_H
 

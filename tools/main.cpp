@@ -26,7 +26,7 @@ constexpr char statusHelp[] =
     "Exit status: 0 yes or done, 1 some answer is no, 2 wrong usage, unreadable input or unwritable output, "
     "3 answered, but some answer is unsure: standard error says why.";
 
-// CLI11 has a check of ranges, but words it otherwise in each of its releases.
+// CLI11's own range check has another message in each release.
 std::string checkTraceLevel(const std::string& level)
 {
     const bool isKnown = level.size() == 1 && level >= "0" && level <= "6";
@@ -68,20 +68,20 @@ public:
             ->type_name("LEVEL")
             ->check(checkTraceLevel);
         app.add_option("--trace-file", session.traceFile,
-                       "Keep the trace records in FILE, all of them unless --trace says "
-                       "less")
+                       "Write the trace records to FILE, all of them unless --trace selects fewer")
             ->type_name("FILE")
             ->check(notEmpty("names no file"));
-        app.add_flag("--no-snapshot", session.noSnapshot,
-                     "Run what the library runs anew for every question: otherwise it runs once for all of them");
+        app.add_flag(
+            "--no-snapshot", session.noSnapshot,
+            "Run /sbin/lvdisplay again for every question that needs it; otherwise it runs once for all of them");
         app.add_flag("--resolve", session.resolve,
-                     "Ask by the kernel's own name of each device, /dev/mapper/plain for /dev/dm-0");
+                     "Ask about the kernel's own name of each device, such as /dev/mapper/plain for /dev/dm-0");
         app.add_flag("--no-warn", session.noWarnings,
-                     "Say nothing about unsure answers and misleading names; the exit status stays the same");
+                     "Print no warnings about unsure answers and misleading names; the exit status stays the same");
         app.add_option("--module", session.moduleFiles,
-                       "Ask the claim module in FILE as well, behind the built-in ones; may be given several times. "
-                       "FILE is a shared library, without a slash one in the current directory, and its code runs "
-                       "with your rights")
+                       "Ask the claim module in FILE as well, after the built-in ones; may be given several times. "
+                       "FILE is a shared library; a name without a slash means one in the current directory. Its code "
+                       "runs with your privileges")
             ->type_name("FILE")
             ->allow_extra_args(false)
             ->check(notEmpty("names no file"));
@@ -121,7 +121,7 @@ public:
         } catch (const CLI::ParseError& error) {
             throw CommandError(std::string(error.what()) + "; " + usage());
         }
-        // Other people's modules find the signals as they were.
+        // A module that is checked gets the signal handling that the command was started with.
         std::optional<Watch> watch;
         if (checkOptions.inside == "host") {
             watch.emplace(Watch::Shown::no);
@@ -187,11 +187,11 @@ private:
     {
         auto* const module = app.add_option(
             "--check-module", checkOptions.module,
-            "Check the claim module in FILE, in a process of its own, with a question about PATH if there is one; "
+            "Check the claim module in FILE, in a separate process, with a question about PATH if it is given; "
             "exit status 1: there is a problem");
         auto* const host = app.add_option(
             "--check-host", checkOptions.host,
-            "Check which host framework the program FILE would get, or the one that is the library FILE");
+            "Check which host framework the program FILE would get, or try the library FILE as a host framework");
         module->type_name("FILE")->excludes(host);
         host->type_name("FILE");
         app.add_option("--check-inside", checkOptions.inside)->group("");  // for the process that a check starts
@@ -201,9 +201,9 @@ private:
     {
         CLI::App& sub = command("list", "[PATH...]",
                                 "List this machine's block devices with the stacks that claim them, or the device "
-                                "behind each PATH (the default)",
+                                "that each PATH names (the default)",
                                 "kivclaim list --tree -o DEVICE,STACK", [this] { return list(session, listOptions); });
-        sub.add_option("PATH", listOptions.paths, "Any names of devices, '-' for standard input; none: every one")
+        sub.add_option("PATH", listOptions.paths, "Names of devices, '-' for standard input (default: all devices)")
             ->type_name("");
         addListChoice(sub);
         addListForm(sub);
@@ -213,17 +213,18 @@ private:
     void addListChoice(CLI::App& sub)
     {
         sub.add_flag("-a,--all", listOptions.all, "Show unclaimed devices as well");
-        sub.add_flag("-m,--marked", listOptions.markedOnly, "Show the marked devices only, claimed or not");
+        sub.add_flag("-m,--marked", listOptions.markedOnly, "Show only marked devices, claimed or not");
         sub.add_option("-S,--stacks", listOptions.stacks,
-                       "Show the devices of these stacks only, separated by commas: " + knownStacks())
+                       "Show only the devices of these stacks, separated by commas: " + knownStacks())
             ->type_name("STACKS")
             ->check(notEmpty("names no stack"));
-        auto* const output = sub.add_option("-o,--output", listOptions.columns,
-                                            "Print these columns only: " + listColumnNames() +
-                                                ", separated by commas; after a plus sign: these as well");
+        auto* const output =
+            sub.add_option("-o,--output", listOptions.columns,
+                           "Print only these columns: " + listColumnNames() +
+                               ", separated by commas; with a leading plus sign, in addition to the default ones");
         output->type_name("COLUMNS")->check(notEmpty("names no column"));
         sub.add_flag("-O,--output-all", listOptions.allColumns, "Print all columns")->excludes(output);
-        sub.add_flag("--strict", listOptions.strict, "End with status 3 when an answer is unsure");
+        sub.add_flag("--strict", listOptions.strict, "Exit with status 3 when an answer is unsure");
         sub.add_flag("-b,--bytes", listOptions.bytes, "Print sizes in bytes");
         sub.add_option("-x,--sort", listOptions.sortColumn, "Sort by a column, which need not be printed")
             ->type_name("COLUMN")
@@ -235,9 +236,11 @@ private:
     void addListForm(CLI::App& sub)
     {
         auto* const luns = sub.get_option("--luns");
-        sub.add_flag("-T,--tree", listOptions.tree, "Show partitions and what else is on a device under it")
+        sub.add_flag("-T,--tree", listOptions.tree,
+                     "Show under each device its partitions and the devices on top of it")
             ->excludes(luns);
-        sub.add_flag("-s,--inverse", listOptions.inverse, "Show what a device is made of under it")->excludes(luns);
+        sub.add_flag("-s,--inverse", listOptions.inverse, "Show under each device those that it consists of")
+            ->excludes(luns);
         auto* const json = sub.add_flag("-J,--json", listOptions.json, "Print JSON");
         auto* const raw = sub.add_flag("-r,--raw", listOptions.raw,
                                        "Print unaligned columns, blanks as \\x20 and backslashes as \\x5c");
@@ -271,15 +274,15 @@ private:
         sub.add_option("N", number, "Partition number, 0 to 4294967295")->required()->type_name("");
         addPaths(command("whole", "PATH...", "Print whole device and partition number of each PATH",
                          "kivclaim whole /dev/emcpowerb15", [this] { return whole(session, paths); }));
-        command("prefixes", "", "Print the path patterns that any stack claims", "kivclaim prefixes",
+        command("prefixes", "", "Print the path patterns of all stacks", "kivclaim prefixes",
                 [this] { return prefixes(session); });
     }
 
     void addExplain()
     {
         CLI::App& sub = command("explain", "PATH",
-                                "Print who was asked, who claims PATH and why, and the records of "
-                                "the request",
+                                "Print which modules were asked about PATH, which one claims it and why, and the trace "
+                                "records of the request",
                                 "kivclaim explain /dev/emcpowera1", [this] { return explain(session, path); });
         sub.add_option("PATH", path, "Device path")->required()->type_name("");
     }
@@ -296,9 +299,9 @@ private:
         auto* const json = sub.add_flag("-J,--json", auditOptions.json, "Print JSON");
         auto* const only = sub.add_flag("-d,--only-differences", auditOptions.onlyDifferences,
                                         "Leave out the devices that agree, and show the paths of a map in one row");
-        sub.add_flag("--no-fold", auditOptions.noFold, "Show each path of a map in a row of its own");
+        sub.add_flag("--no-fold", auditOptions.noFold, "Show each path of a map in its own row");
         sub.add_option("--quirk", auditOptions.quirks,
-                       "Show the differences only that this quirk explains; may be given several times")
+                       "Show only the differences that this quirk explains; may be given several times")
             ->type_name("NAME")
             ->allow_extra_args(false);
         sub.add_option("--no-quirk", auditOptions.quirksLeftOut,
@@ -314,15 +317,15 @@ private:
     {
         CLI::App& sub =
             command("active-path", "PATH...",
-                    "Print the path by which the volume manager uses each native disk PATH now. Makes the "
-                    "volume manager forget the disk's node and rescan all disks; may take 40 seconds for each",
+                    "Print the path that the volume manager uses now for each native disk PATH. Has the volume "
+                    "manager remove the disk's node and rescan all disks; may take 40 seconds for each",
                     "kivclaim active-path /dev/sdc", [this] { return activePath(session, activePathOptions); });
         sub.add_option("PATH", activePathOptions.paths, "Paths of disks, such as /dev/sdc, '-' for standard input")
             ->required()
             ->type_name("");
         sub.add_flag("-w,--waited", activePathOptions.waited,
-                     "Forget nothing: wait for the node, rescanning this disk only; may take 20 seconds");
-        sub.add_flag("-y,--yes", activePathOptions.yes, "Do not ask on a terminal before the node is forgotten");
+                     "Remove nothing: wait for the node and rescan only this disk; may take 20 seconds");
+        sub.add_flag("-y,--yes", activePathOptions.yes, "Do not ask on a terminal before the node is removed");
         sub.add_flag("-v,--verbose", activePathOptions.verbose,
                      "Print a line for each attempt when standard error is no terminal");
     }
@@ -332,7 +335,7 @@ private:
         CLI::App& sub =
             command("record", "FILE",
                     "Record this machine in FILE, whose name ends with .tar.zst, or in a new directory: "
-                    "what the answers rest on, for --sysroot",
+                    "everything that the answers depend on, for --sysroot",
                     "kivclaim record /tmp/machine.tar.zst", [this] { return record(session, recordOptions); });
         sub.add_option("FILE", recordOptions.path, "Where to write it")
             ->required()
@@ -350,10 +353,11 @@ private:
 
     void addDiff()
     {
-        CLI::App& sub = command("diff", "OLD NEW",
-                                "Print the devices that came, went, or changed size, state, map, name or claim between "
-                                "two recordings; '-' is this machine. Exit status 1: there are some",
-                                "kivclaim diff before.tar.zst -", [this] { return diff(session, diffOptions); });
+        CLI::App& sub = command(
+            "diff", "OLD NEW",
+            "Print the devices that were added, were removed, or changed size, state, map, name or claim between "
+            "two recordings; '-' is this machine. Exit status 1: there are some",
+            "kivclaim diff before.tar.zst -", [this] { return diff(session, diffOptions); });
         sub.add_option("OLD", diffOptions.before, "The machine before")->required()->type_name("");
         sub.add_option("NEW", diffOptions.after, "The machine after")->required()->type_name("");
         sub.add_flag("-J,--json", diffOptions.json, "Print JSON");
@@ -361,11 +365,11 @@ private:
 
     void addReport()
     {
-        CLI::App& sub =
-            command("report", "-o FILE",
-                    "Write a page about this machine for people: a picture of the stacked devices, the LUNs, the audit "
-                    "and versions. It is one HTML file that needs nothing else",
-                    "kivclaim report -o /tmp/machine.html", [this] { return report(session, reportOptions); });
+        CLI::App& sub = command(
+            "report", "-o FILE",
+            "Write a page about this machine for people to read: a diagram of the stacked devices, the LUNs, the audit "
+            "and versions. It is one HTML file that needs nothing else",
+            "kivclaim report -o /tmp/machine.html", [this] { return report(session, reportOptions); });
         sub.add_option("-o,--output", reportOptions.path, "Write the page to FILE; '-' is standard output")
             ->required()
             ->type_name("FILE")
@@ -378,7 +382,7 @@ private:
                                 "Print a line for each device of this machine that comes, goes, or changes size, "
                                 "state, map, name or claim, until it is interrupted",
                                 "kivclaim watch --json", [this] { return watchDevices(session, watchOptions); });
-        sub.add_flag("-J,--json", watchOptions.json, "Print a JSON object a line");
+        sub.add_flag("-J,--json", watchOptions.json, "Print one JSON object a line");
     }
 
     // Options without a command are those of the default one. In reverse order, as CLI11 wants them.
@@ -396,7 +400,7 @@ private:
         return {arguments.rbegin(), arguments.rend()};
     }
 
-    // What is right, for whoever got it wrong.
+    // The correct usage, for an error message.
     std::string usage() const
     {
         for (const CLI::App* const sub : app.get_subcommands()) {
@@ -429,7 +433,7 @@ private:
 
 int runCommandLine(int argc, char** argv)
 {
-    // A reader that has gone ends the command quietly, whatever the parent process ignores.
+    // SIGPIPE ends the command quietly, even if the parent process ignores it.
     std::signal(SIGPIPE, SIG_DFL);
     std::setlocale(LC_CTYPE, "");
     try {
@@ -440,7 +444,7 @@ int runCommandLine(int argc, char** argv)
     } catch (const std::exception& error) {
         complain(error.what());
         return failed;
-    } catch (...) {  // a module of somebody else's may throw anything
+    } catch (...) {  // a claim module may throw anything
         complain("a claim module threw an unknown exception; leave out --module to ask the built-in ones alone");
         return failed;
     }

@@ -23,9 +23,9 @@ namespace {
 }
 
 constexpr char giveAModule[] = "give a claim module built against this release, see claim/kiv_claim_module_entry.h";
-constexpr char askItsMaker[] = "ask whoever made it";
+constexpr char askItsAuthor[] = "ask its author";
 
-// Only a regular file is opened: to open a pipe would wait for somebody who writes to it.
+// Only a regular file is opened: opening a FIFO would wait for a writer.
 void requireRegularFile(const std::string& path)
 {
     std::error_code error;
@@ -62,7 +62,7 @@ void* openLibrary(const std::string& path)
         refuse(path, "the file is cut off", "copy it anew");
     }
     const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
-    // All symbols at once: a missing one is refused here, not met in the middle of an answer.
+    // All symbols at once: a missing one is an error here, not during a later answer.
     void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         refuse(path, loaderError(file), giveAModule);
@@ -70,22 +70,22 @@ void* openLibrary(const std::string& path)
     return library;
 }
 
-// The function belongs to somebody else, and may throw although it must not.
+// The module's function must not throw, but may do so anyway.
 CKivDeviceClaimBase* callGuarded(const std::string& path, KivCreateClaimModule* create, unsigned int& itsContract)
 {
     try {
         return create(kivClaimModuleContract, &itsContract);
     } catch (const std::exception& error) {
-        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception: " + error.what(), askItsMaker);
+        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception: " + error.what(), askItsAuthor);
     } catch (...) {
-        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception", askItsMaker);
+        refuse(path, std::string(kivCreateClaimModuleName) + " threw an exception", askItsAuthor);
     }
 }
 
 }  // namespace
 
-// As in a copy that was interrupted. The loader checks this no more than the kernel does; whatever else may be wrong
-// with the file, it finds.
+// As in a copy that was interrupted. Neither loader nor kernel checks it; the loader finds whatever else may be wrong
+// with the file.
 bool isCutOff(const std::string& path)
 {
     const std::uintmax_t size = std::filesystem::file_size(path);
@@ -116,12 +116,12 @@ std::unique_ptr<CKivDeviceClaimBase> loadModule(const std::string& path)
     unsigned int moduleContract = 0;
     CKivDeviceClaimBase* const module = callGuarded(path, create, moduleContract);
     if (moduleContract != kivClaimModuleContract) {
-        // Whatever it made is left alone: its destructor need not be where ours is.
+        // The module is not deleted: with another contract, its destructor may be in another slot.
         refuse(path, contractMismatch(kivClaimModuleContract, moduleContract),
                "build it against this release's headers, with the options that they ask for");
     }
     if (module == nullptr) {
-        refuse(path, std::string(kivCreateClaimModuleName) + " made no module", askItsMaker);
+        refuse(path, std::string(kivCreateClaimModuleName) + " made no module", askItsAuthor);
     }
     return std::unique_ptr<CKivDeviceClaimBase>(module);
 }

@@ -11,10 +11,10 @@ namespace kivclaim::tools {
 // command with a CommandError.
 void printLine(std::string_view line);
 
-// Hands what has been printed to the system.
+// Flushes standard output.
 void flushOutput();
 
-// Writes one line to standard error, behind the name of the command. Control characters in it are made printable.
+// Writes one line to standard error, after the name of the command. Control characters in it are made printable.
 void complain(const std::string& text);
 
 }  // namespace kivclaim::tools

@@ -16,8 +16,8 @@ constexpr std::size_t bufferSize = 65536;
 // Far beyond what the kernel takes as a path; a longer line is no list of paths.
 constexpr std::size_t maximumLineLength = 1048576;
 
-// Reads standard input line by line. Before it has to wait for more, the answers so far are handed on, so that
-// whoever writes the paths can wait for them.
+// Reads standard input line by line. Flushes the answers before it blocks, so that the writer of the paths can wait for
+// them.
 class LineReader {
 public:
     // Puts the next line into `line`; false at the end of the input. An overlong line comes as its beginning, longer
@@ -64,7 +64,7 @@ private:
     std::string_view unread;
 };
 
-// Why `path` can be none, or nothing.
+// Why `path` is invalid; nothing for a valid one.
 const char* objectionTo(const std::string& path)
 {
     if (path.empty()) {

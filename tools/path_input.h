@@ -10,9 +10,9 @@
 
 namespace kivclaim::tools {
 
-// Hands each path to `answer`, in order, and returns the worst outcome. Lines of standard input are answered while
-// they arrive, in constant memory. A path that can be none (empty, with a zero byte, overlong) is complained about,
-// passed over, and makes the outcome `failed`. Throws CommandError when standard input cannot be read.
+// Passes each path to `answer`, in order, and returns the worst outcome. Lines of standard input are answered while
+// they arrive, in constant memory. An invalid path (empty, NUL byte, too long) is reported and skipped, and makes the
+// outcome `failed`. Throws CommandError when standard input cannot be read.
 ExitStatus forEachPath(const std::vector<std::string>& arguments,
                        const std::function<ExitStatus(const std::string& path)>& answer);
 

@@ -46,7 +46,7 @@ AnswerNotes::AnswerNotes(const SessionOptions& options, Session& session)
 std::string AnswerNotes::nameOf(const std::string& path)
 {
     kernel.forgetEarlier();
-    const std::string name = options.resolve && !kernel.isNothingAt(path) ? kernel.behind(path).path() : "";
+    const std::string name = options.resolve && !kernel.isNothingAt(path) ? kernel.at(path).path() : "";
     return name.empty() ? path : name;
 }
 
@@ -54,7 +54,7 @@ Doubt AnswerNotes::doubtAbout(const ClaimAnswer& answer)
 {
     Doubt doubt = tools::doubtAbout(answer, session);
     const bool mayBeNone = doubt.isThere() && answer.isUnsure();
-    if (mayBeNone && kernel.behind(answer.path()).exists() &&
+    if (mayBeNone && kernel.at(answer.path()).exists() &&
         isWithoutVolumes(answer.listing(), kernel.machine(), session)) {
         return {};
     }
@@ -78,7 +78,7 @@ void AnswerNotes::say(const ClaimAnswer& answer, const Doubt& doubt, ClaimFacts 
 
 void AnswerNotes::sayWhatTheNameHides(const ClaimAnswer& answer, ClaimFacts wanted)
 {
-    const KernelTruth truth = kernel.behind(answer.path());
+    const KernelTruth truth = kernel.at(answer.path());
     if (truth.isLogicalVolume() && answer.stack() == deviceMapperStack.name) {
         complain("the kernel calls " + answer.path() +
                  " a logical volume; 'kivclaim audit' tells why the library claims it");

@@ -39,7 +39,10 @@ private:
     std::optional<kivclaim::ClaimQuery> silentQuery;
 };
 
-// Asks about one path after the other, all with one list of logical volumes unless the user wants it read anew.
+// Asks about one path after the other, all with one list of logical volumes unless the user wants it read again each
+// time.
+// Threads: one. Ownership: borrows the options; owns the session. Failure: CommandError from the constructor, as
+// Session.
 class PathQuestions {
 public:
     explicit PathQuestions(const SessionOptions& options) : options(options), session(options), notes(options, session)
@@ -50,7 +53,7 @@ public:
     // --resolve.
     kivclaim::ClaimAnswer ask(const std::string& path, kivclaim::ClaimFacts wanted);
 
-    // To be called after the answer was printed: says what there is to say about it. `outcome`, or answeredUnsure.
+    // To be called after the answer was printed: prints the warnings about it. `outcome`, or answeredUnsure.
     ExitStatus finish(const kivclaim::ClaimAnswer& answer, kivclaim::ClaimFacts wanted, ExitStatus outcome);
 
 private:

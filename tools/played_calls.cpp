@@ -1,6 +1,6 @@
-// Functions in the place of the C library's. The claim library calls them by their names, so it finds those of the
-// program that loaded it: a played machine answers its claim modules, and the next definition everybody else. There is
-// none of close(): what a played machine opened is a descriptor like any other.
+// Replacements of C library functions. The claim library calls them by their names, so it finds those of the program
+// that loaded it: claim modules get the recorded machine's answers, other callers the real functions. close() is not
+// replaced: what a played machine opened is an ordinary descriptor.
 #include "tools/played_calls.h"
 
 #include <dlfcn.h>

@@ -1,6 +1,7 @@
 #include "tools/played_machine.h"
 
 #include "tools/exit_status.h"
+#include "tools/list_command.h"
 #include "tools/played_calls.h"
 #include "tools/recorded_commands.h"
 
@@ -29,8 +30,6 @@ namespace {
 
 constexpr char releaseFile[] = "proc/sys/kernel/osrelease";
 constexpr std::size_t longestRelease = sizeof utsname{}.release - 1;
-// The only command that the answers of the built-in modules rest on.
-constexpr char listCommand[] = "/sbin/lvdisplay";
 
 PlayedMachine* innermost = nullptr;
 
@@ -106,7 +105,7 @@ PlayedMachine::PlayedMachine(const Root& root, const Machine* known)
 {
     try {
         release = releaseIn(files);
-        // A recorded outcome that is none must not pass for one that is missing.
+        // An invalid recorded outcome must not be taken for a missing one.
         static_cast<void>(recordedOutcome(files, listCommand));
     } catch (const ReadError& error) {
         throw CommandError(error.what());
@@ -222,7 +221,7 @@ int PlayedMachine::openNode(const char* path, int flags) const noexcept
         if ((flags & O_ACCMODE) != O_RDONLY || (flags & O_CREAT) != 0) {
             return fail(EROFS);
         }
-        // A descriptor of its own to close, behind which nothing is.
+        // A new descriptor that can be closed and refers to nothing.
         return canBeOpened(path) ? eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)
                                  : fail(machine.isAnythingAt(path) ? EACCES : ENOENT);
     });

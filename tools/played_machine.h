@@ -1,4 +1,4 @@
-// A recorded machine, played to the claim modules in the place of the one that this process runs on.
+// Presents a recorded machine to the claim modules instead of the one that this process runs on.
 #ifndef KIVCLAIM_TOOLS_PLAYED_MACHINE_H
 #define KIVCLAIM_TOOLS_PLAYED_MACHINE_H
 
@@ -22,10 +22,12 @@ namespace kivclaim::tools {
 // runner. Those of the innermost played machine count. What was not recorded is missing to them, never taken from this
 // machine, and noted.
 //
-// Nodes of devices are there whether or not files were recorded for them, and everybody may open them.
+// Nodes of devices exist even if no files were recorded for them, and can be opened unless the recording says that the
+// user could not.
+// user could not.
 //
-// Threads: one, the one that made it. Ownership: its own. Failure: the constructor throws CommandError for a root that
-// is none, and for a recorded file that cannot be one.
+// Threads: one, the one that made it. Ownership: owns what it read; borrows `known`. Failure: the constructor throws
+// CommandError for a directory that is no root, and for an invalid recorded file.
 class PlayedMachine {
 public:
     // `known` is that machine when it has been read already: it is borrowed. Null has it read.
@@ -34,7 +36,7 @@ public:
     PlayedMachine& operator=(const PlayedMachine&) = delete;
     ~PlayedMachine();
 
-    // Plays to the file of `module`, which is one of the user's, as well.
+    // Shows the recorded machine to the file of `module` as well, which is one of the user's.
     void playTo(const CKivDeviceClaimBase& module);
 
     // With numbers and stacking, unless it was read already.
@@ -44,7 +46,7 @@ public:
     const std::string& kernelRelease() const { return release; }
     bool canBeOpened(const std::string& path) const;
 
-    // Whether it was recorded what became of a command.
+    // Whether the outcome of a command was recorded.
     bool knows(const std::string& command) const;
     // Whether it was recorded that there was no such program.
     bool lacks(const std::string& command) const;

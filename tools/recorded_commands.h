@@ -1,4 +1,4 @@
-// What the commands of a recorded machine gave there.
+// The outcomes of commands on a recorded machine.
 //
 // The outcome of a command line is in the directory that the line itself names below kivclaim/commands in the root:
 // that of "/sbin/lvdisplay" is in kivclaim/commands/sbin/lvdisplay. It has up to three files:

@@ -1,6 +1,7 @@
 #include "tools/session.h"
 
 #include "tools/exit_status.h"
+#include "tools/list_command.h"
 #include "tools/module_file.h"
 
 #include <unistd.h>
@@ -58,9 +59,8 @@ Session::Session(const SessionOptions& options, const std::vector<kivclaim::host
         playedMachine = std::make_unique<PlayedMachine>(options.root(), options.known);
     }
     // An outcome that was not recorded must be missed for each answer that needs it.
-    const std::string listing = "/sbin/lvdisplay";
-    if (!options.noSnapshot && (playedMachine == nullptr || playedMachine->knows(listing))) {
-        snapshot.emplace(std::vector<std::string>{listing});
+    if (!options.noSnapshot && (playedMachine == nullptr || playedMachine->knows(listCommand))) {
+        snapshot.emplace(std::vector<std::string>{listCommand});
     }
     addModules(manager);
     // After the modules, so that the records are those of the questions alone.

@@ -20,7 +20,7 @@ struct SessionOptions {
     std::optional<int> traceLevel;         // --trace: show the records up to this level on standard error
     std::string traceFile;                 // --trace-file: keep them in this file; all of them when no level is given
     bool noSnapshot = false;               // --no-snapshot: run the same command again for every question
-    std::vector<std::string> moduleFiles;  // --module: ask the modules in these files too, behind the built-in ones
+    std::vector<std::string> moduleFiles;  // --module: ask the modules in these files too, after the built-in ones
     std::string sysroot;                   // --sysroot: the machine recorded there; empty: this machine
     std::string sysrootDirectory;          // where the files of that machine are; empty: in `sysroot` itself
     bool resolve = false;                  // --resolve: ask by the kernel's own names of devices
@@ -41,6 +41,9 @@ struct SessionOptions {
 // registered and tracing costs nothing. All answers come from one look at the system, unless the user wants another one
 // for each: what the library runs for them is run once. Throws CommandError for a file that gives no module, and for a
 // recorded machine that cannot be read; nothing has been traced then.
+//
+// Threads: one, the one that made it. Ownership: borrows the options and what they call `known`; owns the managers, and
+// they own their modules. Failure: besides the constructor, silentManager() throws CommandError like it.
 class Session {
 public:
     explicit Session(const SessionOptions& options) : Session(options, options.destinations()) {}
@@ -61,6 +64,9 @@ public:
 private:
     void addModules(CKivClaimManager& to);
 
+    // The order counts, because members are destroyed from the last to the first. A manager deletes its modules, which
+    // may be the user's code: the recorded machine and the snapshot must still be there then, so both managers come
+    // after them, also the public one.
     const SessionOptions& options;
     std::unique_ptr<PlayedMachine> playedMachine;
     std::optional<kivclaim::host::CommandSnapshot> snapshot;

@@ -32,11 +32,11 @@ struct TableForm {
     bool raw = false;
     bool pairs = false;  // NAME="text" for each cell
     bool noHeadings = false;
-    bool tree = false;    // the first column shows which line stands under which; not in raw or pairs
+    bool tree = false;    // the first column shows the nesting of the lines; not in raw or pairs
     bool colors = false;  // show those of the cells
 };
 
-// The text of a cell in a column of lists.
+// The text of a cell in a column of lists. A value; threads: one at a time. Failure: std::bad_alloc.
 class ListText {
 public:
     void add(std::string_view item);
@@ -46,7 +46,7 @@ private:
     std::string text;
 };
 
-// A line that others may stand under; by default none. Belongs to its table.
+// A line that others may be nested in; by default none. Threads: one. Ownership: borrows from its table.
 class TableLine {
 public:
     TableLine() = default;
@@ -57,6 +57,9 @@ private:
     libscols_line* line = nullptr;
 };
 
+// Collects the lines of a table and prints them.
+// Threads: one. Ownership: owns its lines; copies the texts. Failure: std::bad_alloc, and CommandError where standard
+// output cannot be written.
 class Table {
 public:
     Table(const TableForm& form, const std::vector<TableColumn>& columns);

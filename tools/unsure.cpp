@@ -1,5 +1,6 @@
 #include "tools/unsure.h"
 
+#include "tools/list_command.h"
 #include "tools/output.h"
 #include "tools/session.h"
 
@@ -16,7 +17,6 @@ namespace kivclaim::tools {
 
 namespace {
 
-constexpr char listCommand[] = "/sbin/lvdisplay";
 constexpr char blanks[] = " \t\r\n";
 
 bool isInstalled(const Session& session)

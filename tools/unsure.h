@@ -1,4 +1,4 @@
-// Answers that may be wrong, because something that they rest on failed: why, and what to do about it.
+// Answers that may be wrong, because something that they depend on failed: why, and what to do about it.
 #ifndef KIVCLAIM_TOOLS_UNSURE_H
 #define KIVCLAIM_TOOLS_UNSURE_H
 

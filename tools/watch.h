@@ -18,6 +18,7 @@ namespace kivclaim::tools {
 
 // While it lives, the process group `group` is a program that the command waits for, in addition to those of the
 // bundled host: it is shown as `name`, and ended by a signal that ends the command. Threads: any. One at a time.
+// Ownership: does not own the group's processes. Failure: std::bad_alloc.
 class WatchedGroup {
 public:
     WatchedGroup(const std::string& name, pid_t group, std::chrono::steady_clock::time_point latestEnd);
@@ -34,7 +35,7 @@ public:
 //
 // Threads: made, before any other thread, by the thread that asks the library; the watching thread is its own.
 // Ownership: puts the signal mask back when it ends. One at a time.
-// Failure: std::system_error when there is no thread or descriptor left. A program that survives SIGKILL is left behind
+// Failure: std::system_error when there is no thread or descriptor left. A program that survives SIGKILL is abandoned
 // four seconds after the signal.
 class Watch {
 public:

@@ -39,7 +39,7 @@ for command in $commands; do
 done
 expect 'the options after another' "$("$here/help_words.sh" "$kivclaim" options claim)" --trace 3 claim -
 
-columns=$("$kivclaim" list --help | sed -nE 's/.*columns only: ([A-Z:, and]+), separated.*/\1/p' | sed 's/ and /, /' | tr -s ', ' '\n' | sort)
+columns=$("$kivclaim" list --help | sed -nE 's/.*only these columns: ([A-Z:, and]+), separated.*/\1/p' | sed 's/ and /, /' | tr -s ', ' '\n' | sort)
 expect 'the columns' "$columns" list -o ''
 expect 'a further column' LEVEL list -o DEVICE,LE
 expect 'a column' LEVEL list -x LE

@@ -1,5 +1,4 @@
-// The machine that the library was asked about, as a program on it sees it: for the rules by which answers are
-// expected.
+// The machine that the library was asked about, as a program there would see it. The rules for expected answers use it.
 #ifndef KIVCLAIM_TOOLS_AUDIT_ASKED_MACHINE_H
 #define KIVCLAIM_TOOLS_AUDIT_ASKED_MACHINE_H
 

@@ -1,4 +1,4 @@
-// The library's answers about devices beside the kernel's, with a reason for each difference.
+// Compares the library's answers about devices with the kernel's, and gives a reason for each difference.
 #include "host/printable_text.h"
 #include "tools/audit/audit_table.h"
 #include "tools/audit/audited_device.h"
@@ -63,8 +63,8 @@ struct Summary {
     std::size_t devices = 0;
     std::size_t agree = 0;
     std::size_t quirks = 0;   // devices with differences, all of them known quirks
-    std::size_t unknown = 0;  // devices with a difference that is none
-    std::size_t unsure = 0;   // devices about which the answers are, whatever the verdict
+    std::size_t unknown = 0;  // devices with a difference that no known quirk explains
+    std::size_t unsure = 0;   // devices with unsure answers, whatever the verdict
 };
 
 Summary summaryOf(const std::vector<AuditedDevice>& devices)
@@ -79,12 +79,12 @@ Summary summaryOf(const std::vector<AuditedDevice>& devices)
     return summary;
 }
 
-// What makes the answers about the device unsure, which are the latest of the session's.
+// Why the session's latest answers, those about the device, are unsure.
 Doubt doubtAbout(const Session& session, const kivclaim::ClaimAnswer& answer, const AuditedDevice& device,
                  KernelAccount& kernel)
 {
     Doubt doubt = tools::doubtAbout(answer, session);
-    // A strange text is given as it is, so it hides nothing.
+    // An unexpected text is shown unchanged, so that nothing is hidden.
     const bool isDamaged = session.played() != nullptr && (device.kernel.marks() & ~machine::notUtf8) != 0;
     if (isDamaged) {
         doubt.reason +=
@@ -94,7 +94,7 @@ Doubt doubtAbout(const Session& session, const kivclaim::ClaimAnswer& answer, co
     return mayBeNone && isWithoutVolumes(answer.listing(), kernel.machine(), session) ? Doubt() : doubt;
 }
 
-// In the order of their names, as people count. Those without a node cannot be asked about.
+// In natural order of their names (sda9 before sda10). Those without a node cannot be asked about.
 std::vector<const Device*> devicesWithNodes(const Machine& machine, bool isLive)
 {
     std::vector<const Device*> devices;
@@ -118,7 +118,7 @@ public:
     {
     }
 
-    // An empty list of paths stands for all devices of the machine.
+    // An empty list of paths means all devices of the machine.
     ExitStatus audit(const std::vector<std::string>& paths, std::vector<AuditedDevice>& devices)
     {
         if (paths.empty()) {
@@ -130,7 +130,7 @@ public:
                 complain(path + ": no such device; the name alone decides");
             }
             const std::string name = notes.nameOf(path);
-            devices.push_back(ask(name, kernel.behind(name)));
+            devices.push_back(ask(name, kernel.at(name)));
             return answeredYes;
         });
     }
@@ -153,7 +153,7 @@ private:
         const Machine& machine = kernel.machine();
         for (const Device* const device : devicesWithNodes(machine, session.played() == nullptr)) {
             AuditedDevice answers = ask(std::string(device->node), KernelTruth(machine, *device));
-            // What has gone meanwhile cannot be compared.
+            // A device that vanished meanwhile cannot be compared.
             if (answers.differences.empty() || machine.isStillThere(*device)) {
                 devices.push_back(std::move(answers));
             }
@@ -219,7 +219,7 @@ void requireKnownQuirks(const std::vector<std::string>& names)
     }
 }
 
-// As it is installed, if it is; else as it is in the source tree.
+// The installed page, if there is one; otherwise its name in the source tree.
 std::string pageOfQuirks()
 {
     std::error_code none;
@@ -247,7 +247,7 @@ public:
         }
     }
 
-    // Disks and partitions that are nothing but paths of one map.
+    // Disks and partitions whose only difference is that they are paths of this map.
     void addFolded(const std::vector<const AuditedDevice*>& paths)
     {
         const AuditedDevice& first = *paths.front();
@@ -272,7 +272,7 @@ bool isOnlyPathOfAMap(const AuditedDevice& device)
     return device.differences.size() == 1 && device.differences.front().quirk == quirk::pathOfAMap;
 }
 
-// Those of a map in the place of the first one.
+// One row for all paths of a map, at the place of the first path.
 void addFoldedRows(Rows& rows, const std::vector<AuditedDevice>& devices)
 {
     std::map<std::string, std::vector<const AuditedDevice*>> pathsOfMaps;
@@ -436,7 +436,7 @@ ExitStatus audit(const SessionOptions& options, const AuditOptions& request)
     requireKnownQuirks(request.quirksLeftOut);
     Session session(options);
     std::vector<AuditedDevice> devices;
-    Auditor auditor(options, session);  // what the kernel says is in its readings
+    Auditor auditor(options, session);  // the kernel's answers point into its readings, so it must outlive them
     const ExitStatus asked = auditor.audit(request.paths, devices);
     VolumeListings volumes;
     explainDifferences(AskedMachine(session.played()), volumes, devices);

@@ -1,4 +1,4 @@
-// The table of `kivclaim audit` as texts, for those who show it in another way.
+// The table of `kivclaim audit` as texts, for the report.
 #ifndef KIVCLAIM_TOOLS_AUDIT_AUDIT_TABLE_H
 #define KIVCLAIM_TOOLS_AUDIT_AUDIT_TABLE_H
 
@@ -12,7 +12,7 @@ namespace kivclaim::tools {
 
 constexpr std::array<const char*, 7> auditColumns = {"DEVICE",  "QUESTION", "LIBRARY", "KERNEL",
                                                      "VERDICT", "QUIRK",    "REASON"};
-// A text for each of the columns, as foreign as the devices' names.
+// A text for each column; untrusted, like the devices' names.
 using AuditRow = std::array<std::string, auditColumns.size()>;
 
 struct AuditTable {

@@ -1,4 +1,4 @@
-// The library's answers about one device beside the kernel's.
+// Compares the library's answers about one device with the kernel's.
 #ifndef KIVCLAIM_TOOLS_AUDIT_AUDITED_DEVICE_H
 #define KIVCLAIM_TOOLS_AUDIT_AUDITED_DEVICE_H
 
@@ -27,12 +27,12 @@ enum class Question {
     isPartition,
     whole,
     partition,
-    number  // is the node that has the device's name the device?
+    number  // has the node of the device's name the device's number?
 };
 
 const char* name(Question question);
 
-// One answer of the library that is not the kernel's.
+// One answer of the library that differs from the kernel's.
 struct Difference {
     Question question = Question::claim;
     unsigned int partition = 0;  // for Question::partition: which one
@@ -47,11 +47,11 @@ struct AuditedDevice {
     LibraryAnswer library;
     KernelTruth kernel;
     std::vector<Difference> differences;
-    Doubt doubt;  // why the answers, or what the kernel says, may be others
+    Doubt doubt;  // why the answers, or the kernel's, may be wrong
 };
 
-// Compares the answer, about everything, with what the kernel says, and asks its module about the partitions that the
-// kernel knows; explains nothing yet.
+// Compares the complete answer with what the kernel says, and asks its module about the partitions that the kernel
+// knows; explains nothing yet.
 AuditedDevice audited(const kivclaim::ClaimAnswer& answer, const KernelTruth& kernel);
 
 // What the library answers, in a few words.

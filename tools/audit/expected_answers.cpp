@@ -13,9 +13,10 @@ namespace kivclaim::tools {
 
 namespace {
 
+// Not the constant of tools/list_command.h, on purpose: see expected_answers.h.
 constexpr char listCommand[] = "/sbin/lvdisplay";
 constexpr unsigned long listTimeoutSeconds = 600;
-// The native module cuts a partition's path behind these.
+// The native module cuts a partition's path after this many characters.
 constexpr std::size_t longestNativePath = 1023;
 
 bool contains(const std::string& text, std::string_view part)
@@ -23,7 +24,7 @@ bool contains(const std::string& text, std::string_view part)
     return text.find(part) != std::string::npos;
 }
 
-// What follows the last slash of a line, or its last blank when it has no slash.
+// The text after the last slash of a line, or its last blank when it has no slash.
 std::string lastWord(const std::string& line)
 {
     const std::size_t slash = line.rfind('/');

@@ -21,15 +21,16 @@ struct VolumeListing {
     bool names(const std::string& path) const { return paths.count(path) != 0; }
 };
 
-// Two looks at the logical volumes, each taken when it is first needed.
+// Two readings of the logical volumes, each made when it is first needed.
+// Threads: one. Ownership: owns what it read. Failure: a reading that failed says so.
 class VolumeListings {
 public:
     VolumeListings() = default;
-    // Looks that were taken before.
+    // Readings that were made before.
     VolumeListings(VolumeListing remembered, VolumeListing now);
 
-    // What the open session has seen. Without a snapshot of the session's, this is a look of now as well, and may
-    // differ from what the library saw.
+    // What the open session has seen. If the session keeps no snapshot, this is a new reading, too, and may differ from
+    // what the library saw.
     const VolumeListing& remembered();
 
     // What is printed now.

@@ -23,7 +23,7 @@ std::string text(DeviceNumber number)
 
 bool KernelTruth::isFile(const Machine& machine, const std::string& path)
 {
-    // A node of no device is nothing.
+    // A node whose number belongs to no device counts as absent.
     return !machine.numberAt(path) && machine.isAnythingAt(path);
 }
 

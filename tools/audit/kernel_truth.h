@@ -1,4 +1,4 @@
-// What the kernel says about the device behind a path: the truth that the library's answers are compared with.
+// What the kernel says about the device at a path: the truth that the library's answers are compared with.
 #ifndef KIVCLAIM_TOOLS_AUDIT_KERNEL_TRUTH_H
 #define KIVCLAIM_TOOLS_AUDIT_KERNEL_TRUTH_H
 
@@ -21,14 +21,14 @@ public:
     // The facts that it needs of a machine.
     static constexpr kivclaim::machine::Facts facts = kivclaim::machine::numbers | kivclaim::machine::stacking;
 
-    // Nothing is there, nor was there anything to read.
+    // There is no device at the path, or sysfs could not be read.
     KernelTruth() = default;
     // One of the machine's devices.
     KernelTruth(const kivclaim::machine::Machine& machine, const kivclaim::machine::Device& device)
         : machine(&machine), device(&device)
     {
     }
-    // Whatever is behind a path.
+    // The facts about whatever is at a path.
     KernelTruth(const kivclaim::machine::Machine& machine, const std::string& path)
         : machine(&machine), device(machine.byPath(path)), isOtherFile(device == nullptr && isFile(machine, path))
     {
@@ -52,7 +52,7 @@ public:
     std::string uuid() const;         // of a device of device-mapper
     std::string map() const;          // of a disk that is a path of a multipath map, and of its partitions: that map
     unsigned int partition() const;   // 0 for a whole device
-    std::string wholeDevice() const;  // of a partition: what it lies on
+    std::string wholeDevice() const;  // of a partition: its whole device
     std::vector<PartitionPath> partitions() const;  // of a whole device, by number
     kivclaim::machine::Marks marks() const;         // what was wrong with its files
 

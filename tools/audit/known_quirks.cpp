@@ -67,7 +67,8 @@ public:
     }
 
 private:
-    // Is the answer what the rules make of the name? If not, it is an error of the library's, or another module's.
+    // Is the answer the one that the rules give for the name? If not, it is an error of the library's, or another
+    // module's.
     bool isExpected(const Difference& difference)
     {
         const LibraryAnswer expected = expectedAnswer(asked, volumes, path, kernel.partitions());
@@ -94,8 +95,7 @@ private:
     {
         const std::string_view prefix = claimString(library.stack);
         if (!prefix.empty() && path.rfind(prefix, 0) != 0) {
-            return Explanation{quirk::prefixAnywhere,
-                               "'" + std::string(prefix) + "' counts wherever it stands in a path"};
+            return Explanation{quirk::prefixAnywhere, "'" + std::string(prefix) + "' counts anywhere in a path"};
         }
         if (path == kernel.path()) {
             return std::nullopt;
@@ -103,7 +103,7 @@ private:
         if (!kernel.exists()) {
             return Explanation{quirk::nameDecides, "the name is enough, nothing needs to be there"};
         }
-        return Explanation{quirk::nameDecides, "the name decides; the device behind it, " + kernel.number() +
+        return Explanation{quirk::nameDecides, "the name decides; the node's device, " + kernel.number() +
                                                    ", is the kernel's " + kernel.path()};
     }
 
@@ -196,8 +196,8 @@ private:
         }
         if (difference.library == path) {
             return Explanation{quirk::unknownRelease,
-                               "on this kernel release, a partition's name is the number or p and "
-                               "the number behind the device's, and no such node exists"};
+                               "on this kernel release, a partition's name is the device's name with the number or "
+                               "p and the number appended, and no such node exists"};
         }
         return Explanation{quirk::releaseDecides, "the kernel's release decides on the name, here " +
                                                       difference.library.substr(path.size()) + ", not the nodes"};

@@ -9,10 +9,10 @@
 
 namespace kivclaim::tools {
 
-// Names the quirk behind each difference of `devices` that a known one explains, with the reason; the others get a
-// reason without a quirk. A quirk explains a difference only when what it foretells is exactly what the library
-// answered. Takes the looks of `volumes` that it needs, and opens nodes. `devices` were audited by one session, which
-// about `asked`, which is still open.
+// Names the quirk that explains each difference of `devices`, if a known one does, with the reason; the others get a
+// reason without a quirk. A quirk explains a difference only when the answer that it predicts is exactly what the
+// library answered. Reads `volumes` where needed, and opens nodes. `devices` were audited by one session about `asked`,
+// which is still open.
 void explainDifferences(const AskedMachine& asked, VolumeListings& volumes, std::vector<AuditedDevice>& devices);
 
 }  // namespace kivclaim::tools

@@ -20,8 +20,8 @@ struct ComparedDevice {
     std::string claim;  // "device-mapper 16"
 };
 
-// By what a device is still the same after it got another name: the uuid of a mapping, WWID and address of a SCSI disk,
-// the number of a partition on such a one; of all others the kernel name.
+// By the key that identifies a device even after it got another name: the uuid of a mapping, WWID and address of a SCSI
+// disk, the number of a partition on such a one; of all others the kernel name.
 using ComparedDevices = std::map<std::string, ComparedDevice>;
 
 // Asks about all devices with a node. Throws CommandError.
@@ -35,7 +35,7 @@ struct DeviceChange {
     std::string after;
 };
 
-// In the order of the devices' paths, as people count.
+// In natural order of the devices' paths (sda9 before sda10).
 std::vector<DeviceChange> changesBetween(const ComparedDevices& before, const ComparedDevices& after);
 
 }  // namespace kivclaim::tools

@@ -1,4 +1,4 @@
-// What became of a machine's devices between two recordings.
+// Prints how a machine's devices changed between two recordings.
 #include "host/printable_text.h"
 #include "tools/commands.h"
 #include "tools/comparison/compared_device.h"

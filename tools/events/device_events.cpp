@@ -15,7 +15,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Some thousand events. The kernel gives an ordinary user less.
+// Room in the socket's buffer for some thousand events; an ordinary user gets less.
 constexpr int bytesOfEvents = 16 * 1024 * 1024;
 
 [[noreturn]] void fail(int error)
@@ -36,7 +36,7 @@ void DeviceEvents::Release::operator()(udev_monitor* freed) const
     udev_monitor_unref(freed);
 }
 
-// The kernel's own, so that no daemon is needed: a name in /dev that is made later does not change an answer.
+// The kernel's events, not udev's, so that no daemon is needed: links that udev makes later do not change an answer.
 DeviceEvents::DeviceEvents()
     : context(udev_new()),
       monitor(context != nullptr ? udev_monitor_new_from_netlink(context.get(), "kernel") : nullptr)

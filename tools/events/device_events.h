@@ -10,8 +10,8 @@ struct udev_monitor;
 
 namespace kivclaim::tools {
 
-// What for: to know that the machine may have changed, not what has. Events from the making of the object on count.
-// Threads: one. Failure: CommandError where the kernel's events cannot be received.
+// What for: to learn that the machine may have changed, not what. Reports events from its construction on.
+// Threads: one. Ownership: owns its socket. Failure: CommandError where the kernel's events cannot be received.
 class DeviceEvents {
 public:
     DeviceEvents();

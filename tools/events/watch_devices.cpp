@@ -1,4 +1,4 @@
-// Prints what becomes of this machine's devices while it happens.
+// Prints changes of this machine's devices when they happen.
 #include "host/printable_text.h"
 #include "tools/commands.h"
 #include "tools/comparison/compared_device.h"

@@ -22,7 +22,9 @@ struct DeviceAnswer {
     Doubt doubt;
 };
 
-// Asks about one device after the other, all with one list of logical volumes unless the user wants it read anew.
+// Asks about one device after the other, all with one list of logical volumes unless the user wants it read again each
+// time.
+// Threads: one. Ownership: borrows the machine; owns a session. Failure: CommandError from the constructor, as Session.
 class DeviceQuestions {
 public:
     // Marks cost a few more questions.

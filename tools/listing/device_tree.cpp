@@ -99,7 +99,8 @@ private:
         isInBranch[link.device] = false;
     }
 
-    // Circles have no top, and deep stacks go on there.
+    // Each at the top: devices in circles, which no top leads to, and those too deep in a stack to be placed under
+    // theirs.
     void placeTheRest()
     {
         for (const DeviceIndex device : order) {

@@ -1,4 +1,4 @@
-// Which devices stand under which in the table.
+// The order and nesting of devices in the table.
 #ifndef KIVCLAIM_TOOLS_LISTING_DEVICE_TREE_H
 #define KIVCLAIM_TOOLS_LISTING_DEVICE_TREE_H
 
@@ -11,8 +11,8 @@
 
 namespace kivclaim::tools {
 
-// For each device those directly above and below it; disks are at the bottom of the machine. In the tables they stand
-// first, so `parents` are what a device is made of.
+// For each device those directly above and below it; disks are at the bottom of the machine. In the tables they come
+// first, so `parents` are the devices that a device consists of.
 struct DeviceGraph {
     explicit DeviceGraph(std::size_t devices) : parents(devices), children(devices) {}
 
@@ -29,12 +29,12 @@ std::vector<kivclaim::machine::DeviceIndex> kernelParents(const kivclaim::machin
 struct TreeNode {
     kivclaim::machine::DeviceIndex device;
     kivclaim::machine::DeviceIndex parent;  // directly above it, shown or not; noDevice at the top
-    std::size_t line;                       // of the node it stands under; noLine at the top
+    std::size_t line;                       // of the node that it is nested in; noLine at the top
 };
 constexpr std::size_t noLine = SIZE_MAX;
 
-// The devices of `order` that are shown, from the top to the bottom, and beside each other in that order. Those that
-// are not shown give their place to what is below them. `tops`, if there are any, are the only ones at the top.
+// The devices of `order` that are shown, from the top to the bottom, and beside each other in that order. Devices below
+// one that is not shown take its place. `tops`, if there are any, are the only ones at the top.
 //
 // Every shown device comes at least once, circles or not. A device is not repeated below itself, nor deeper than 64
 // levels, nor, from 250,000 lines on, with what is below it.

@@ -25,7 +25,7 @@ void addDoubtColumn(const ListOptions& options, const std::vector<Doubt>& doubts
 const char* colorOf(const std::string& stack);
 constexpr char colorOfMarks[] = "red";
 
-// The places of `keys` in their order: as people count, equal ones as they were.
+// The places of `keys` in natural order (sda9 before sda10); equal ones stay as they were.
 std::vector<std::size_t> sortedPlaces(const std::vector<std::string>& keys);
 
 }  // namespace kivclaim::tools

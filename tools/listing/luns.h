@@ -21,7 +21,7 @@ constexpr kivclaim::machine::Facts factsOfLuns =
     kivclaim::machine::numbers | kivclaim::machine::sizes | kivclaim::machine::stacking | kivclaim::machine::states |
     kivclaim::machine::models | kivclaim::machine::identities | kivclaim::machine::mounts;
 
-// The whole table as texts, for those who show it in another way.
+// The whole table as texts, for the report.
 struct LunRows {
     struct Row {
         std::vector<std::string> texts;  // one for each column; a list has an item a line
@@ -37,7 +37,7 @@ struct LunRows {
 // The machine was read with `factsOfLuns`, and is the one that the questions are about. Throws CommandError as `ask`.
 LunRows lunRows(const kivclaim::machine::Machine& machine, DeviceQuestions& questions);
 
-// What kivclaim's help says of the columns.
+// The column names, as kivclaim's help lists them.
 std::string lunColumnNames();
 
 }  // namespace kivclaim::tools

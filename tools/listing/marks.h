@@ -10,7 +10,7 @@
 
 namespace kivclaim::tools {
 
-// Adds the words, separated by commas, each once.
+// Collects the words, separated by commas, each once. A value; threads: one at a time. Failure: std::bad_alloc.
 class MarkText {
 public:
     void add(std::string_view mark);
@@ -22,9 +22,9 @@ private:
     std::string text;
 };
 
-// The quirks that concern the device, by their short names in docs/quirks.md; "unsure" for an answer that rests on
-// something that failed; then what went wrong when the device was read. The machine must have
-// been read with the stacking. Quirks that take further questions to be seen are for `kivclaim audit`.
+// The quirks that concern the device, by their short names in docs/quirks.md; "unsure" for an answer that depends on
+// something that failed; then what went wrong when the device was read. The machine must have been read with the
+// stacking. Quirks that take further questions to be seen are for `kivclaim audit`.
 std::string marksOf(const kivclaim::ClaimAnswer& claimed, const DeviceAnswer& answer,
                     const kivclaim::machine::Device& device, const kivclaim::machine::Machine& machine);
 

@@ -10,8 +10,8 @@
 
 namespace kivclaim::tools {
 
-// Adds the device behind each path to `devices`, each once. Paths of no device are complained about, passed over, and
-// make the outcome `failed`. The machine must have been read with the numbers.
+// Adds the device of each path to `devices`, each once. A path without a device is reported and skipped, and makes the
+// outcome `failed`. The machine must have been read with the numbers.
 ExitStatus findNamedDevices(const kivclaim::machine::Machine& machine, const std::vector<std::string>& paths,
                             std::vector<kivclaim::machine::DeviceIndex>& devices);
 

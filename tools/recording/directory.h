@@ -14,7 +14,7 @@ bool hasManifest(const std::string& directory);
 // Reads and checks all of it. Throws RecordingError.
 Recording readDirectory(const std::string& directory);
 
-// Writes into an empty directory which nobody else writes to, with the manifest. Throws RecordingError.
+// Writes into an empty directory that no other process writes to, with the manifest. Throws RecordingError.
 void writeDirectory(const Recording& recording, const std::string& directory);
 
 // Waits until what was written is on the disk. Throws RecordingError.

@@ -19,6 +19,7 @@ struct ExpectedFile {
     std::string target;       // of a link
 };
 
+// A value: copies share nothing. Threads: any, for reading.
 struct Manifest {
     Recording about;  // without files
     std::map<std::string, ExpectedFile> files;

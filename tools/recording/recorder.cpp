@@ -1,6 +1,7 @@
 #include "tools/recording/recorder.h"
 
 #include "claim/kiv_release.h"
+#include "tools/list_command.h"
 #include "tools/recorded_commands.h"
 #include "tools/recording/command_capture.h"
 #include "tools/recording/directory.h"
@@ -26,12 +27,11 @@ namespace kivclaim::tools {
 
 namespace {
 
-constexpr char listCommand[] = "/sbin/lvdisplay";
 constexpr char releaseFile[] = "proc/sys/kernel/osrelease";
 // As the native module asks, blanks included.
 constexpr char nodeQuery[] = "/usr/sbin/ztkivadm   getkivnode  nodename=";
 constexpr char pathQuery[] = "/usr/sbin/ztkivadm   getsubpaths  kivnodename=";
-constexpr const char* tools[] = {"/sbin/lvdisplay", "/usr/bin/lsblk", "/usr/bin/udevadm"};
+constexpr const char* tools[] = {listCommand, "/usr/bin/lsblk", "/usr/bin/udevadm"};
 constexpr std::size_t mostUnreadableNamed = 3;
 
 std::string now()

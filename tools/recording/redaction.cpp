@@ -168,7 +168,7 @@ private:
         }
     }
 
-    // Of the commands only the one that the answers rest on.
+    // Of the commands, only the one that the answers depend on.
     static bool isKept(const std::string& path)
     {
         constexpr std::string_view listing = "kivclaim/commands/sbin/lvdisplay";

@@ -11,7 +11,7 @@ namespace kivclaim::tools {
 ReplayedRoot::ReplayedRoot(const std::string& path) : path(path)
 {
     struct stat status {};
-    // What is not there, those who read it complain about.
+    // Missing files are reported by the code that reads them.
     if (::stat(path.c_str(), &status) != 0) {
         return;
     }

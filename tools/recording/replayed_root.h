@@ -1,4 +1,4 @@
-// A recording, opened for those who read a machine from a directory.
+// Opens a recording as a root directory.
 #ifndef KIVCLAIM_TOOLS_RECORDING_REPLAYED_ROOT_H
 #define KIVCLAIM_TOOLS_RECORDING_REPLAYED_ROOT_H
 

@@ -26,7 +26,7 @@ constexpr char pattern[] = ".kivclaim-XXXXXX";
     throw RecordingError("'" + path + "' cannot be made (" + std::strerror(errno) + ")");
 }
 
-// Nobody must wait for what this process inherited, such as a pipe to a reader.
+// Closes inherited descriptors, so that no reader of a pipe waits for this process.
 void closeAllBut(int kept)
 {
     const int null = ::open("/dev/null", O_RDWR);

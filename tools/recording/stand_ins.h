@@ -1,4 +1,4 @@
-// What stands for names and identifiers in a redacted recording.
+// Replacements of names and identifiers in a redacted recording.
 #ifndef KIVCLAIM_TOOLS_RECORDING_STAND_INS_H
 #define KIVCLAIM_TOOLS_RECORDING_STAND_INS_H
 
@@ -12,7 +12,7 @@ namespace kivclaim::tools {
 // What for: first everything is asked for once, which collects it and returns it as it is; after assign(), the same
 // questions return stand-ins: the same one for the same original, as long as it, and of its shape: dashes, other
 // separators and the digits at the end stay, because answers depend on them.
-// Threads: one. Ownership: its own. Failure: none.
+// Threads: one. Ownership: owns what it collected. Failure: none.
 class StandIns {
 public:
     void assign();

@@ -24,7 +24,7 @@ std::string className(std::string_view text);
 // As a Content-Security-Policy names an inline script or style: 'sha256-...'.
 std::string policyHash(const std::string& content);
 
-// <NAME>CONTENT</NAME>, with attributes behind the name if there are any.
+// <NAME>CONTENT</NAME>, with attributes after the name, if there are any.
 std::string element(const std::string& name, const std::string& content);
 
 // A row of a table: the first cell heads the row.

@@ -23,6 +23,7 @@ struct Origin {
     std::map<std::string, std::string> versions;  // of kivclaim, the kernel and tools
 };
 
+// A value that owns all that it holds; indexes are those of `machine`. Threads: any, for reading.
 struct ReportedMachine {
     kivclaim::machine::Machine machine;
     std::vector<kivclaim::machine::DeviceIndex> devices;  // those with a node, in the order of their paths
