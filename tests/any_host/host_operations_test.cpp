@@ -11,8 +11,6 @@
 #include <string>
 #include <vector>
 
-using testing::Each;
-using testing::ElementsAre;
 using testing::SizeIs;
 using tests::Ended;
 using tests::Process;
