@@ -4,10 +4,9 @@
 #include "tools/comparison/compared_device.h"
 #include "tools/events/device_events.h"
 #include "tools/output.h"
+#include "tools/utc_time.h"
 
 #include <nlohmann/json.hpp>
-
-#include <ctime>
 
 using kivclaim::host::printableText;
 using Json = nlohmann::ordered_json;
@@ -18,16 +17,6 @@ namespace {
 
 // The machine is read at most four times a second, however many events there are.
 constexpr std::chrono::milliseconds gathering{250};
-
-std::string now()
-{
-    const std::time_t time = std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&time, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
 
 Json textOrNull(const std::string& text)
 {
@@ -76,7 +65,7 @@ ExitStatus watchDevices(const SessionOptions& options, const WatchOptions& reque
             complain("events were lost, but the machine is read anew: only changes that were undone are missing");
         }
         ComparedDevices after = comparedDevices(later);
-        const std::string time = now();
+        const std::string time = utcNow();
         for (const DeviceChange& change : changesBetween(before, after)) {
             printLine(request.json ? jsonLine(time, change) : textLine(time, change));
         }

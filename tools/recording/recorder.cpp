@@ -5,6 +5,7 @@
 #include "tools/recorded_commands.h"
 #include "tools/recording/command_capture.h"
 #include "tools/recording/directory.h"
+#include "tools/utc_time.h"
 
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -13,7 +14,6 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -33,16 +33,6 @@ constexpr char nodeQuery[] = "/usr/sbin/ztkivadm   getkivnode  nodename=";
 constexpr char pathQuery[] = "/usr/sbin/ztkivadm   getsubpaths  kivnodename=";
 constexpr const char* tools[] = {listCommand, "/usr/bin/lsblk", "/usr/bin/udevadm"};
 constexpr std::size_t mostUnreadableNamed = 3;
-
-std::string now()
-{
-    const std::time_t time = std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&time, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
 
 std::string secondsText(double seconds)
 {
@@ -83,7 +73,7 @@ public:
         taken.recording.files = std::move(copy.files);
         machine::addDirectoriesAbove(taken.recording.files, manifestFile);
         taken.recording.kivclaim = kivclaim_release_identification;
-        taken.recording.time = now();
+        taken.recording.time = utcNow();
     }
 
     TakenRecording ofThisMachine(const std::vector<std::string>& disks)

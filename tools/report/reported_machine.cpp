@@ -3,12 +3,12 @@
 #include "claim/kiv_release.h"
 #include "tools/recording/directory.h"
 #include "tools/recording/recorder.h"
+#include "tools/utc_time.h"
 
 #include <sys/utsname.h>
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <utility>
 
@@ -18,16 +18,6 @@ using kivclaim::machine::Machine;
 namespace kivclaim::tools {
 
 namespace {
-
-std::string now()
-{
-    const std::time_t time = std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&time, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
 
 std::string valueOf(const std::map<std::string, std::string>& values, const std::string& name)
 {
@@ -42,7 +32,7 @@ Origin originOfThisMachine()
     Origin origin;
     origin.host = system.nodename;
     origin.source = "this machine";
-    origin.time = now();
+    origin.time = utcNow();
     origin.versions = toolVersions();
     origin.versions["kernel"] = system.release;
     return origin;
